@@ -1,0 +1,155 @@
+#include "CDomainSocket.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "CException.h"
+#include "RuntimeRoot.h"
+
+static_assert(sizeof(sockaddr_un) == 110, "the address is a 2-byte family and a 108-character path");
+
+CDomainSocket::CDomainSocket() : m_fd(-1), m_address{} { m_address.sun_family = AF_UNIX; }
+
+CDomainSocket::CDomainSocket(const char* path) : CDomainSocket() { Create(path); }
+
+CDomainSocket::CDomainSocket(CDomainSocket&& other) noexcept : m_fd(other.m_fd), m_address(other.m_address) {
+    other.m_fd = -1;
+}
+
+CDomainSocket& CDomainSocket::operator=(CDomainSocket&& other) noexcept {
+    if (this != &other) {
+        Close();
+        m_fd = other.m_fd;
+        m_address = other.m_address;
+        other.m_fd = -1;
+    }
+    return *this;
+}
+
+CDomainSocket::~CDomainSocket() { Close(); }
+
+void CDomainSocket::Close() {
+    if (m_fd != -1) {
+        close(m_fd);
+        m_fd = -1;
+        if (m_address.sun_path[0] != '\0') {
+            unlink(m_address.sun_path);
+        }
+    }
+}
+
+sockaddr_un CDomainSocket::MakeAddress(const char* path) {
+    if (strlen(path) > kMaxPathLength) {
+        THROW_EXCEPTION("Socket path too long: %s", path);
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    strcpy(address.sun_path, path);
+    return address;
+}
+
+void CDomainSocket::Create(const char* path) {
+    if (!path) {
+        path = "";
+    }
+    Close();
+    const sockaddr_un address = MakeAddress(path);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        THROW_ERRNO_EXCEPTION("Socket failed on %s", path);
+    }
+    if (path[0] != '\0') {
+        unlink(path);
+        const socklen_t length = static_cast<socklen_t>(strlen(path) + sizeof(address.sun_family));
+        if (bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
+            const int error = errno;
+            close(fd);
+            errno = error;
+            THROW_ERRNO_EXCEPTION("Socket bind failed on %s", path);
+        }
+    }
+    m_fd = fd;
+    m_address = address;
+}
+
+int CDomainSocket::RecvFrom(unsigned char* buffer, int length, int flags, CDomainSocket* from) {
+    if (m_fd == -1) {
+        THROW_EXCEPTION("Uninitialized socket");
+    }
+    sockaddr_un sender{};
+    for (;;) {
+        socklen_t senderLength = sizeof sender;
+        const ssize_t received = recvfrom(m_fd, buffer, static_cast<size_t>(length), flags,
+                                          reinterpret_cast<sockaddr*>(&sender), &senderLength);
+        if (received >= 0) {
+            if (from) {
+                // An unbound sender has an empty path; a 108-character path loses its last
+                // character so that the path stays terminated.
+                sender.sun_family = AF_UNIX;
+                sender.sun_path[kMaxPathLength] = '\0';
+                from->m_address = sender;
+            }
+            return static_cast<int>(received);
+        }
+        if (errno == EINTR) {
+            continue;
+        }
+        if ((flags & MSG_DONTWAIT) && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            return 0;
+        }
+        THROW_ERRNO_EXCEPTION("Socket recvfrom failed on %s", m_address.sun_path);
+    }
+}
+
+int CDomainSocket::RecvFromNoBlock(unsigned char* buffer, int length, int flags, CDomainSocket* from) {
+    return RecvFrom(buffer, length, flags | MSG_DONTWAIT, from);
+}
+
+int CDomainSocket::SendTo(const unsigned char* data, int length, const char* path, int flags) {
+    if (m_fd == -1) {
+        THROW_EXCEPTION("Uninitialized socket");
+    }
+    const sockaddr_un to = MakeAddress(path ? path : "");
+    for (;;) {
+        const ssize_t sent = sendto(m_fd, data, static_cast<size_t>(length), flags,
+                                    reinterpret_cast<const sockaddr*>(&to), sizeof to);
+        if (sent >= 0) {
+            return static_cast<int>(sent);
+        }
+        if (errno != EINTR) {
+            THROW_ERRNO_EXCEPTION("Socket sendto failed from %s to %s", m_address.sun_path, to.sun_path);
+        }
+    }
+}
+
+int CDomainSocket::SendTo(const unsigned char* data, int length, const CDomainSocket& to, int flags) {
+    return SendTo(data, length, to.m_address.sun_path, flags);
+}
+
+void CDomainSocket::SetSockAddr(const char* path) {
+    m_address = sockaddr_un{};
+    m_address.sun_family = AF_UNIX;
+    strncpy(m_address.sun_path, path ? path : "", sizeof m_address.sun_path);
+    m_address.sun_path[kMaxPathLength] = '\0';
+}
+
+void CDomainSocket::SetQueueDepth(unsigned int depth) {
+    const std::string path = NRuntimeRoot::Path("/proc/sys/net/unix/max_dgram_qlen");
+    const int fd = open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    if (fd < 0) {
+        THROW_ERRNO_EXCEPTION("Unable to set the datagram queue depth in %s", path.c_str());
+    }
+    char text[16];
+    const int length = snprintf(text, sizeof text, "%u\n", depth);
+    const ssize_t written = write(fd, text, static_cast<size_t>(length));
+    const int error = errno;
+    close(fd);
+    if (written != length) {
+        errno = error;
+        THROW_ERRNO_EXCEPTION("Unable to set the datagram queue depth in %s", path.c_str());
+    }
+}

@@ -1,0 +1,69 @@
+#pragma once
+// CDomainSocket: one Unix-domain datagram socket with its own address.
+//
+// Lifetime: the socket file exists from Create (which first removes any stale file of
+// the same path) until the owning object is destroyed, which closes the descriptor and
+// unlinks the file. Ownership of the descriptor moves with the object; it cannot be
+// copied, because two owners would close and unlink the same socket twice.
+//
+// An object without a descriptor serves as a plain address: RecvFrom fills one with the
+// sender's path, and SendTo can send to it.
+//
+// Paths: up to 107 characters (the whole of sun_path but its terminator), so that the
+// runtime root can lengthen the system's socket paths; a longer path throws. Callers pass
+// paths already resolved through the runtime root.
+//
+// Thread contract: one thread uses a socket at a time, except that SendTo may be called
+// from several threads on an unbound socket (each call is one datagram).
+// Errors throw CException with the texts given at each method.
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <string>
+
+class CDomainSocket {
+public:
+    static constexpr size_t kMaxPathLength = sizeof(sockaddr_un::sun_path) - 1;
+
+    CDomainSocket();
+    explicit CDomainSocket(const char* path);
+    CDomainSocket(CDomainSocket&& other) noexcept;
+    CDomainSocket& operator=(CDomainSocket&& other) noexcept;
+    CDomainSocket(const CDomainSocket&) = delete;
+    CDomainSocket& operator=(const CDomainSocket&) = delete;
+    ~CDomainSocket();
+
+    // Opens a datagram socket and binds it at path after unlinking any stale file there;
+    // an empty path leaves it unbound. Throws "Socket failed on %s" or
+    // "Socket bind failed on %s" (with errno), or "Socket path too long: %s".
+    void Create(const char* path);
+
+    // Blocking receive; fills `from` (when given) with the sender's address. Returns the
+    // byte count. Throws "Uninitialized socket" or "Socket recvfrom failed on %s".
+    int RecvFrom(unsigned char* buffer, int length, int flags, CDomainSocket* from);
+    // The same without blocking: 0 when nothing is waiting.
+    int RecvFromNoBlock(unsigned char* buffer, int length, int flags, CDomainSocket* from);
+
+    // Sends one datagram. Returns the byte count sent. Throws "Uninitialized socket",
+    // "Socket path too long: %s" or "Socket sendto failed from %s to %s" (with errno).
+    int SendTo(const unsigned char* data, int length, const char* path, int flags);
+    int SendTo(const unsigned char* data, int length, const CDomainSocket& to, int flags);
+
+    // Sets the address without a socket (the path is cut at 107 characters).
+    void SetSockAddr(const char* path);
+
+    int GetDescriptor() const { return m_fd; }
+    std::string GetPath() const { return m_address.sun_path; }
+
+    // Writes the system-wide datagram queue length to "/proc/sys/net/unix/max_dgram_qlen"
+    // under the runtime root. Throws CException when the file cannot be written.
+    static void SetQueueDepth(unsigned int depth);
+
+private:
+    static sockaddr_un MakeAddress(const char* path);
+    void Close();
+
+    int m_fd;
+    sockaddr_un m_address;
+};

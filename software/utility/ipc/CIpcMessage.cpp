@@ -1,0 +1,315 @@
+#include "CIpcMessage.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "CException.h"
+
+namespace {
+
+uint32_t PackCode(const std::string& text) {
+    uint32_t packed = 0;
+    for (unsigned char c : text) {
+        packed = (packed << 8) | c;
+    }
+    return packed;
+}
+
+std::string UnpackCode(uint32_t packed, unsigned length) {
+    std::string text(length, '\0');
+    for (unsigned i = 0; i < length; ++i) {
+        text[length - 1 - i] = static_cast<char>((packed >> (8 * i)) & 0xFF);
+    }
+    return text;
+}
+
+uint16_t ReadU16(const unsigned char* at) {
+    uint16_t value;
+    memcpy(&value, at, sizeof value);
+    return value;
+}
+
+}  // namespace
+
+CIpcMessage::CIpcMessage(EMessageType type)
+    : m_header{kMagic, 0, static_cast<uint32_t>(type), PackCode("!!!"), PackCode("!!!!"), 0, 0, 0},
+      m_cursor(m_args.begin()), m_sourceAddress(0), m_destinationAddress(0) {}
+
+CIpcMessage::CIpcMessage(const CIpcMessage& other)
+    : m_header(other.m_header), m_args(other.m_args), m_cursor(m_args.begin()),
+      m_sourceAddress(other.m_sourceAddress), m_destinationAddress(other.m_destinationAddress),
+      m_replyAddress(other.m_replyAddress) {}
+
+CIpcMessage& CIpcMessage::operator=(const CIpcMessage& other) {
+    if (this != &other) {
+        m_header = other.m_header;
+        m_args = other.m_args;
+        m_cursor = m_args.begin();
+        m_sourceAddress = other.m_sourceAddress;
+        m_destinationAddress = other.m_destinationAddress;
+        m_replyAddress = other.m_replyAddress;
+    }
+    return *this;
+}
+
+CIpcMessage::~CIpcMessage() = default;
+
+void CIpcMessage::SetCode(const std::string& code) {
+    if (code.size() != 3) {
+        THROW_EXCEPTION("Invalid code %s", code.c_str());
+    }
+    m_header.code = PackCode(code);
+}
+
+std::string CIpcMessage::GetCode() const { return UnpackCode(m_header.code, 3); }
+
+void CIpcMessage::SetSubCode(const std::string& subcode) {
+    if (!subcode.empty() && subcode.size() != 4) {
+        THROW_EXCEPTION("Invalid subcode %s", subcode.c_str());
+    }
+    m_header.subcode = PackCode(subcode);
+}
+
+std::string CIpcMessage::GetSubCode() const {
+    return m_header.subcode == 0 ? std::string() : UnpackCode(m_header.subcode, 4);
+}
+
+void CIpcMessage::CheckRoomFor(unsigned short id) const {
+    // The limit is checked before looking for the id, so even a replacement is refused
+    // once the message is full; the number reported is the parameter id.
+    if (m_args.size() >= kMaxNumParms) {
+        THROW_EXCEPTION("Unable to add new message parameter.  MaxNumParms exceeded (%d)", id);
+    }
+}
+
+void CIpcMessage::AddArg(unsigned short id, int value, EParmFlags flags, unsigned char modifier) {
+    CheckRoomFor(id);
+    char text[16];
+    snprintf(text, sizeof text, "%d", value);
+    if (flags == PARM_TEXT) {
+        const unsigned digits = static_cast<unsigned>(strlen(text)) - (value < 0 ? 1u : 0u);
+        flags = static_cast<EParmFlags>(PARM_NUMBER | (digits >= 3 ? digits : 3u));
+    }
+    SMessageArgs& arg = m_args[id];
+    arg.flags = flags;
+    arg.modifier = modifier;
+    arg.text = text;
+    m_cursor = m_args.begin();
+}
+
+void CIpcMessage::AddArg(unsigned short id, const std::string& text, unsigned char modifier) {
+    CheckRoomFor(id);
+    if (text.find('\0') != std::string::npos) {
+        THROW_EXCEPTION("Argument %d text holds a NUL character", id);
+    }
+    SMessageArgs& arg = m_args[id];
+    arg.flags = PARM_TEXT;
+    arg.modifier = modifier;
+    arg.text = text;
+    m_cursor = m_args.begin();
+}
+
+bool CIpcMessage::GetArg(unsigned short id, std::string& text) const {
+    const auto it = m_args.find(id);
+    if (it == m_args.end()) {
+        return false;
+    }
+    text = it->second.text;
+    return true;
+}
+
+bool CIpcMessage::GetArg(unsigned short id, int& value) const {
+    const auto it = m_args.find(id);
+    if (it == m_args.end() || it->second.flags == PARM_TEXT) {
+        return false;
+    }
+    const char* start = it->second.text.c_str();
+    char* end = nullptr;
+    errno = 0;
+    const long converted = strtol(start, &end, 10);
+    const bool inRange = errno != ERANGE && converted >= INT_MIN && converted <= INT_MAX;
+    value = converted < INT_MIN ? INT_MIN : converted > INT_MAX ? INT_MAX : static_cast<int>(converted);
+    return inRange && end != start && *end == '\0';
+}
+
+bool CIpcMessage::GetModifier(unsigned short id, unsigned char& modifier) const {
+    const auto it = m_args.find(id);
+    if (it == m_args.end()) {
+        return false;
+    }
+    modifier = it->second.modifier;
+    return true;
+}
+
+bool CIpcMessage::GetArgFlags(unsigned short id, EParmFlags& flags) const {
+    const auto it = m_args.find(id);
+    if (it == m_args.end()) {
+        return false;
+    }
+    flags = static_cast<EParmFlags>(it->second.flags);
+    return true;
+}
+
+bool CIpcMessage::IsNumberArg(unsigned short id) const {
+    const auto it = m_args.find(id);
+    return it != m_args.end() && (it->second.flags & PARM_NUMBER) != 0;
+}
+
+bool CIpcMessage::IsTextArg(unsigned short id) const {
+    const auto it = m_args.find(id);
+    return it != m_args.end() && it->second.flags == PARM_TEXT;
+}
+
+void CIpcMessage::SetCharDelimiter(unsigned short id) {
+    const auto it = m_args.find(id);
+    if (it != m_args.end()) {
+        it->second.flags |= PARM_CHAR_DELIMITER;
+    }
+}
+
+bool CIpcMessage::GetFirstArg(unsigned short& id, std::string& text) {
+    m_cursor = m_args.begin();
+    return GetNextArg(id, text);
+}
+
+bool CIpcMessage::GetNextArg(unsigned short& id, std::string& text) {
+    if (m_cursor == m_args.end()) {
+        return false;
+    }
+    id = m_cursor->first;
+    text = m_cursor->second.text;
+    ++m_cursor;
+    return true;
+}
+
+void CIpcMessage::RemoveArg(unsigned short id) {
+    m_args.erase(id);
+    m_cursor = m_args.begin();
+}
+
+void CIpcMessage::ClearArgs() {
+    m_args.clear();
+    m_header.argCount = 0;
+    m_cursor = m_args.begin();
+}
+
+void CIpcMessage::MakeReply(unsigned short address) {
+    ClearArgs();
+    m_destinationAddress = m_sourceAddress;
+    m_sourceAddress = address;
+    m_header.flags = static_cast<uint16_t>(
+        (m_header.flags & ~(MSG_FLAG_REQUEST | MSG_FLAG_REPLY_WANTED | MSG_FLAG_SENDER_PRIVATE)) | MSG_FLAG_REPLY);
+}
+
+void CIpcMessage::CopyHeader(const CIpcMessage& other) {
+    if (this == &other) {
+        return;
+    }
+    m_header.flags = other.m_header.flags;
+    m_header.type = other.m_header.type;
+    m_header.code = other.m_header.code;
+    m_header.subcode = other.m_header.subcode;
+    m_header.sequence = other.m_header.sequence;
+    m_header.argCount = other.m_header.argCount;
+    m_header.totalSize = other.m_header.totalSize;
+    m_replyAddress = other.m_replyAddress;
+}
+
+int CIpcMessage::SerializeMessage(unsigned char*& out) {
+    size_t total = kHeaderSize;
+    for (const auto& entry : m_args) {
+        total += entry.second.text.size() + 5;
+    }
+    if (total >= kMaxMessageSize) {
+        out = m_buffer.get();
+        return static_cast<int>(total);
+    }
+
+    m_header.argCount = static_cast<uint16_t>(m_args.size());
+    m_header.totalSize = static_cast<uint16_t>(total);
+    m_buffer.reset(new unsigned char[total]);
+    unsigned char* at = m_buffer.get();
+    memcpy(at, &m_header, kHeaderSize);
+    at += kHeaderSize;
+    for (const auto& entry : m_args) {
+        const uint16_t id = entry.first;
+        at[0] = entry.second.flags;
+        at[1] = entry.second.modifier;
+        memcpy(at + 2, &id, sizeof id);
+        memcpy(at + 4, entry.second.text.c_str(), entry.second.text.size() + 1);
+        at += entry.second.text.size() + 5;
+    }
+    out = m_buffer.get();
+    return static_cast<int>(total);
+}
+
+bool CIpcMessage::IsCompleteMessage(const unsigned char* buffer, unsigned int length) {
+    if (!buffer || length < kHeaderSize || ReadU16(buffer) != kMagic || ReadU16(buffer + 22) != length) {
+        return false;
+    }
+    const unsigned count = ReadU16(buffer + 20);
+    unsigned offset = kHeaderSize;
+    for (unsigned i = 0; i < count; ++i) {
+        if (length - offset < 5) {
+            return false;
+        }
+        const void* nul = memchr(buffer + offset + 4, '\0', length - offset - 4);
+        if (!nul) {
+            return false;
+        }
+        offset = static_cast<unsigned>(static_cast<const unsigned char*>(nul) - buffer) + 1;
+    }
+    return offset == length;
+}
+
+bool CIpcMessage::DeserializeMessage(const unsigned char* buffer, unsigned int length, const char* from) {
+    if (!IsCompleteMessage(buffer, length)) {
+        return false;
+    }
+    m_args.clear();
+    memcpy(&m_header, buffer, kHeaderSize);
+    const unsigned char* at = buffer + kHeaderSize;
+    for (unsigned i = 0; i < m_header.argCount; ++i) {
+        SMessageArgs& arg = m_args[ReadU16(at + 2)];
+        arg.flags = at[0];
+        arg.modifier = at[1];
+        arg.text = reinterpret_cast<const char*>(at + 4);
+        at += arg.text.size() + 5;
+    }
+    m_cursor = m_args.begin();
+    m_replyAddress = from ? from : "";
+    return true;
+}
+
+std::string CIpcMessage::GetMsgAsString(const CIpcMessage& message) {
+    char addresses[16];
+    snprintf(addresses, sizeof addresses, "%u %u ", message.m_destinationAddress, message.m_sourceAddress);
+    std::string text = addresses;
+    text += message.GetCode();
+    if (message.m_header.subcode != 0) {
+        text += '+';
+        text += message.GetSubCode();
+    }
+    if (message.HasFlag(MSG_FLAG_REQUEST)) {
+        text += '?';
+    } else if (message.HasFlag(MSG_FLAG_REPLY)) {
+        text += '!';
+    }
+    for (unsigned i = 0; i < message.m_header.argCount; ++i) {
+        text += ' ';
+        const unsigned short id = static_cast<unsigned short>(i);
+        if (message.IsTextArg(id)) {
+            std::string arg;
+            message.GetArg(id, arg);
+            text += arg;
+        } else {
+            int value = 0;
+            message.GetArg(id, value);
+            text += std::to_string(value);
+        }
+    }
+    return text;
+}

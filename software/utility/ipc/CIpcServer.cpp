@@ -1,0 +1,35 @@
+#include "CIpcServer.h"
+
+#include "ipc/CSelectWrapper.h"
+
+CIpcServer::CIpcServer(const char* path)
+    : m_socket(path), m_buffer(new unsigned char[CIpcMessage::kMaxMessageSize]) {}
+
+bool CIpcServer::IsMessageAvailable(unsigned int timeoutMs) {
+    CSelectWrapper select;
+    select.Set(m_socket.GetDescriptor());
+    return select.Select(timeoutMs) > 0;
+}
+
+bool CIpcServer::GetMessage(CIpcMessage& message, bool* complete) {
+    CDomainSocket sender;
+    const int received = m_socket.RecvFrom(m_buffer.get(), CIpcMessage::kMaxMessageSize, 0, &sender);
+    const bool whole = received > 0 && message.DeserializeMessage(m_buffer.get(), static_cast<unsigned>(received),
+                                                                  sender.GetPath().c_str());
+    if (complete) {
+        *complete = whole;
+    }
+    return received > 0;
+}
+
+bool CIpcServer::ResponseMessage(CIpcMessage& message) {
+    if (message.GetReplyAddress().empty()) {
+        return false;
+    }
+    unsigned char* data = nullptr;
+    const int size = message.SerializeMessage(data);
+    if (size >= static_cast<int>(CIpcMessage::kMaxMessageSize)) {
+        return false;
+    }
+    return m_socket.SendTo(data, size, message.GetReplyAddress().c_str(), 0) == size;
+}

@@ -1,0 +1,36 @@
+#pragma once
+// CIpcServer: the receiving end of IPC: one bound datagram socket; each message names
+// its sender's socket, and the answer goes back there.
+//
+// Owns its socket (the socket file lives as long as the server) and one 4096-byte
+// receive buffer. Used by one thread at a time. Transport errors throw CException.
+
+#include <memory>
+
+#include "ipc/CDomainSocket.h"
+#include "ipc/CIpcMessage.h"
+
+class CIpcServer {
+public:
+    // Binds at path (already resolved through the runtime root).
+    explicit CIpcServer(const char* path);
+
+    // True when a datagram is waiting or arrives within timeoutMs (0 polls).
+    bool IsMessageAvailable(unsigned int timeoutMs);
+
+    // One blocking receive. True whenever a non-empty datagram arrived. A complete one is
+    // deserialised into message with the sender's path as reply address; an incomplete
+    // one is dropped and message is left unchanged. `complete`, when given, tells which.
+    bool GetMessage(CIpcMessage& message, bool* complete = nullptr);
+
+    // Serialises message and sends it to its reply address. True when the whole message
+    // was sent; false for a message without a reply address or one too large to send.
+    bool ResponseMessage(CIpcMessage& message);
+
+    int GetDescriptor() const { return m_socket.GetDescriptor(); }
+    std::string GetPath() const { return m_socket.GetPath(); }
+
+private:
+    CDomainSocket m_socket;
+    std::unique_ptr<unsigned char[]> m_buffer;
+};

@@ -1,0 +1,59 @@
+#pragma once
+// CLogger: the ILog implementation. Each call is formatted into one line
+//   "YYYY-MM-DD hh:mm:ss.mmm LEVL name: body"   (UTC time)
+// and handed to the one sink registered for exactly that level; a level without a
+// sink is dropped (it is never passed on to another level's sink).
+//
+// Ownership: sinks are owned by the caller and must outlive every use of the logger
+// (or be removed with AddLogRule(level, nullptr) first).
+// Thread contract: every method may be called from any thread; the rule table is
+// guarded by the logger's own mutex, and sinks serialise their own writes.
+//
+// A process-wide registry (RegisterLogger, UnregisterLogger, GetLoggerMap) lets parts of
+// a process find its loggers by name; a logger leaves the registry when destroyed.
+
+#include <cstddef>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "ILog.h"
+#include "ILogFile.h"
+
+class CLogger : public ILog {
+public:
+    static constexpr size_t kDefaultMessageLength = 1024;
+
+    // Name: the base name of this process's executable ("unknown" when unreadable).
+    CLogger();
+    ~CLogger() override;
+    CLogger(const CLogger&) = delete;
+    CLogger& operator=(const CLogger&) = delete;
+
+    // Sets the name written into every line and the largest body length (longer bodies
+    // are cut to this many characters).
+    void Initialize(const std::string& name, size_t maxMessageLength = kDefaultMessageLength);
+
+    // Sets or replaces the sink of one level; nullptr removes it.
+    void AddLogRule(ELogLevel level, ILogFile* sink);
+    // The sink of one level, or nullptr.
+    ILogFile* GetLoggers(ELogLevel level) const;
+    std::string GetName() const;
+
+    // The process-wide registry. A second logger registered under a taken name replaces
+    // the first. GetLoggerMap returns a snapshot.
+    static void RegisterLogger(const std::string& key, CLogger* logger);
+    static void UnregisterLogger(const std::string& key);
+    static std::map<std::string, CLogger*> GetLoggerMap();
+
+protected:
+    void HandleLog(ELogLevel level, EFyiCode code, const char* fmt, va_list args) noexcept override;
+
+private:
+    static std::string ReadProcessName();
+
+    mutable std::mutex m_mutex;
+    std::string m_name;
+    size_t m_maxMessageLength;
+    std::map<ELogLevel, ILogFile*> m_rules;
+};
