@@ -12,11 +12,12 @@
 
 static_assert(sizeof(sockaddr_un) == 110, "the address is a 2-byte family and a 108-character path");
 
-CDomainSocket::CDomainSocket() : m_fd(-1), m_address{} { m_address.sun_family = AF_UNIX; }
+CDomainSocket::CDomainSocket() : m_fd(-1), m_address{}, m_receiveTimeoutMs(~0u) { m_address.sun_family = AF_UNIX; }
 
 CDomainSocket::CDomainSocket(const char* path) : CDomainSocket() { Create(path); }
 
-CDomainSocket::CDomainSocket(CDomainSocket&& other) noexcept : m_fd(other.m_fd), m_address(other.m_address) {
+CDomainSocket::CDomainSocket(CDomainSocket&& other) noexcept
+    : m_fd(other.m_fd), m_address(other.m_address), m_receiveTimeoutMs(other.m_receiveTimeoutMs) {
     other.m_fd = -1;
 }
 
@@ -25,6 +26,7 @@ CDomainSocket& CDomainSocket::operator=(CDomainSocket&& other) noexcept {
         Close();
         m_fd = other.m_fd;
         m_address = other.m_address;
+        m_receiveTimeoutMs = other.m_receiveTimeoutMs;
         other.m_fd = -1;
     }
     return *this;
@@ -74,9 +76,10 @@ void CDomainSocket::Create(const char* path) {
     }
     m_fd = fd;
     m_address = address;
+    m_receiveTimeoutMs = ~0u;
 }
 
-int CDomainSocket::RecvFrom(unsigned char* buffer, int length, int flags, CDomainSocket* from) {
+int CDomainSocket::Receive(unsigned char* buffer, int length, int flags, CDomainSocket* from) {
     if (m_fd == -1) {
         THROW_EXCEPTION("Uninitialized socket");
     }
@@ -95,18 +98,38 @@ int CDomainSocket::RecvFrom(unsigned char* buffer, int length, int flags, CDomai
             }
             return static_cast<int>(received);
         }
-        if (errno == EINTR) {
-            continue;
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            return -1;
         }
-        if ((flags & MSG_DONTWAIT) && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            return 0;
+        if (errno != EINTR) {
+            THROW_ERRNO_EXCEPTION("Socket recvfrom failed on %s", m_address.sun_path);
         }
-        THROW_ERRNO_EXCEPTION("Socket recvfrom failed on %s", m_address.sun_path);
     }
+}
+
+int CDomainSocket::RecvFrom(unsigned char* buffer, int length, int flags, CDomainSocket* from) {
+    const int received = Receive(buffer, length, flags, from);
+    return received < 0 ? 0 : received;
 }
 
 int CDomainSocket::RecvFromNoBlock(unsigned char* buffer, int length, int flags, CDomainSocket* from) {
     return RecvFrom(buffer, length, flags | MSG_DONTWAIT, from);
+}
+
+int CDomainSocket::RecvFromTimed(unsigned char* buffer, int length, CDomainSocket* from, unsigned int timeoutMs) {
+    if (timeoutMs == 0) {
+        return Receive(buffer, length, MSG_DONTWAIT, from);
+    }
+    if (m_fd != -1 && timeoutMs != m_receiveTimeoutMs) {
+        timeval timeout{};
+        timeout.tv_sec = static_cast<time_t>(timeoutMs / 1000);
+        timeout.tv_usec = static_cast<suseconds_t>((timeoutMs % 1000) * 1000);
+        if (setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout) != 0) {
+            THROW_ERRNO_EXCEPTION("Socket recvfrom failed on %s", m_address.sun_path);
+        }
+        m_receiveTimeoutMs = timeoutMs;
+    }
+    return Receive(buffer, length, 0, from);
 }
 
 int CDomainSocket::SendTo(const unsigned char* data, int length, const char* path, int flags) {

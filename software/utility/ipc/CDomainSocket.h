@@ -40,10 +40,15 @@ public:
     void Create(const char* path);
 
     // Blocking receive; fills `from` (when given) with the sender's address. Returns the
-    // byte count. Throws "Uninitialized socket" or "Socket recvfrom failed on %s".
+    // byte count (0 when a receive time-out set by RecvFromTimed ran out).
+    // Throws "Uninitialized socket" or "Socket recvfrom failed on %s".
     int RecvFrom(unsigned char* buffer, int length, int flags, CDomainSocket* from);
     // The same without blocking: 0 when nothing is waiting.
     int RecvFromNoBlock(unsigned char* buffer, int length, int flags, CDomainSocket* from);
+    // Blocking receive that gives up after timeoutMs (0: does not block): the byte count,
+    // or -1 when nothing arrived in time. One system call when the time-out is the same
+    // as on the previous call, which is what keeps a request-reply round trip cheap.
+    int RecvFromTimed(unsigned char* buffer, int length, CDomainSocket* from, unsigned int timeoutMs);
 
     // Sends one datagram. Returns the byte count sent. Throws "Uninitialized socket",
     // "Socket path too long: %s" or "Socket sendto failed from %s to %s" (with errno).
@@ -62,8 +67,12 @@ public:
 
 private:
     static sockaddr_un MakeAddress(const char* path);
+    // One receive; -1 when it would block or its time-out ran out.
+    int Receive(unsigned char* buffer, int length, int flags, CDomainSocket* from);
     void Close();
 
     int m_fd;
     sockaddr_un m_address;
+    // The receive time-out last set on the descriptor; ~0u when none was set.
+    unsigned int m_receiveTimeoutMs;
 };

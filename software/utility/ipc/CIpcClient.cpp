@@ -1,7 +1,8 @@
 #include "CIpcClient.h"
 
+#include <chrono>
+
 #include "CException.h"
-#include "ipc/CSelectWrapper.h"
 
 namespace {
 
@@ -41,26 +42,31 @@ bool CIpcClient::TransmitMessage(CIpcMessage& message, CIpcMessage& reply, unsig
 }
 
 bool CIpcClient::MessageWait(CIpcMessage& reply, unsigned int timeoutMs) {
-    CSelectWrapper select;
-    select.SetTimeoutMs(timeoutMs);
+    // The whole wait is bounded by timeoutMs: after a skipped datagram the next receive
+    // only gets the time that is left. The first receive uses timeoutMs itself, so the
+    // socket's time-out need not be set again while callers keep using the same value.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    unsigned int waitMs = timeoutMs;
     for (;;) {
-        select.Zero();
-        select.Set(m_socket.GetDescriptor());
-        if (select.Select() == 0) {
-            return false;
-        }
         CDomainSocket sender;
-        const int received = m_socket.RecvFromNoBlock(m_buffer.get(), CIpcMessage::kMaxMessageSize, 0, &sender);
-        if (received <= 0 ||
-            !reply.DeserializeMessage(m_buffer.get(), static_cast<unsigned>(received), sender.GetPath().c_str())) {
-            continue;
-        }
-        if (reply.GetSequence() == m_sequence) {
-            return true;
-        }
-        if (reply.GetSequence() > m_sequence) {
+        const int received = m_socket.RecvFromTimed(m_buffer.get(), CIpcMessage::kMaxMessageSize, &sender, waitMs);
+        if (received < 0) {
             return false;
         }
-        // A late answer to an earlier transaction: skip it and wait on.
+        if (received > 0 &&
+            reply.DeserializeMessage(m_buffer.get(), static_cast<unsigned>(received), sender.GetPath().c_str())) {
+            if (reply.GetSequence() == m_sequence) {
+                return true;
+            }
+            if (reply.GetSequence() > m_sequence) {
+                return false;
+            }
+            // A late answer to an earlier transaction: skip it and wait on.
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            return false;
+        }
+        waitMs = static_cast<unsigned int>(left.count());
     }
 }
