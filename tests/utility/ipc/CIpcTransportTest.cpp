@@ -1,0 +1,276 @@
+// Unix-domain datagram transport on real sockets under a temporary runtime root:
+// socket file lifetime, server and client exchanges, reply matching by sequence,
+// incomplete datagrams, time-outs and transport errors.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CException.h"
+#include "TempRoot.h"
+#include "ipc/CDomainSocket.h"
+#include "ipc/CIpcClient.h"
+#include "ipc/CIpcServer.h"
+
+namespace {
+
+bool Exists(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0;
+}
+
+std::string ExceptionText(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const CException& e) {
+        return e.GetMessage();
+    }
+    return "(no exception)";
+}
+
+std::vector<unsigned char> Wire(CIpcMessage& message) {
+    unsigned char* data = nullptr;
+    const int size = message.SerializeMessage(data);
+    return std::vector<unsigned char>(data, data + size);
+}
+
+class CIpcTransport : public ::testing::Test {
+protected:
+    CIpcTransport()
+        : serverPath(root.MakeDir("/var/run/ui") + "/main_controller.socket"),
+          clientPath(root.Path("/var/run/ui/client.0")) {}
+
+    // Plays the server with a bare socket, so the test decides exactly what comes back.
+    CIpcMessage ReceiveOnRawServer(CDomainSocket& server) {
+        unsigned char buffer[4096];
+        CDomainSocket from;
+        const int size = server.RecvFrom(buffer, sizeof buffer, 0, &from);
+        CIpcMessage message;
+        EXPECT_TRUE(message.DeserializeMessage(buffer, static_cast<unsigned>(size), from.GetPath().c_str()));
+        return message;
+    }
+
+    void SendReply(CDomainSocket& server, const CIpcMessage& request, uint32_t sequence, const std::string& value) {
+        CIpcMessage reply(request);
+        reply.MakeReply(0);
+        reply.SetSequence(sequence);
+        reply.AddArg(0, value);
+        const auto bytes = Wire(reply);
+        server.SendTo(bytes.data(), static_cast<int>(bytes.size()), request.GetReplyAddress().c_str(), 0);
+    }
+
+    CTempRoot root;
+    std::string serverPath;
+    std::string clientPath;
+};
+
+}  // namespace
+
+TEST_F(CIpcTransport, SocketFileLivesFromCreateUntilDestruction) {
+    root.WriteFile("/var/run/ui/main_controller.socket", "stale");
+    {
+        CDomainSocket socket(serverPath.c_str());
+        EXPECT_TRUE(Exists(serverPath));
+        EXPECT_EQ(socket.GetPath(), serverPath);
+        CDomainSocket moved(std::move(socket));
+        EXPECT_EQ(socket.GetDescriptor(), -1);
+        EXPECT_TRUE(Exists(serverPath));  // the moved-from object no longer owns it
+    }
+    EXPECT_FALSE(Exists(serverPath));
+}
+
+TEST_F(CIpcTransport, SocketErrorsNameThePaths) {
+    const std::string missingDir = root.Path("/nowhere/x.socket");
+    EXPECT_EQ(ExceptionText([&] { CDomainSocket s(missingDir.c_str()); }), "Socket bind failed on " + missingDir);
+    const std::string tooLong = root.Path("/") + std::string(120, 'a');
+    EXPECT_EQ(ExceptionText([&] { CDomainSocket s(tooLong.c_str()); }), "Socket path too long: " + tooLong);
+
+    CDomainSocket unbound;
+    unsigned char byte = 0;
+    EXPECT_EQ(ExceptionText([&] { unbound.RecvFrom(&byte, 1, 0, nullptr); }), "Uninitialized socket");
+    EXPECT_EQ(ExceptionText([&] { unbound.SendTo(&byte, 1, serverPath.c_str(), 0); }), "Uninitialized socket");
+
+    CDomainSocket sender(clientPath.c_str());
+    try {
+        sender.SendTo(&byte, 1, serverPath.c_str(), 0);
+        FAIL() << "sending to a missing socket must throw";
+    } catch (const CException& e) {
+        EXPECT_EQ(e.GetMessage(), "Socket sendto failed from " + clientPath + " to " + serverPath);
+        EXPECT_TRUE(e.HasErrno());
+        EXPECT_NE(e.GetErrno(), 0);
+    }
+}
+
+TEST_F(CIpcTransport, NonBlockingReceiveWithNothingWaitingReturnsZero) {
+    CDomainSocket socket(serverPath.c_str());
+    unsigned char buffer[16];
+    EXPECT_EQ(socket.RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), 0);
+}
+
+TEST_F(CIpcTransport, QueueDepthIsWrittenUnderTheRuntimeRoot) {
+    const std::string file = root.WriteFile("/proc/sys/net/unix/max_dgram_qlen", "10\n");
+    CDomainSocket::SetQueueDepth(512);
+    EXPECT_EQ(CTempRoot::ReadFile(file), "512\n");
+    std::remove(file.c_str());
+    root.MakeDir("/proc/sys/net/unix/max_dgram_qlen/");  // a directory cannot be written
+    EXPECT_THROW(CDomainSocket::SetQueueDepth(1), CException);
+}
+
+TEST_F(CIpcTransport, ServerAnswersEachClientUnderItsSequence) {
+    CIpcServer server(serverPath.c_str());
+    std::thread echo([&] {
+        for (int i = 0; i < 3; ++i) {
+            CIpcMessage request;
+            bool complete = false;
+            ASSERT_TRUE(server.GetMessage(request, &complete));
+            ASSERT_TRUE(complete);
+            std::string value;
+            request.GetArg(0, value);
+            request.MakeReply(0);
+            request.AddArg(0, "echo " + value);
+            ASSERT_TRUE(server.ResponseMessage(request));
+        }
+    });
+
+    CIpcClient first(serverPath.c_str(), clientPath.c_str());
+    const std::string secondPath = root.Path("/var/run/ui/client.1");
+    CIpcClient second(serverPath.c_str(), secondPath.c_str());
+    for (auto* client : {&first, &second, &first}) {
+        CIpcMessage message;
+        message.SetCode("BRI");
+        message.AddArg(0, client->GetOwnPath());
+        CIpcMessage reply;
+        ASSERT_TRUE(client->TransmitMessage(message, reply, 5000));
+        EXPECT_TRUE(message.HasFlag(MSG_FLAG_REPLY_WANTED));
+        EXPECT_TRUE(reply.HasFlag(MSG_FLAG_REPLY));
+        EXPECT_EQ(reply.GetSequence(), client->GetSequence());
+        std::string text;
+        reply.GetArg(0, text);
+        EXPECT_EQ(text, "echo " + client->GetOwnPath());
+        EXPECT_EQ(reply.GetReplyAddress(), serverPath);
+    }
+    echo.join();
+    EXPECT_EQ(first.GetSequence(), 2u);
+    EXPECT_EQ(second.GetSequence(), 1u);
+}
+
+TEST_F(CIpcTransport, LateRepliesAreSkippedWithinTheSameWait) {
+    CDomainSocket server(serverPath.c_str());
+    CIpcClient client(serverPath.c_str(), clientPath.c_str());
+    CIpcMessage first;
+    first.SetCode("BRI");
+    client.TransmitMessage(first);  // transaction 1 times out without a reply
+    CIpcMessage second(first);
+    client.TransmitMessage(second);
+
+    const CIpcMessage request1 = ReceiveOnRawServer(server);
+    const CIpcMessage request2 = ReceiveOnRawServer(server);
+    EXPECT_EQ(request1.GetSequence(), 1u);
+    EXPECT_EQ(request2.GetSequence(), 2u);
+    SendReply(server, request1, 1, "late");
+    SendReply(server, request2, 2, "current");
+
+    CIpcMessage reply;
+    ASSERT_TRUE(client.MessageWait(reply, 5000));
+    std::string value;
+    reply.GetArg(0, value);
+    EXPECT_EQ(value, "current");
+}
+
+TEST_F(CIpcTransport, ReplyToANewerTransactionEndsTheWait) {
+    CDomainSocket server(serverPath.c_str());
+    CIpcClient client(serverPath.c_str(), clientPath.c_str());
+    CIpcMessage message;
+    message.SetCode("BRI");
+    client.TransmitMessage(message);
+    const CIpcMessage request = ReceiveOnRawServer(server);
+    SendReply(server, request, 9, "future");
+    SendReply(server, request, 1, "current");
+    CIpcMessage reply;
+    EXPECT_FALSE(client.MessageWait(reply, 5000));
+}
+
+TEST_F(CIpcTransport, OnlyLateRepliesMeanATimeOut) {
+    CDomainSocket server(serverPath.c_str());
+    CIpcClient client(serverPath.c_str(), clientPath.c_str());
+    CIpcMessage message;
+    message.SetCode("BRI");
+    client.TransmitMessage(message);
+    client.TransmitMessage(message);
+    const CIpcMessage request = ReceiveOnRawServer(server);
+    for (int i = 0; i < 3; ++i) {
+        SendReply(server, request, 1, "late");
+    }
+    CIpcMessage reply;
+    EXPECT_FALSE(client.MessageWait(reply, 100));
+}
+
+TEST_F(CIpcTransport, IncompleteDatagramsAreIgnoredOnBothSides) {
+    CIpcServer server(serverPath.c_str());
+    CIpcClient client(serverPath.c_str(), clientPath.c_str());
+    CDomainSocket stranger(root.Path("/var/run/ui/stranger").c_str());
+
+    CIpcMessage proper;
+    proper.SetCode("BRI");
+    proper.AddArg(0, 50);
+    auto bytes = Wire(proper);
+    bytes[22] = static_cast<unsigned char>(bytes[22] + 1);  // size off by one
+    stranger.SendTo(bytes.data(), static_cast<int>(bytes.size()), serverPath.c_str(), 0);
+
+    CIpcMessage received;
+    received.SetCode("OLD");
+    bool complete = true;
+    ASSERT_TRUE(server.IsMessageAvailable(5000));
+    EXPECT_TRUE(server.GetMessage(received, &complete));
+    EXPECT_FALSE(complete);
+    EXPECT_EQ(received.GetCode(), "OLD");
+
+    // Client side: a broken datagram with the right sequence, then the real reply.
+    client.TransmitMessage(proper);
+    ASSERT_TRUE(server.GetMessage(received, &complete));
+    ASSERT_TRUE(complete);
+    received.MakeReply(0);
+    received.AddArg(0, "broken");
+    auto broken = Wire(received);
+    broken.pop_back();
+    stranger.SendTo(broken.data(), static_cast<int>(broken.size()), clientPath.c_str(), 0);
+    received.AddArg(0, "whole");
+    ASSERT_TRUE(server.ResponseMessage(received));
+
+    CIpcMessage reply;
+    ASSERT_TRUE(client.MessageWait(reply, 5000));
+    std::string value;
+    reply.GetArg(0, value);
+    EXPECT_EQ(value, "whole");
+}
+
+TEST_F(CIpcTransport, NoReplyIsATimeOutNotAnError) {
+    CDomainSocket server(serverPath.c_str());
+    CIpcClient client(serverPath.c_str(), clientPath.c_str());
+    CIpcMessage message;
+    message.SetCode("BRI");
+    CIpcMessage reply;
+    EXPECT_FALSE(client.TransmitMessage(message, reply, 50));
+    CIpcServer idle(root.Path("/var/run/ui/idle").c_str());
+    EXPECT_FALSE(idle.IsMessageAvailable(0));
+}
+
+TEST_F(CIpcTransport, OversizedOrUnaddressedMessagesAreNeverSent) {
+    CIpcServer server(serverPath.c_str());
+    CIpcClient client(serverPath.c_str(), clientPath.c_str());
+    CIpcMessage huge;
+    huge.SetCode("BRI");
+    huge.AddArg(0, std::string(5000, 'x'));
+    EXPECT_THROW(client.TransmitMessage(huge), CException);
+    EXPECT_FALSE(server.IsMessageAvailable(0));
+
+    huge.SetReplyAddress(clientPath);
+    EXPECT_FALSE(server.ResponseMessage(huge));
+    CIpcMessage unaddressed;
+    EXPECT_FALSE(server.ResponseMessage(unaddressed));
+    EXPECT_THROW(CIpcClient(nullptr, clientPath.c_str()), CException);
+}
