@@ -3,7 +3,7 @@
 // command front-ends. The numbers travel on the wire (IPC parameter 220, ASCII error
 // replies, JSON-RPC error objects) and must never be renumbered.
 
-enum EError {
+enum EError : int {
     ERR_NONE = 0,
     ERR_INVALID_PARAMETER = 3,      // wrong argument kind or unsupported modifier
     ERR_TOO_MANY_PARAMETERS = 4,

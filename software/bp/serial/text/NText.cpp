@@ -85,9 +85,9 @@ const char* SourceText(int id) {
 
 // The translator of lang, loading it on first use. Mutex() must be held.
 QTranslator& TranslatorLocked(ELanguage lang) {
+    const std::string path = GetTranslationFile(lang);  // rejects a language before it indexes the table
     std::unique_ptr<QTranslator>& slot = Translators().loaded[static_cast<size_t>(lang)];
     if (!slot) {
-        const std::string path = GetTranslationFile(lang);
         auto translator = std::make_unique<QTranslator>();
         if (!translator->load(QString::fromStdString(path))) {
             THROW_EXCEPTION("Unable to load translator file");

@@ -23,7 +23,7 @@
 
 namespace NText {
 
-enum ELanguage {
+enum ELanguage : int {
     LANG_CURRENT = -1,
     LANG_ENGLISH = 0,
     LANG_FRENCH = 1,
