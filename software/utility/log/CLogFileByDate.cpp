@@ -135,7 +135,7 @@ void CLogFileByDate::StartDayLocked() {
 
     DIR* dir = opendir(m_directory.c_str());
     if (!dir) {
-        THROW_ERRNO_EXCEPTION("%s : %s", "Cannot locate log-by-date directory", m_directory.c_str());
+        THROW_ERRNO_EXCEPTION("%s: %s", "Cannot locate log-by-date directory", m_directory.c_str());
     }
     std::vector<std::string> expired;
     while (const dirent* entry = readdir(dir)) {
