@@ -1,0 +1,111 @@
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "CException.h"
+#include "TempRoot.h"
+#include "text/NText.h"
+
+namespace {
+
+std::string MessageOf(void (*call)()) {
+    try {
+        call();
+    } catch (const CException& e) {
+        return e.GetMessage();
+    }
+    return "(no exception)";
+}
+
+// One runtime root holding the French and German files serves the whole suite: a translator,
+// once loaded, stays cached for the process, so every test must see the same files.
+class NTextTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        s_root = std::make_unique<CTempRoot>();
+        const std::string dir = s_root->MakeDir("/usr/bin/translations");
+        for (const char* name : {"prototype_fr.qm", "prototype_de.qm"}) {
+            std::filesystem::copy_file(std::string(PROJ_TRANSLATIONS_DIR) + "/" + name, dir + "/" + name);
+        }
+    }
+    static void TearDownTestSuite() { s_root.reset(); }
+    void TearDown() override { NText::SetLanguage(NText::LANG_ENGLISH); }
+
+    static std::unique_ptr<CTempRoot> s_root;
+};
+
+std::unique_ptr<CTempRoot> NTextTest::s_root;
+
+TEST_F(NTextTest, EnglishTextsByResourceId) {
+    EXPECT_EQ(NText::GetString(1), "On");
+    EXPECT_EQ(NText::GetString(29), "Lamp Info");
+    EXPECT_EQ(NText::GetString(2340), "Vert");
+    EXPECT_EQ(NText::GetString(0), "");
+    EXPECT_EQ(NText::GetString(500), "");
+    EXPECT_EQ(NText::GetString(2341), "");
+}
+
+TEST_F(NTextTest, ResourceIdOutsideRangeThrows) {
+    EXPECT_EQ(MessageOf([] { NText::GetString(2342); }), "Invalid Resource Id: 2342");
+    EXPECT_EQ(MessageOf([] { NText::GetString(-1); }), "Invalid Resource Id: -1");
+}
+
+TEST_F(NTextTest, FrenchTranslatesCurrentLanguageTexts) {
+    NText::SetLanguage(NText::LANG_FRENCH);
+    EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_FRENCH);
+    EXPECT_EQ(NText::GetString(1), "Activ\xC3\xA9");
+    EXPECT_EQ(NText::GetString(29), "Infos lampe");
+    EXPECT_EQ(NText::GetString(2340), "Vert");  // no translation: stays English
+    EXPECT_EQ(NText::GetSourceString(1), "On");
+
+    NText::SetLanguage(NText::LANG_ENGLISH);
+    EXPECT_EQ(NText::GetString(1), "On");
+    EXPECT_EQ(NText::GetString(29), "Lamp Info");
+}
+
+TEST_F(NTextTest, ExplicitLanguageLeavesCurrentOneAlone) {
+    EXPECT_EQ(NText::GetString(1, NText::LANG_GERMAN), "Ein");
+    EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_ENGLISH);
+    EXPECT_EQ(NText::GetString(1), "On");
+
+    NText::SetLanguage(NText::LANG_FRENCH);
+    EXPECT_EQ(NText::GetString(29, NText::LANG_GERMAN), "Lampeninfo");
+    EXPECT_EQ(NText::GetString(29), "Infos lampe");
+}
+
+TEST_F(NTextTest, MissingTranslationFileLeavesLanguageUnchanged) {
+    NText::SetLanguage(NText::LANG_GERMAN);
+    EXPECT_EQ(MessageOf([] { NText::SetLanguage(NText::LANG_SPANISH); }), "Unable to load translator file");
+    EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_GERMAN);
+    EXPECT_EQ(NText::GetString(1), "Ein");
+    EXPECT_EQ(MessageOf([] { NText::GetString(1, NText::LANG_SPANISH); }), "Unable to load translator file");
+}
+
+TEST_F(NTextTest, UnsupportedLanguageRejected) {
+    EXPECT_EQ(MessageOf([] { NText::SetLanguage(static_cast<NText::ELanguage>(99)); }), "Unsupported language 99");
+    EXPECT_EQ(MessageOf([] { NText::SetLanguage(static_cast<NText::ELanguage>(-2)); }), "Unsupported language -2");
+    EXPECT_EQ(MessageOf([] { NText::GetString(1, static_cast<NText::ELanguage>(99)); }), "Unsupported language 99");
+    EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_ENGLISH);
+}
+
+TEST_F(NTextTest, ApplicationTranslationFollowsLanguage) {
+    static int argc = 1;
+    static char name[] = "text_test";
+    static char* argv[] = {name, nullptr};
+    QCoreApplication app(argc, argv);
+    auto translate = [] { return QCoreApplication::translate("NText", "Off").toStdString(); };
+
+    EXPECT_EQ(translate(), "Off");
+    NText::SetLanguage(NText::LANG_FRENCH);
+    EXPECT_EQ(translate(), "D\xC3\xA9sactiv\xC3\xA9");
+    NText::SetLanguage(NText::LANG_GERMAN);
+    EXPECT_EQ(translate(), "Aus");
+    NText::SetLanguage(NText::LANG_ENGLISH);
+    EXPECT_EQ(translate(), "Off");
+}
+
+}  // namespace

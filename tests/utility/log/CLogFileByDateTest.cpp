@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <filesystem>
+#include <string>
+
+#include "CException.h"
+#include "TempRoot.h"
+#include "log/CLogFileByDate.h"
+
+namespace {
+
+// Local noon of a calendar day; mktime normalises days outside the month.
+time_t NoonOn(int year, int month, int day) {
+    tm local{};
+    local.tm_year = year - 1900;
+    local.tm_mon = month - 1;
+    local.tm_mday = day;
+    local.tm_hour = 12;
+    local.tm_isdst = -1;
+    return mktime(&local);
+}
+
+// The day shared by every file sink of the process is moved to (year, month, day) through the
+// day before it, so that the final Update is a real day change whatever an earlier test left.
+void ChangeDayTo(int year, int month, int day) {
+    CLogFileByDate::Update(NoonOn(year, month, day - 1));
+    CLogFileByDate::Update(NoonOn(year, month, day));
+}
+
+bool Exists(const std::string& path) { return std::filesystem::exists(path); }
+
+template <typename F>
+std::string MessageOf(F call) {
+    try {
+        call();
+    } catch (const CException& e) {
+        return e.GetMessage();
+    }
+    return "(no exception)";
+}
+
+class CLogFileByDateTest : public ::testing::Test {
+protected:
+    CTempRoot m_root;
+    const std::string m_dir = m_root.MakeDir("/var/log/projector") + "/";
+};
+
+TEST_F(CLogFileByDateTest, FileNamedByDirectoryPrefixAndLocalDate) {
+    CLogFileByDate::Update(NoonOn(2031, 3, 14));
+    CLogFileByDate sink(m_dir.substr(0, m_dir.size() - 1), "control-", 7);
+    EXPECT_EQ(sink.GetFileName(), m_dir + "control-2031-03-14");
+    EXPECT_TRUE(Exists(m_dir + "control-2031-03-14"));
+
+    CLogFileByDate::Update(NoonOn(2031, 3, 15));
+    EXPECT_EQ(sink.GetFileName(), m_dir + "control-2031-03-15");
+    EXPECT_TRUE(Exists(m_dir + "control-2031-03-15"));
+}
+
+TEST_F(CLogFileByDateTest, MissingDirectoryThrows) {
+    const std::string missing = m_root.Path("/var/log/absent/");
+    EXPECT_EQ(MessageOf([&] { CLogFileByDate sink(missing, "control-", 7); }),
+              "Cannot locate log-by-date directory: " + missing);
+}
+
+TEST_F(CLogFileByDateTest, DirectoryGoneAtDayChangeReportedLikeAtStart) {
+    CLogFileByDate sink(m_dir, "control-", 7);
+    std::filesystem::remove_all(m_dir);
+    EXPECT_EQ(MessageOf([] { ChangeDayTo(2031, 5, 20); }), "Cannot locate log-by-date directory: " + m_dir);
+}
+
+TEST_F(CLogFileByDateTest, DayChangeDeletesOwnFilesKeepDaysOld) {
+    for (const char* name : {"control-2031-07-03", "control-2031-07-04", "service-2031-06-01", "control-notes"}) {
+        m_root.WriteFile("/var/log/projector/" + std::string(name), "old\n");
+    }
+    CLogFileByDate::Update(NoonOn(2031, 7, 9));
+    CLogFileByDate sink(m_dir, "control-", 7);
+    EXPECT_TRUE(Exists(m_dir + "control-2031-07-03")) << "deleted before its day came";
+
+    CLogFileByDate::Update(NoonOn(2031, 7, 10));
+    EXPECT_FALSE(Exists(m_dir + "control-2031-07-03"));
+    EXPECT_TRUE(Exists(m_dir + "control-2031-07-04"));
+    EXPECT_TRUE(Exists(m_dir + "service-2031-06-01"));
+    EXPECT_TRUE(Exists(m_dir + "control-notes"));
+}
+
+TEST_F(CLogFileByDateTest, KeepDaysZeroKeepsEveryFile) {
+    m_root.WriteFile("/var/log/projector/control-2001-01-01", "old\n");
+    CLogFileByDate sink(m_dir, "control-", 0);
+    ChangeDayTo(2031, 9, 2);
+    EXPECT_TRUE(Exists(m_dir + "control-2001-01-01"));
+}
+
+TEST_F(CLogFileByDateTest, SinksOfOneProcessChangeDayTogether) {
+    CLogFileByDate control(m_dir, "control-", 7);
+    CLogFileByDate service(m_dir, "service-", 3);
+    ChangeDayTo(2031, 11, 6);
+    EXPECT_EQ(control.GetFileName(), m_dir + "control-2031-11-06");
+    EXPECT_EQ(service.GetFileName(), m_dir + "service-2031-11-06");
+}
+
+TEST_F(CLogFileByDateTest, SizeCountsBytesWritten) {
+    CLogFileByDate sink(m_dir, "control-", 7);
+    // Writing checks the real clock, so this lands in today's file.
+    sink.Write("abc", LOG_LEVEL_INFO, FYI_GENERAL);
+    EXPECT_EQ(sink.GetSize(), 4);
+    sink.Write("hello", LOG_LEVEL_ERROR, FYI_GENERAL);
+    EXPECT_EQ(sink.GetSize(), 10);
+    EXPECT_EQ(CTempRoot::ReadFile(sink.GetFileName()), "abc\nhello\n");
+}
+
+}  // namespace
