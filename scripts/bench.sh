@@ -1,0 +1,14 @@
+#!/bin/sh
+# Builds (optimised, without sanitizers) and runs every benchmark in bench/. Each prints
+# Google Benchmark's table and, at the end, RATIO lines: a measured figure divided by
+# its baseline from the same run, beside the goal.
+#   scripts/bench.sh [benchmark options, e.g. --benchmark_min_time=2]
+set -eu
+cd "$(dirname "$0")/.."
+./scripts/install-deps.sh
+cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DPROJ_BENCH=ON
+cmake --build build-bench -j "${JOBS:-2}"
+for bench in build-bench/bin/bench/*; do
+    echo "== $(basename "$bench")"
+    "$bench" "$@"
+done

@@ -1,0 +1,51 @@
+#!/bin/sh
+# Installs what is missing, builds everything and runs every test: the unit and
+# integration tests under CTest, then each libFuzzer target for a bounded time.
+#
+#   scripts/test.sh              plain build in build/
+#   scripts/test.sh --sanitize   AddressSanitizer + UndefinedBehaviorSanitizer build in
+#                                build-asan/; any sanitizer report fails the run
+# Environment: FUZZ_SECONDS (per target, default 30; 0 skips fuzzing), JOBS (default 2).
+set -eu
+cd "$(dirname "$0")/.."
+
+sanitize=0
+for arg in "$@"; do
+    case "$arg" in
+        --sanitize) sanitize=1 ;;
+        *) echo "usage: $0 [--sanitize]" >&2; exit 2 ;;
+    esac
+done
+
+./scripts/install-deps.sh
+
+jobs="${JOBS:-2}"
+if [ "$sanitize" -eq 1 ]; then
+    build=build-asan
+    options="-DPROJ_SANITIZE=ON -DPROJ_WERROR=ON -DPROJ_BENCH=OFF"
+    export ASAN_OPTIONS="abort_on_error=1:detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1"
+    export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
+else
+    build=build
+    options="-DPROJ_WERROR=ON"
+fi
+
+# shellcheck disable=SC2086
+cmake -S . -B "$build" $options
+cmake --build "$build" -j "$jobs"
+
+log="$build/ctest-output.log"
+status=0
+(cd "$build" && ctest --output-on-failure -j "$jobs") > "$log" 2>&1 || status=$?
+cat "$log"
+if grep -Eq "runtime error:|ERROR: (Address|Leak|UndefinedBehavior)Sanitizer" "$log"; then
+    echo "sanitizer report found in the test output" >&2
+    status=1
+fi
+if [ "$status" -ne 0 ]; then
+    echo "tests FAILED" >&2
+    exit "$status"
+fi
+
+./scripts/fuzz.sh
+echo "all tests passed"
