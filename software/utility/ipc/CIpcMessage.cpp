@@ -112,21 +112,25 @@ void CIpcMessage::AddArg(unsigned short id, const std::string& text, unsigned ch
     m_cursor = m_args.begin();
 }
 
-bool CIpcMessage::GetArg(unsigned short id, std::string& text) const {
+const SMessageArgs* CIpcMessage::Find(unsigned short id) const {
     const auto it = m_args.find(id);
-    if (it == m_args.end()) {
-        return false;
+    return it == m_args.end() ? nullptr : &it->second;
+}
+
+bool CIpcMessage::GetArg(unsigned short id, std::string& text) const {
+    const SMessageArgs* arg = Find(id);
+    if (arg) {
+        text = arg->text;
     }
-    text = it->second.text;
-    return true;
+    return arg != nullptr;
 }
 
 bool CIpcMessage::GetArg(unsigned short id, int& value) const {
-    const auto it = m_args.find(id);
-    if (it == m_args.end() || it->second.flags == PARM_TEXT) {
+    const SMessageArgs* arg = Find(id);
+    if (!arg || arg->flags == PARM_TEXT) {
         return false;
     }
-    const char* start = it->second.text.c_str();
+    const char* start = arg->text.c_str();
     char* end = nullptr;
     errno = 0;
     const long converted = strtol(start, &end, 10);
@@ -136,31 +140,29 @@ bool CIpcMessage::GetArg(unsigned short id, int& value) const {
 }
 
 bool CIpcMessage::GetModifier(unsigned short id, unsigned char& modifier) const {
-    const auto it = m_args.find(id);
-    if (it == m_args.end()) {
-        return false;
+    const SMessageArgs* arg = Find(id);
+    if (arg) {
+        modifier = arg->modifier;
     }
-    modifier = it->second.modifier;
-    return true;
+    return arg != nullptr;
 }
 
 bool CIpcMessage::GetArgFlags(unsigned short id, EParmFlags& flags) const {
-    const auto it = m_args.find(id);
-    if (it == m_args.end()) {
-        return false;
+    const SMessageArgs* arg = Find(id);
+    if (arg) {
+        flags = static_cast<EParmFlags>(arg->flags);
     }
-    flags = static_cast<EParmFlags>(it->second.flags);
-    return true;
+    return arg != nullptr;
 }
 
 bool CIpcMessage::IsNumberArg(unsigned short id) const {
-    const auto it = m_args.find(id);
-    return it != m_args.end() && (it->second.flags & PARM_NUMBER) != 0;
+    const SMessageArgs* arg = Find(id);
+    return arg && (arg->flags & PARM_NUMBER) != 0;
 }
 
 bool CIpcMessage::IsTextArg(unsigned short id) const {
-    const auto it = m_args.find(id);
-    return it != m_args.end() && it->second.flags == PARM_TEXT;
+    const SMessageArgs* arg = Find(id);
+    return arg && arg->flags == PARM_TEXT;
 }
 
 void CIpcMessage::SetCharDelimiter(unsigned short id) {

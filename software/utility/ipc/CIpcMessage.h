@@ -172,6 +172,7 @@ private:
     static_assert(sizeof(SHeader) == kHeaderSize, "the header is copied to and from the wire as it is");
 
     void CheckRoomFor(unsigned short id) const;
+    const SMessageArgs* Find(unsigned short id) const;
 
     SHeader m_header;
     std::map<unsigned short, SMessageArgs> m_args;

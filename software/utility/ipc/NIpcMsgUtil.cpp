@@ -1,24 +1,25 @@
 #include "NIpcMsgUtil.h"
 
 #include <cstdarg>
-#include <vector>
 
 namespace NIpcMsgUtil {
 namespace {
 
-std::vector<int> ReadKinds(unsigned int n, va_list args) {
-    std::vector<int> kinds(n);
-    for (unsigned int i = 0; i < n; ++i) {
-        kinds[i] = va_arg(args, int);
-    }
-    return kinds;
-}
+enum ECountRule { AT_LEAST_N, AT_MOST_N, EXACTLY_N };
 
-// Checks the kinds of the first `count` positional arguments.
-EError CheckKinds(const CIpcMessage& message, const std::vector<int>& kinds, unsigned int count) {
-    for (unsigned int i = 0; i < count; ++i) {
+// The shared check: the count rule first, then the kinds of the arguments it covers.
+EError Check(const CIpcMessage& message, unsigned int n, va_list kinds, ECountRule rule) {
+    const unsigned int held = message.GetNumArgs();
+    if (held > n && rule != AT_LEAST_N) {
+        return ERR_TOO_MANY_PARAMETERS;
+    }
+    if (held < n && rule != AT_MOST_N) {
+        return ERR_TOO_FEW_PARAMETERS;
+    }
+    const unsigned int checked = held < n ? held : n;
+    for (unsigned int i = 0; i < checked; ++i) {
         const unsigned short id = static_cast<unsigned short>(i);
-        const bool mismatch = kinds[i] == ARG_NUMBER ? message.IsTextArg(id) : message.IsNumberArg(id);
+        const bool mismatch = va_arg(kinds, int) == ARG_NUMBER ? message.IsTextArg(id) : message.IsNumberArg(id);
         if (mismatch) {
             return ERR_INVALID_PARAMETER;
         }
@@ -28,41 +29,17 @@ EError CheckKinds(const CIpcMessage& message, const std::vector<int>& kinds, uns
 
 }  // namespace
 
-EError ArgCheckMin(const CIpcMessage& message, unsigned int n, ...) {
-    va_list args;
-    va_start(args, n);
-    const std::vector<int> kinds = ReadKinds(n, args);
-    va_end(args);
-    if (message.GetNumArgs() < n) {
-        return ERR_TOO_FEW_PARAMETERS;
-    }
-    return CheckKinds(message, kinds, n);
-}
+// The variadic list must be opened in each public function itself.
+#define CHECK_WITH_RULE(rule)                              \
+    va_list kinds;                                         \
+    va_start(kinds, n);                                    \
+    const EError result = Check(message, n, kinds, rule);  \
+    va_end(kinds);                                         \
+    return result
 
-EError ArgCheckMax(const CIpcMessage& message, unsigned int n, ...) {
-    va_list args;
-    va_start(args, n);
-    const std::vector<int> kinds = ReadKinds(n, args);
-    va_end(args);
-    if (message.GetNumArgs() > n) {
-        return ERR_TOO_MANY_PARAMETERS;
-    }
-    return CheckKinds(message, kinds, message.GetNumArgs());
-}
-
-EError ArgCheckStrict(const CIpcMessage& message, unsigned int n, ...) {
-    va_list args;
-    va_start(args, n);
-    const std::vector<int> kinds = ReadKinds(n, args);
-    va_end(args);
-    if (message.GetNumArgs() > n) {
-        return ERR_TOO_MANY_PARAMETERS;
-    }
-    if (message.GetNumArgs() < n) {
-        return ERR_TOO_FEW_PARAMETERS;
-    }
-    return CheckKinds(message, kinds, n);
-}
+EError ArgCheckMin(const CIpcMessage& message, unsigned int n, ...) { CHECK_WITH_RULE(AT_LEAST_N); }
+EError ArgCheckMax(const CIpcMessage& message, unsigned int n, ...) { CHECK_WITH_RULE(AT_MOST_N); }
+EError ArgCheckStrict(const CIpcMessage& message, unsigned int n, ...) { CHECK_WITH_RULE(EXACTLY_N); }
 
 void MakeErrorResponse(CIpcMessage& message, EError error, const std::string& text) {
     message.ClearArgs();

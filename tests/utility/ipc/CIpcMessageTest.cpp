@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "CException.h"
+#include "ThrownMessage.h"
 #include "ipc/CIpcMessage.h"
 
 namespace {
@@ -44,15 +45,6 @@ const Bytes kReferenceBytes = {
     0x1E, 0x00,              // total size 30
     0x43, 0x00, 0x00, 0x00, '5', 0x00,  // number, modifier 0, id 0, "5"
 };
-
-std::string ExceptionText(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const CException& e) {
-        return e.GetMessage();
-    }
-    return "(no exception)";
-}
 
 }  // namespace
 
@@ -197,9 +189,9 @@ TEST(CIpcMessageArgs, MaxNumParmsRefusesTheHundredTwentyNinthEvenAsReplacement) 
     for (unsigned short id = 0; id < 128; ++id) {
         message.AddArg(id, id);
     }
-    EXPECT_EQ(ExceptionText([&] { message.AddArg(500, 1); }),
+    EXPECT_EQ(ThrownMessage([&] { message.AddArg(500, 1); }),
               "Unable to add new message parameter.  MaxNumParms exceeded (500)");
-    EXPECT_EQ(ExceptionText([&] { message.AddArg(3, "x"); }),
+    EXPECT_EQ(ThrownMessage([&] { message.AddArg(3, "x"); }),
               "Unable to add new message parameter.  MaxNumParms exceeded (3)");
     EXPECT_EQ(message.GetNumArgs(), 128u);
     std::string text;
@@ -209,9 +201,9 @@ TEST(CIpcMessageArgs, MaxNumParmsRefusesTheHundredTwentyNinthEvenAsReplacement) 
 
 TEST(CIpcMessageModel, CodesMustHaveTheirExactLength) {
     CIpcMessage message;
-    EXPECT_EQ(ExceptionText([&] { message.SetCode("BRIG"); }), "Invalid code BRIG");
-    EXPECT_EQ(ExceptionText([&] { message.SetCode(""); }), "Invalid code ");
-    EXPECT_EQ(ExceptionText([&] { message.SetSubCode("SUM"); }), "Invalid subcode SUM");
+    EXPECT_EQ(ThrownMessage([&] { message.SetCode("BRIG"); }), "Invalid code BRIG");
+    EXPECT_EQ(ThrownMessage([&] { message.SetCode(""); }), "Invalid code ");
+    EXPECT_EQ(ThrownMessage([&] { message.SetSubCode("SUM"); }), "Invalid subcode SUM");
     EXPECT_EQ(message.GetCode(), "!!!");
     message.SetSubCode("");
     EXPECT_EQ(message.GetSubCode(), "");
@@ -221,7 +213,7 @@ TEST(CIpcMessageModel, CodesMustHaveTheirExactLength) {
 
 TEST(CIpcMessageModel, TextWithNulIsRefusedBecauseTheWireCannotCarryIt) {
     CIpcMessage message;
-    EXPECT_EQ(ExceptionText([&] { message.AddArg(4, std::string("a\0b", 3)); }),
+    EXPECT_EQ(ThrownMessage([&] { message.AddArg(4, std::string("a\0b", 3)); }),
               "Argument 4 text holds a NUL character");
     EXPECT_EQ(message.GetNumArgs(), 0u);
 }

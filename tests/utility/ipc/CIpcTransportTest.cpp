@@ -12,6 +12,7 @@
 
 #include "CException.h"
 #include "TempRoot.h"
+#include "ThrownMessage.h"
 #include "ipc/CDomainSocket.h"
 #include "ipc/CIpcClient.h"
 #include "ipc/CIpcServer.h"
@@ -23,15 +24,6 @@ bool Exists(const std::string& path) {
     return stat(path.c_str(), &info) == 0;
 }
 
-std::string ExceptionText(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const CException& e) {
-        return e.GetMessage();
-    }
-    return "(no exception)";
-}
-
 std::vector<unsigned char> Wire(CIpcMessage& message) {
     unsigned char* data = nullptr;
     const int size = message.SerializeMessage(data);
@@ -40,6 +32,18 @@ std::vector<unsigned char> Wire(CIpcMessage& message) {
 
 class CIpcTransport : public ::testing::Test {
 protected:
+    static CIpcMessage Command() {
+        CIpcMessage message;
+        message.SetCode("BRI");
+        return message;
+    }
+
+    static std::string ValueOf(const CIpcMessage& message) {
+        std::string value;
+        message.GetArg(0, value);
+        return value;
+    }
+
     CIpcTransport()
         : serverPath(root.MakeDir("/var/run/ui") + "/main_controller.socket"),
           clientPath(root.Path("/var/run/ui/client.0")) {}
@@ -85,14 +89,14 @@ TEST_F(CIpcTransport, SocketFileLivesFromCreateUntilDestruction) {
 
 TEST_F(CIpcTransport, SocketErrorsNameThePaths) {
     const std::string missingDir = root.Path("/nowhere/x.socket");
-    EXPECT_EQ(ExceptionText([&] { CDomainSocket s(missingDir.c_str()); }), "Socket bind failed on " + missingDir);
+    EXPECT_EQ(ThrownMessage([&] { CDomainSocket s(missingDir.c_str()); }), "Socket bind failed on " + missingDir);
     const std::string tooLong = root.Path("/") + std::string(120, 'a');
-    EXPECT_EQ(ExceptionText([&] { CDomainSocket s(tooLong.c_str()); }), "Socket path too long: " + tooLong);
+    EXPECT_EQ(ThrownMessage([&] { CDomainSocket s(tooLong.c_str()); }), "Socket path too long: " + tooLong);
 
     CDomainSocket unbound;
     unsigned char byte = 0;
-    EXPECT_EQ(ExceptionText([&] { unbound.RecvFrom(&byte, 1, 0, nullptr); }), "Uninitialized socket");
-    EXPECT_EQ(ExceptionText([&] { unbound.SendTo(&byte, 1, serverPath.c_str(), 0); }), "Uninitialized socket");
+    EXPECT_EQ(ThrownMessage([&] { unbound.RecvFrom(&byte, 1, 0, nullptr); }), "Uninitialized socket");
+    EXPECT_EQ(ThrownMessage([&] { unbound.SendTo(&byte, 1, serverPath.c_str(), 0); }), "Uninitialized socket");
 
     CDomainSocket sender(clientPath.c_str());
     try {
@@ -140,17 +144,14 @@ TEST_F(CIpcTransport, ServerAnswersEachClientUnderItsSequence) {
     const std::string secondPath = root.Path("/var/run/ui/client.1");
     CIpcClient second(serverPath.c_str(), secondPath.c_str());
     for (auto* client : {&first, &second, &first}) {
-        CIpcMessage message;
-        message.SetCode("BRI");
+        CIpcMessage message = Command();
         message.AddArg(0, client->GetOwnPath());
         CIpcMessage reply;
         ASSERT_TRUE(client->TransmitMessage(message, reply, 5000));
         EXPECT_TRUE(message.HasFlag(MSG_FLAG_REPLY_WANTED));
         EXPECT_TRUE(reply.HasFlag(MSG_FLAG_REPLY));
         EXPECT_EQ(reply.GetSequence(), client->GetSequence());
-        std::string text;
-        reply.GetArg(0, text);
-        EXPECT_EQ(text, "echo " + client->GetOwnPath());
+        EXPECT_EQ(ValueOf(reply), "echo " + client->GetOwnPath());
         EXPECT_EQ(reply.GetReplyAddress(), serverPath);
     }
     echo.join();
@@ -161,8 +162,7 @@ TEST_F(CIpcTransport, ServerAnswersEachClientUnderItsSequence) {
 TEST_F(CIpcTransport, LateRepliesAreSkippedWithinTheSameWait) {
     CDomainSocket server(serverPath.c_str());
     CIpcClient client(serverPath.c_str(), clientPath.c_str());
-    CIpcMessage first;
-    first.SetCode("BRI");
+    CIpcMessage first = Command();
     client.TransmitMessage(first);  // transaction 1 times out without a reply
     CIpcMessage second(first);
     client.TransmitMessage(second);
@@ -176,16 +176,13 @@ TEST_F(CIpcTransport, LateRepliesAreSkippedWithinTheSameWait) {
 
     CIpcMessage reply;
     ASSERT_TRUE(client.MessageWait(reply, 5000));
-    std::string value;
-    reply.GetArg(0, value);
-    EXPECT_EQ(value, "current");
+    EXPECT_EQ(ValueOf(reply), "current");
 }
 
 TEST_F(CIpcTransport, ReplyToANewerTransactionEndsTheWait) {
     CDomainSocket server(serverPath.c_str());
     CIpcClient client(serverPath.c_str(), clientPath.c_str());
-    CIpcMessage message;
-    message.SetCode("BRI");
+    CIpcMessage message = Command();
     client.TransmitMessage(message);
     const CIpcMessage request = ReceiveOnRawServer(server);
     SendReply(server, request, 9, "future");
@@ -197,8 +194,7 @@ TEST_F(CIpcTransport, ReplyToANewerTransactionEndsTheWait) {
 TEST_F(CIpcTransport, OnlyLateRepliesMeanATimeOut) {
     CDomainSocket server(serverPath.c_str());
     CIpcClient client(serverPath.c_str(), clientPath.c_str());
-    CIpcMessage message;
-    message.SetCode("BRI");
+    CIpcMessage message = Command();
     client.TransmitMessage(message);
     client.TransmitMessage(message);
     const CIpcMessage request = ReceiveOnRawServer(server);
@@ -214,8 +210,7 @@ TEST_F(CIpcTransport, IncompleteDatagramsAreIgnoredOnBothSides) {
     CIpcClient client(serverPath.c_str(), clientPath.c_str());
     CDomainSocket stranger(root.Path("/var/run/ui/stranger").c_str());
 
-    CIpcMessage proper;
-    proper.SetCode("BRI");
+    CIpcMessage proper = Command();
     proper.AddArg(0, 50);
     auto bytes = Wire(proper);
     bytes[22] = static_cast<unsigned char>(bytes[22] + 1);  // size off by one
@@ -243,18 +238,16 @@ TEST_F(CIpcTransport, IncompleteDatagramsAreIgnoredOnBothSides) {
 
     CIpcMessage reply;
     ASSERT_TRUE(client.MessageWait(reply, 5000));
-    std::string value;
-    reply.GetArg(0, value);
-    EXPECT_EQ(value, "whole");
+    EXPECT_EQ(ValueOf(reply), "whole");
 }
 
 TEST_F(CIpcTransport, NoReplyIsATimeOutNotAnError) {
     CDomainSocket server(serverPath.c_str());
     CIpcClient client(serverPath.c_str(), clientPath.c_str());
-    CIpcMessage message;
-    message.SetCode("BRI");
+    CIpcMessage message = Command();
     CIpcMessage reply;
     EXPECT_FALSE(client.TransmitMessage(message, reply, 50));
+    EXPECT_FALSE(client.MessageWait(reply, 0));  // 0 polls once
     CIpcServer idle(root.Path("/var/run/ui/idle").c_str());
     EXPECT_FALSE(idle.IsMessageAvailable(0));
 }
@@ -262,8 +255,7 @@ TEST_F(CIpcTransport, NoReplyIsATimeOutNotAnError) {
 TEST_F(CIpcTransport, OversizedOrUnaddressedMessagesAreNeverSent) {
     CIpcServer server(serverPath.c_str());
     CIpcClient client(serverPath.c_str(), clientPath.c_str());
-    CIpcMessage huge;
-    huge.SetCode("BRI");
+    CIpcMessage huge = Command();
     huge.AddArg(0, std::string(5000, 'x'));
     EXPECT_THROW(client.TransmitMessage(huge), CException);
     EXPECT_FALSE(server.IsMessageAvailable(0));

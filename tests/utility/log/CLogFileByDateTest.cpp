@@ -6,6 +6,7 @@
 
 #include "CException.h"
 #include "TempRoot.h"
+#include "ThrownMessage.h"
 #include "log/CLogFileByDate.h"
 
 namespace {
@@ -30,16 +31,6 @@ void ChangeDayTo(int year, int month, int day) {
 
 bool Exists(const std::string& path) { return std::filesystem::exists(path); }
 
-template <typename F>
-std::string MessageOf(F call) {
-    try {
-        call();
-    } catch (const CException& e) {
-        return e.GetMessage();
-    }
-    return "(no exception)";
-}
-
 class CLogFileByDateTest : public ::testing::Test {
 protected:
     CTempRoot m_root;
@@ -59,14 +50,14 @@ TEST_F(CLogFileByDateTest, FileNamedByDirectoryPrefixAndLocalDate) {
 
 TEST_F(CLogFileByDateTest, MissingDirectoryThrows) {
     const std::string missing = m_root.Path("/var/log/absent/");
-    EXPECT_EQ(MessageOf([&] { CLogFileByDate sink(missing, "control-", 7); }),
+    EXPECT_EQ(ThrownMessage([&] { CLogFileByDate sink(missing, "control-", 7); }),
               "Cannot locate log-by-date directory: " + missing);
 }
 
 TEST_F(CLogFileByDateTest, DirectoryGoneAtDayChangeReportedLikeAtStart) {
     CLogFileByDate sink(m_dir, "control-", 7);
     std::filesystem::remove_all(m_dir);
-    EXPECT_EQ(MessageOf([] { ChangeDayTo(2031, 5, 20); }), "Cannot locate log-by-date directory: " + m_dir);
+    EXPECT_EQ(ThrownMessage([] { ChangeDayTo(2031, 5, 20); }), "Cannot locate log-by-date directory: " + m_dir);
 }
 
 TEST_F(CLogFileByDateTest, DayChangeDeletesOwnFilesKeepDaysOld) {

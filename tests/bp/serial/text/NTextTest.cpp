@@ -8,18 +8,10 @@
 
 #include "CException.h"
 #include "TempRoot.h"
+#include "ThrownMessage.h"
 #include "text/NText.h"
 
 namespace {
-
-std::string MessageOf(void (*call)()) {
-    try {
-        call();
-    } catch (const CException& e) {
-        return e.GetMessage();
-    }
-    return "(no exception)";
-}
 
 // One runtime root holding the French and German files serves the whole suite: a translator,
 // once loaded, stays cached for the process, so every test must see the same files.
@@ -50,8 +42,8 @@ TEST_F(NTextTest, EnglishTextsByResourceId) {
 }
 
 TEST_F(NTextTest, ResourceIdOutsideRangeThrows) {
-    EXPECT_EQ(MessageOf([] { NText::GetString(2342); }), "Invalid Resource Id: 2342");
-    EXPECT_EQ(MessageOf([] { NText::GetString(-1); }), "Invalid Resource Id: -1");
+    EXPECT_EQ(ThrownMessage([] { NText::GetString(2342); }), "Invalid Resource Id: 2342");
+    EXPECT_EQ(ThrownMessage([] { NText::GetString(-1); }), "Invalid Resource Id: -1");
 }
 
 TEST_F(NTextTest, FrenchTranslatesCurrentLanguageTexts) {
@@ -79,16 +71,16 @@ TEST_F(NTextTest, ExplicitLanguageLeavesCurrentOneAlone) {
 
 TEST_F(NTextTest, MissingTranslationFileLeavesLanguageUnchanged) {
     NText::SetLanguage(NText::LANG_GERMAN);
-    EXPECT_EQ(MessageOf([] { NText::SetLanguage(NText::LANG_SPANISH); }), "Unable to load translator file");
+    EXPECT_EQ(ThrownMessage([] { NText::SetLanguage(NText::LANG_SPANISH); }), "Unable to load translator file");
     EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_GERMAN);
     EXPECT_EQ(NText::GetString(1), "Ein");
-    EXPECT_EQ(MessageOf([] { NText::GetString(1, NText::LANG_SPANISH); }), "Unable to load translator file");
+    EXPECT_EQ(ThrownMessage([] { NText::GetString(1, NText::LANG_SPANISH); }), "Unable to load translator file");
 }
 
 TEST_F(NTextTest, UnsupportedLanguageRejected) {
-    EXPECT_EQ(MessageOf([] { NText::SetLanguage(static_cast<NText::ELanguage>(99)); }), "Unsupported language 99");
-    EXPECT_EQ(MessageOf([] { NText::SetLanguage(static_cast<NText::ELanguage>(-2)); }), "Unsupported language -2");
-    EXPECT_EQ(MessageOf([] { NText::GetString(1, static_cast<NText::ELanguage>(99)); }), "Unsupported language 99");
+    EXPECT_EQ(ThrownMessage([] { NText::SetLanguage(static_cast<NText::ELanguage>(99)); }), "Unsupported language 99");
+    EXPECT_EQ(ThrownMessage([] { NText::SetLanguage(static_cast<NText::ELanguage>(-2)); }), "Unsupported language -2");
+    EXPECT_EQ(ThrownMessage([] { NText::GetString(1, static_cast<NText::ELanguage>(99)); }), "Unsupported language 99");
     EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_ENGLISH);
 }
 
