@@ -22,8 +22,10 @@ bool CIpcServer::GetMessage(CIpcMessage& message, bool* complete) {
     return received > 0;
 }
 
-bool CIpcServer::ResponseMessage(CIpcMessage& message) {
-    if (message.GetReplyAddress().empty()) {
+bool CIpcServer::ResponseMessage(CIpcMessage& message) { return SendMessage(message, message.GetReplyAddress()); }
+
+bool CIpcServer::SendMessage(CIpcMessage& message, const std::string& path) {
+    if (path.empty()) {
         return false;
     }
     unsigned char* data = nullptr;
@@ -31,5 +33,5 @@ bool CIpcServer::ResponseMessage(CIpcMessage& message) {
     if (size >= static_cast<int>(CIpcMessage::kMaxMessageSize)) {
         return false;
     }
-    return m_socket.SendTo(data, size, message.GetReplyAddress().c_str(), 0) == size;
+    return m_socket.SendTo(data, size, path.c_str(), MSG_DONTWAIT) == size;
 }

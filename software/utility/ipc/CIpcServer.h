@@ -25,7 +25,11 @@ public:
 
     // Serialises message and sends it to its reply address. True when the whole message
     // was sent; false for a message without a reply address or one too large to send.
+    // Never blocks: a peer whose socket is gone or whose queue is full makes it throw
+    // CException, so a stuck peer cannot stall the server.
     bool ResponseMessage(CIpcMessage& message);
+    // The same to any socket path (notifications to listeners).
+    bool SendMessage(CIpcMessage& message, const std::string& path);
 
     int GetDescriptor() const { return m_socket.GetDescriptor(); }
     std::string GetPath() const { return m_socket.GetPath(); }

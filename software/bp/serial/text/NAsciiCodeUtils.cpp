@@ -8,6 +8,10 @@ std::string JoinCode(const std::string& code, const std::string& subcode, char s
     return subcode.empty() ? code : code + separator + subcode;
 }
 
+std::string JoinCode(const SControlSet& control, char separator) {
+    return JoinCode(control.code, control.subcode, separator);
+}
+
 void SplitCode(const std::string& text, std::string& code, std::string& subcode) {
     code = "!!!";
     subcode = "!!!!";

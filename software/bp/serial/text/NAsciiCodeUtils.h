@@ -7,10 +7,13 @@
 #include <string>
 #include <utility>
 
+#include "control/ControlTypes.h"
+
 namespace NAsciiCodeUtils {
 
 // code, then separator and subcode when the subcode is not empty.
 std::string JoinCode(const std::string& code, const std::string& subcode, char separator = '+');
+std::string JoinCode(const SControlSet& control, char separator = '+');
 
 // Shorter than 3 characters: "!!!" and "!!!!". Otherwise the code is the first three
 // characters and the subcode: "" for exactly three characters, "@@@@" for four ending

@@ -1,0 +1,71 @@
+#include "dispatch/CEventDispatcher.h"
+
+#include <algorithm>
+
+#include "control/CCustomEventHandler.h"
+#include "control/CProjCon.h"
+#include "dispatch/CIpcEventDispatcher.h"
+
+CEventDispatcher::CEventDispatcher(ILog& log) : m_log(log) {}
+
+bool CEventDispatcher::AddControl(CProjCon& control) {
+    return m_controls.emplace(control.GetCode(), &control).second;
+}
+
+void CEventDispatcher::RemoveControl(const std::string& code) { m_controls.erase(code); }
+
+CProjCon* CEventDispatcher::GetControl(const std::string& code) const {
+    const auto it = m_controls.find(code);
+    return it == m_controls.end() ? nullptr : it->second;
+}
+
+bool CEventDispatcher::AddCustomHandler(CCustomEventHandler& handler) {
+    return m_handlers.emplace(handler.GetCode(), &handler).second;
+}
+
+void CEventDispatcher::RemoveCustomHandler(const std::string& code) { m_handlers.erase(code); }
+
+CCustomEventHandler* CEventDispatcher::GetCustomHandler(const std::string& code) const {
+    const auto it = m_handlers.find(code);
+    return it == m_handlers.end() ? nullptr : it->second;
+}
+
+void CEventDispatcher::SendNotificationMessage(const CProjCon& control, ENotifyType type) {
+    std::list<std::string> recipients;
+    if (m_ipc) {
+        m_notifications.GetIpcRecipientList(control.GetCode(), recipients);
+        if (!recipients.empty()) {
+            m_ipc->MakeNotification(control, type, recipients);
+        }
+    }
+    if (m_json) {
+        m_notifications.GetC4jRecipientList(control.GetCode(), recipients);
+        if (!recipients.empty()) {
+            m_json->MakeNotification(control, type, recipients);
+        }
+    }
+}
+
+void CEventDispatcher::GetIpcNotifyRecipientList(const std::string& key, std::list<std::string>& recipients) const {
+    m_notifications.GetIpcRecipientList(key, recipients);
+}
+
+void CEventDispatcher::GetC4jNotifyRecipientList(const std::string& key, std::list<std::string>& recipients) const {
+    m_notifications.GetC4jRecipientList(key, recipients);
+}
+
+void CEventDispatcher::AddPeriodicTask(IPeriodicTask& task) {
+    if (std::find(m_tasks.begin(), m_tasks.end(), &task) == m_tasks.end()) {
+        m_tasks.push_back(&task);
+    }
+}
+
+void CEventDispatcher::RemovePeriodicTask(IPeriodicTask& task) {
+    m_tasks.erase(std::remove(m_tasks.begin(), m_tasks.end(), &task), m_tasks.end());
+}
+
+void CEventDispatcher::Update() {
+    for (IPeriodicTask* task : m_tasks) {
+        task->Update();
+    }
+}

@@ -1,0 +1,79 @@
+#pragma once
+// CEventDispatcher: the controller's registry of controls and custom handlers, and the
+// router of change notifications to the front-ends.
+//
+// Controls and handlers register themselves in their constructors and leave in their
+// destructors (not owned). The registry is keyed by the joined code ("BRI", "NET+PORT").
+// The notification registry (CNotificationManager) is owned here. The IPC event
+// dispatcher and the JSON control notifier attach themselves; either may be absent, and
+// notifications go only to the front-ends present.
+//
+// Update() runs the controller's periodic duties: each attached periodic task
+// (IPeriodicTask, such as the storage of control values) gets one turn.
+//
+// Thread contract: owned by the controller's event thread; every method runs there and
+// nothing locks. Controls, handlers and attached objects must be removed before the
+// dispatcher is destroyed.
+
+#include <list>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "control/ControlTypes.h"
+#include "dispatch/CNotificationManager.h"
+#include "dispatch/IControlNotifier.h"
+#include "log/ILog.h"
+
+class CProjCon;
+class CCustomEventHandler;
+class CIpcEventDispatcher;
+
+// A duty the controller's loop runs on every Update().
+class IPeriodicTask {
+public:
+    virtual ~IPeriodicTask() = default;
+    virtual void Update() = 0;
+};
+
+class CEventDispatcher {
+public:
+    explicit CEventDispatcher(ILog& log);
+    CEventDispatcher(const CEventDispatcher&) = delete;
+    CEventDispatcher& operator=(const CEventDispatcher&) = delete;
+
+    // False when the joined code is taken (the registry is left unchanged).
+    bool AddControl(CProjCon& control);
+    void RemoveControl(const std::string& code);
+    // Null when absent.
+    CProjCon* GetControl(const std::string& code) const;
+    const std::map<std::string, CProjCon*>& GetControls() const { return m_controls; }
+
+    bool AddCustomHandler(CCustomEventHandler& handler);
+    void RemoveCustomHandler(const std::string& code);
+    CCustomEventHandler* GetCustomHandler(const std::string& code) const;
+
+    // Called by a control whenever its value, text, enabled state, range or list changes.
+    void SendNotificationMessage(const CProjCon& control, ENotifyType type);
+
+    void GetIpcNotifyRecipientList(const std::string& key, std::list<std::string>& recipients) const;
+    void GetC4jNotifyRecipientList(const std::string& key, std::list<std::string>& recipients) const;
+    CNotificationManager& GetNotificationManager() { return m_notifications; }
+
+    void SetIpcEventDispatcher(CIpcEventDispatcher* ipc) { m_ipc = ipc; }
+    void SetJsonNotifier(IControlNotifier* json) { m_json = json; }
+    void AddPeriodicTask(IPeriodicTask& task);
+    void RemovePeriodicTask(IPeriodicTask& task);
+
+    ILog& GetLog() const { return m_log; }
+    void Update();
+
+private:
+    ILog& m_log;
+    std::map<std::string, CProjCon*> m_controls;
+    std::map<std::string, CCustomEventHandler*> m_handlers;
+    CNotificationManager m_notifications;
+    CIpcEventDispatcher* m_ipc = nullptr;
+    IControlNotifier* m_json = nullptr;
+    std::vector<IPeriodicTask*> m_tasks;
+};

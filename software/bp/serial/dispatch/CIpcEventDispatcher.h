@@ -1,0 +1,86 @@
+#pragma once
+// CIpcEventDispatcher: the controller's IPC front door. It owns the controller's socket,
+// takes one message at a time off it, applies commands to controls, answers requests
+// (values, attributes, lists), records notification registrations ("NOT") and sends
+// change notifications to the registered IPC listeners.
+//
+// Commands and requests never throw to their sender: every failure is an error reply
+// (parameter 220 = EError, 221 = text). Replies and notifications are sent without
+// blocking: a listener whose socket is gone or whose queue is full is logged and
+// skipped, and the controller goes on serving.
+//
+// Wire conventions served here:
+//  - parameter 231 on a command or request: the sender's access level (1 when absent);
+//  - a notification carries the control's code and subcode and, per bit of its type in
+//    the order 1, 4, 2, 8: argument 0 = value (text for text controls), 241/242 = min/max,
+//    240 = enabled, 243 = number of list entries;
+//  - "NOT" commands: parameter 232 = the listener's notification address; arguments 0..n
+//    = joined codes whose modifier says R register, U unregister (counted) or W unregister
+//    whatever the count; subcode "@@@@" unregisters the address from everything;
+//  - a request answered by several replies flags every reply but the last "more follows";
+//  - attribute requests ("C", "D", "E", "G", "H", "L", "M", "N", "T" as argument 0's
+//    modifier): "C" answers 1 when the control asks for confirmation (it has a confirm
+//    text), else 0; "H" answers the control's help text (by its help text id).
+//
+// Lifetime: attaches itself to the dispatcher in its constructor and detaches in its
+// destructor; the dispatcher must outlive it.
+// Thread contract: owned by the controller's event thread, like the dispatcher.
+
+#include <list>
+#include <string>
+
+#include "EError.h"
+#include "control/ControlTypes.h"
+#include "ipc/CIpcServer.h"
+#include "log/ILog.h"
+
+class CEventDispatcher;
+class CProjCon;
+
+class CIpcEventDispatcher {
+public:
+    static constexpr unsigned short kAccessLevelParm = 231;
+    static constexpr unsigned short kNotifyAddressParm = 232;
+    static constexpr unsigned short kEnabledParm = 240;
+    static constexpr unsigned short kMinimumParm = 241;
+    static constexpr unsigned short kMaximumParm = 242;
+    static constexpr unsigned short kListSizeParm = 243;
+
+    // socketPath is already resolved through the runtime root.
+    CIpcEventDispatcher(CEventDispatcher& dispatcher, const char* socketPath, ILog& log);
+    ~CIpcEventDispatcher();
+    CIpcEventDispatcher(const CIpcEventDispatcher&) = delete;
+    CIpcEventDispatcher& operator=(const CIpcEventDispatcher&) = delete;
+
+    // Handles at most one waiting message; returns at once (false) when none is waiting.
+    bool ProcessEvents();
+    // The controller socket's descriptor, for the event loop's select.
+    int GetDescriptor() const { return m_server.GetDescriptor(); }
+    std::string GetSocketPath() const { return m_server.GetPath(); }
+
+    // The reply keeps the command's header; parameter 231 is taken off the command.
+    void ProcessCommands(CIpcMessage& command, CIpcMessage& reply);
+    void ProcessRequests(CIpcMessage& request, std::list<CIpcMessage>& replies);
+    // Throws CException on a malformed registration; ProcessEvents turns that into an
+    // error reply.
+    void ProcessNotificationRequests(const CIpcMessage& request);
+
+    void MakeNotification(const CProjCon& control, ENotifyType type, const std::list<std::string>& recipients);
+    void SendIpcNotifications(CIpcMessage& notification, const std::list<std::string>& recipients);
+    // False (and a log line) when the notification could not be delivered.
+    bool SendNotify(CIpcMessage& notification, const std::string& address);
+
+private:
+    int TakeAccessLevel(CIpcMessage& message) const;
+    void AnswerAttribute(const CProjCon& control, const CIpcMessage& request, unsigned char modifier,
+                         std::list<CIpcMessage>& replies);
+    void AnswerList(const CProjCon& control, const CIpcMessage& request, std::list<CIpcMessage>& replies);
+    void AnswerValue(const CProjCon& control, const CIpcMessage& request, std::list<CIpcMessage>& replies);
+    bool IsInternalSender(const std::string& address) const;
+    void SendReplies(std::list<CIpcMessage>& replies);
+
+    CEventDispatcher& m_dispatcher;
+    ILog& m_log;
+    CIpcServer m_server;
+    std::string m_internalPrefix;
+};
