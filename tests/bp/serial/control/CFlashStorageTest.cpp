@@ -1,0 +1,186 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "CException.h"
+#include "ManualClock.h"
+#include "RecordingProxy.h"
+#include "TempRoot.h"
+#include "control/CFlashStorage.h"
+#include "control/CProjCon.h"
+#include "dispatch/CEventDispatcher.h"
+#include "log/CLogBuffer.h"
+#include "log/CLogger.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kDir = "/var/data/controls/";
+
+class CFlashStorageTest : public ::testing::Test {
+protected:
+    CFlashStorageTest() : m_dispatcher(m_logger) {
+        for (int level = LOG_LEVEL_ERROR; level <= LOG_LEVEL_DEBUG; ++level) {
+            m_logger.AddLogRule(static_cast<ELogLevel>(level), &m_log);
+        }
+        m_storage.BindAllPersistent();
+    }
+
+    std::string File(const std::string& code) const { return m_root.Path(kDir + code); }
+    void Store(const std::string& code, const std::string& contents) { m_root.WriteFile(kDir + code, contents); }
+    bool Logged(const std::string& text) const { return m_log.GetContents().find(text) != std::string::npos; }
+    size_t Count(const std::string& text) const {
+        const std::string contents = m_log.GetContents();
+        size_t count = 0;
+        for (size_t at = contents.find(text); at != std::string::npos; at = contents.find(text, at + 1)) {
+            ++count;
+        }
+        return count;
+    }
+
+    CTempRoot m_root;
+    CLogBuffer m_log{64};
+    CLogger m_logger;
+    CManualClock m_clock;
+    CEventDispatcher m_dispatcher;
+    CRecordingProxy m_proxy;
+    CProjCon m_bri{DT_INTEGER, m_dispatcher, m_proxy, "BRI", true, 0, 100, 50, ACCESS_OPERATOR, 0, 0, 0, false};
+    CProjCon m_name{DT_TEXT_FREE, m_dispatcher, m_proxy, "NAM", true, 0, 0, "proj", ACCESS_OPERATOR, 0, 0, false};
+    CProjCon m_volatile{DT_INTEGER, m_dispatcher, m_proxy, "TMP", false, 0, 9, 1, ACCESS_OPERATOR, 0, 0, 0, false};
+    CFlashStorage m_storage{m_dispatcher, m_logger, m_clock, kDir, 1000};
+};
+
+TEST_F(CFlashStorageTest, SaveWritesPendingControlsOrAllWhenForced) {
+    m_bri.SetValue(70);
+    m_volatile.SetValue(5);
+    EXPECT_EQ(m_storage.Save(), 1u);
+    EXPECT_EQ(CTempRoot::ReadFile(File("BRI")), "70");
+    EXPECT_FALSE(m_bri.IsSavePending());
+    EXPECT_FALSE(fs::exists(File("NAM")));
+    EXPECT_EQ(m_storage.Save(), 0u);
+
+    EXPECT_EQ(m_storage.Save(true), 2u);
+    EXPECT_EQ(CTempRoot::ReadFile(File("NAM")), "proj");
+    EXPECT_FALSE(fs::exists(File("TMP")));
+}
+
+TEST_F(CFlashStorageTest, LoadAllRestoresValuesAndTextsEvenOfReadOnlyControls) {
+    CProjCon locked(DT_INTEGER, m_dispatcher, m_proxy, "LCK", true, 0, 9, 1, ACCESS_OPERATOR, 0, 0, 0, true);
+    m_storage.Bind(locked);
+    Store("BRI", "-0");
+    Store("NAM", "lobby projector");
+    Store("LCK", "3");
+    Store("TMP", "7");
+    m_bri.SetValue(20);
+    m_storage.LoadAll();
+    EXPECT_EQ(m_bri.GetValue(), 0);
+    EXPECT_EQ(m_name.GetText(), "lobby projector");
+    EXPECT_EQ(locked.GetValue(), 3);
+    EXPECT_EQ(m_volatile.GetValue(), 1);
+    for (const CProjCon* control : {&m_bri, &m_name, &locked}) {
+        EXPECT_FALSE(control->IsSavePending()) << control->GetCode();
+    }
+    EXPECT_EQ(m_storage.Save(), 0u);
+}
+
+TEST_F(CFlashStorageTest, MissingOrUnreadableFileKeepsDefault) {
+    m_storage.LoadAll();
+    EXPECT_TRUE(Logged("Load default value of BRI : 50"));
+    for (const char* contents : {"12abc", "", "99999999999", "-99999999999", "70\n", "0x10"}) {
+        m_log.Clear();
+        Store("BRI", contents);
+        m_storage.LoadAll();
+        EXPECT_EQ(m_bri.GetValue(), 50) << contents;
+        EXPECT_TRUE(Logged("Load value of BRI error: ")) << contents;
+    }
+    EXPECT_TRUE(m_proxy.calls.empty());
+}
+
+TEST_F(CFlashStorageTest, StoredValueOutsideTodaysRangeIsLimitedByTheControl) {
+    Store("BRI", "150");
+    CProjCon input(DT_LIST, m_dispatcher, m_proxy, "INP", true, 1, ACCESS_OPERATOR, 0, 0, false);
+    SListEntry entries[2];
+    entries[0].value = 1;
+    entries[1].value = 2;
+    input.AddList({entries[0], entries[1]});
+    m_storage.Bind(input);
+    Store("INP", "7");
+    m_storage.LoadAll();
+    // An integer is clamped and kept (the file is rewritten only at its next change)...
+    EXPECT_EQ(m_bri.GetValue(), 100);
+    EXPECT_FALSE(m_bri.IsSavePending());
+    // ...while a list entry that no longer exists leaves the default.
+    EXPECT_EQ(input.GetValue(), 1);
+    EXPECT_TRUE(Logged("Load value of INP error: "));
+}
+
+TEST_F(CFlashStorageTest, LeftoverTemporaryFileIsIgnoredAndReplaced) {
+    Store("BRI", "70");
+    Store(".BRI.tmp", std::string("7\0garbage", 9));
+    m_storage.LoadAll();
+    EXPECT_EQ(m_bri.GetValue(), 70);
+
+    m_bri.SetValue(80);
+    EXPECT_EQ(m_storage.Save(), 1u);
+    EXPECT_EQ(CTempRoot::ReadFile(File("BRI")), "80");
+    for (const auto& entry : fs::directory_iterator(m_root.Path(kDir))) {
+        EXPECT_EQ(entry.path().filename().string().find(".tmp"), std::string::npos) << entry.path();
+    }
+}
+
+TEST_F(CFlashStorageTest, FailedSaveKeepsOldFileAndSavePending) {
+    // The temporary file cannot be made: the good file stays as it was.
+    Store("BRI", "70");
+    m_root.MakeDir(kDir + ".BRI.tmp");
+    m_bri.SetValue(80);
+    EXPECT_EQ(m_storage.Save(), 0u);
+    EXPECT_TRUE(Logged("Save value of BRI error: "));
+    EXPECT_TRUE(m_bri.IsSavePending());
+    EXPECT_EQ(CTempRoot::ReadFile(File("BRI")), "70");
+
+    // The directory has gone and a file stands in its place.
+    m_log.Clear();
+    fs::remove_all(m_root.Path(kDir));
+    m_root.WriteFile("/var/data/controls", "not a directory");
+    EXPECT_EQ(m_storage.Save(), 0u);
+    EXPECT_TRUE(Logged("Save value of BRI error: "));
+    EXPECT_TRUE(m_bri.IsSavePending());
+    EXPECT_EQ(CTempRoot::ReadFile(m_root.Path("/var/data/controls")), "not a directory");
+}
+
+TEST_F(CFlashStorageTest, DispatcherUpdateSavesBurstOnceAfterTheDelay) {
+    m_bri.SetValue(60);
+    m_dispatcher.Update();
+    m_clock.AdvanceMs(999);
+    m_bri.SetValue(61);
+    m_bri.SetValue(62);
+    m_dispatcher.Update();
+    EXPECT_FALSE(fs::exists(File("BRI")));
+
+    m_clock.AdvanceMs(1);
+    m_dispatcher.Update();
+    EXPECT_EQ(CTempRoot::ReadFile(File("BRI")), "62");
+    for (int i = 0; i < 3; ++i) {
+        m_clock.AdvanceMs(5000);
+        m_dispatcher.Update();
+    }
+    EXPECT_EQ(Count("save value of BRI"), 1u);
+
+    // A later change waits its own delay from the moment it is seen.
+    m_bri.SetValue(63);
+    m_dispatcher.Update();
+    m_clock.AdvanceMs(999);
+    m_dispatcher.Update();
+    EXPECT_EQ(CTempRoot::ReadFile(File("BRI")), "62");
+    m_clock.AdvanceMs(1);
+    m_dispatcher.Update();
+    EXPECT_EQ(CTempRoot::ReadFile(File("BRI")), "63");
+}
+
+TEST_F(CFlashStorageTest, BindRejectsNonPersistentControl) {
+    EXPECT_THROW(m_storage.Bind(m_volatile), CException);
+}
+
+}  // namespace

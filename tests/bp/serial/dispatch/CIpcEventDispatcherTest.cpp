@@ -1,0 +1,254 @@
+// The controller's IPC front door end to end: a real controller thread serving a socket
+// under a temporary root, reached by real event links.
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <list>
+#include <string>
+
+#include "ControllerFixture.h"
+#include "ipc/CDomainSocket.h"
+
+namespace {
+
+class CIpcEventDispatcherTest : public CControllerFixture {
+protected:
+    // One request exchange; the replies in order.
+    std::list<CIpcMessage> Request(const std::string& code, const std::string& subcode, int access,
+                                   unsigned char modifier = 0, int argument = -1, EParmFlags flags = PARM_TEXT) {
+        CIpcMessage request = Message(code, subcode);
+        if (modifier != 0) {
+            request.AddArg(0, argument < 0 ? 0 : argument, flags, modifier);
+        }
+        std::list<CIpcMessage> replies;
+        link->SendRequest(access, request, replies, 5000);
+        return replies;
+    }
+
+    EError Command(CIpcMessage& command, CIpcMessage& reply, int access = ACCESS_OPERATOR) {
+        return link->SendCommand(access, command, reply, 5000);
+    }
+};
+
+}  // namespace
+
+TEST_F(CIpcEventDispatcherTest, SetAndGetThroughTheLink) {
+    int value = 70;
+    EXPECT_EQ(link->SetValue(ACCESS_OPERATOR, "BRI", "", value, true), ERR_NONE);
+    EXPECT_EQ(value, 70);
+    value = 150;
+    EXPECT_EQ(link->SetValue(ACCESS_OPERATOR, "BRI", "", value, true), ERR_NONE);
+    EXPECT_EQ(value, 100);  // clamped, and the value that stands comes back
+    EXPECT_EQ(link->GetValue(ACCESS_OPERATOR, "NET", "PORT", value), ERR_NONE);
+    EXPECT_EQ(value, 3002);
+    std::string name = "Booth 3";
+    EXPECT_EQ(link->SetText(ACCESS_OPERATOR, "NAM", "", name, true), ERR_NONE);
+    EXPECT_EQ(link->GetText(ACCESS_OPERATOR, "NAM", "", name), ERR_NONE);
+    EXPECT_EQ(name, "Booth 3");
+    EXPECT_TRUE(Logged("Processing CMD from " + link->GetClientSocketName() + ": BRI (set:150) (internal)"));
+}
+
+TEST_F(CIpcEventDispatcherTest, CommandErrorsCarryTheValueThatStands) {
+    CIpcMessage reply;
+    CIpcMessage unknown = Message("XXX");
+    unknown.AddArg(0, 1);
+    EXPECT_EQ(Command(unknown, reply), ERR_CONTROL_NOT_FOUND);
+    EXPECT_TRUE(Logged("XXX NOT FOUND!"));
+
+    CIpcMessage bare = Message("BRI");
+    EXPECT_EQ(Command(bare, reply), ERR_TOO_FEW_PARAMETERS);
+    CIpcMessage two = Message("BRI");
+    two.AddArg(0, 1);
+    two.AddArg(1, 2);
+    EXPECT_EQ(Command(two, reply), ERR_TOO_MANY_PARAMETERS);
+
+    CIpcMessage modified = Message("BRI");
+    modified.AddArg(0, 20, PARM_TEXT, 'D');
+    EXPECT_EQ(Command(modified, reply), ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Arg(reply, CIpcMessage::kErrorTextParm), "Unsupported modifier");
+
+    proxy.refusedValues.insert(33);
+    CIpcMessage refused = Message("BRI");
+    refused.AddArg(0, 33);
+    EXPECT_EQ(Command(refused, reply), ERR_HARDWARE_REFUSED);
+    EXPECT_EQ(Arg(reply, 0), "50");
+
+    CIpcMessage readOnly = Message("RDO");
+    readOnly.AddArg(0, 3);
+    EXPECT_EQ(Command(readOnly, reply), ERR_DISABLED_CONTROL);
+    EXPECT_EQ(Arg(reply, CIpcMessage::kErrorTextParm), "This control is read-only");
+    EXPECT_EQ(Arg(reply, 0), "0");
+
+    int value = 0;
+    EXPECT_EQ(link->GetValue(ACCESS_OPERATOR, "BRI", "", value), ERR_NONE);
+    EXPECT_EQ(value, 50);
+}
+
+TEST_F(CIpcEventDispatcherTest, ActionRunsWithoutArgument) {
+    CIpcMessage reply;
+    CIpcMessage action = Message("RST");
+    EXPECT_EQ(Command(action, reply), ERR_NONE);
+    ASSERT_FALSE(proxy.calls.empty());
+    EXPECT_EQ(proxy.calls.back().code, "RST");
+}
+
+TEST_F(CIpcEventDispatcherTest, AccessLevelComesFromParameter231) {
+    CIpcMessage reply;
+    CIpcMessage command = Message("FAC");
+    command.AddArg(0, 4);
+    EXPECT_EQ(Command(command, reply, ACCESS_SERVICE), ERR_INVALID_ACCESS_GROUP);
+    EXPECT_EQ(Command(command, reply, ACCESS_FACTORY), ERR_NONE);
+    // Without a level the sender counts as 1, below the default group 2.
+    int value = 5;
+    EXPECT_EQ(link->SetValue(CEventLink::kNoAccessLevel, "BRI", "", value, false), ERR_INVALID_ACCESS_GROUP);
+    EXPECT_EQ(link->GetValue(0, "LMP", "", value), ERR_INVALID_ACCESS_GROUP);
+}
+
+TEST_F(CIpcEventDispatcherTest, AttributeRequestsEchoTheirModifier) {
+    const struct {
+        const char* code;
+        unsigned char modifier;
+        std::string expected;
+    } cases[] = {{"BRI", 'D', "50"}, {"NAM", 'D', "Projector"}, {"RDO", 'E', "1"}, {"BRI", 'E', "0"},
+                 {"FAC", 'G', "5"},  {"BRI", 'T', "200"},       {"BRI", 'C', "0"}, {"LMP", 'N', "On"}};
+    for (const auto& c : cases) {
+        const auto replies = Request(c.code, "", ACCESS_FACTORY, c.modifier);
+        ASSERT_EQ(replies.size(), 1u) << c.code << c.modifier;
+        EXPECT_EQ(Arg(replies.front(), 0), c.expected) << c.code << c.modifier;
+        unsigned char modifier = 0;
+        replies.front().GetModifier(0, modifier);
+        EXPECT_EQ(modifier, c.modifier);
+    }
+    const auto range = Request("NET", "PORT", ACCESS_OPERATOR, 'M');
+    ASSERT_EQ(range.size(), 1u);
+    EXPECT_EQ(Arg(range.front(), 0), "1");
+    EXPECT_EQ(Arg(range.front(), 1), "65535");
+    const auto unknown = Request("BRI", "", ACCESS_OPERATOR, 'Z');
+    ASSERT_EQ(unknown.size(), 1u);
+    EXPECT_EQ(ErrorOf(unknown.front()), ERR_INVALID_PARAMETER);
+}
+
+TEST_F(CIpcEventDispatcherTest, ListRequestAnswersEntriesThenEnd) {
+    const auto whole = Request("INP", "", ACCESS_OPERATOR, 'L', 0, PARM_NUMBER);
+    ASSERT_EQ(whole.size(), 4u);
+    std::vector<std::string> rows;
+    for (const CIpcMessage& reply : whole) {
+        rows.push_back(Arg(reply, 0) + Arg(reply, 1) + " " + Arg(reply, 2) + " " + Arg(reply, 3));
+    }
+    EXPECT_EQ(rows, (std::vector<std::string>{"11 1 HDMI", "10 2 DVI", "01 3 SDI", "00 111 --END--"}));
+    EParmFlags flags;
+    whole.front().GetArgFlags(2, flags);
+    EXPECT_EQ(flags, PARM_NUMBER | 5);
+
+    const auto single = Request("INP", "", ACCESS_OPERATOR, 'L', 2);
+    ASSERT_EQ(single.size(), 2u);
+    EXPECT_EQ(Arg(single.front(), 3), "DVI");
+    EXPECT_EQ(Arg(single.back(), 3), "--END--");
+
+    const auto notList = Request("BRI", "", ACCESS_OPERATOR, 'L', 0, PARM_NUMBER);
+    ASSERT_EQ(notList.size(), 1u);
+    EXPECT_EQ(ErrorOf(notList.front()), ERR_UNKNOWN_REQUEST);
+    EXPECT_EQ(Arg(notList.front(), CIpcMessage::kErrorTextParm), "Invalid list / Not a list control");
+}
+
+TEST_F(CIpcEventDispatcherTest, ValueRequestsByKind) {
+    const auto list = Request("INP", "", ACCESS_OPERATOR);
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_EQ(Arg(list.front(), 0), "1");
+    EXPECT_EQ(Arg(list.front(), 3), "HDMI");
+    const auto action = Request("RST", "", ACCESS_OPERATOR);
+    ASSERT_EQ(action.size(), 1u);
+    EXPECT_EQ(ErrorOf(action.front()), ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Arg(action.front(), CIpcMessage::kErrorTextParm), "This control can not be read");
+}
+
+TEST_F(CIpcEventDispatcherTest, NotificationsCarryEachTypeInOrder) {
+    ASSERT_EQ(link->NotifyRegister("BRI", "", link->GetNotifySocketName()), ERR_NONE);
+    CEventLink other(log, "other");
+    int value = 80;
+    ASSERT_EQ(other.SetValue(ACCESS_OPERATOR, "BRI", "", value, false), ERR_NONE);
+    controller->RunOnController([&] {
+        dispatcher.SendNotificationMessage(
+            *dispatcher.GetControl("BRI"),
+            static_cast<ENotifyType>(NOTIFY_VALUE | NOTIFY_ENABLED | NOTIFY_RANGE | NOTIFY_LIST));
+    });
+    std::list<CIpcMessage> notes;
+    for (int i = 0; i < 200 && notes.size() < 2; ++i) {
+        link->ProcessNotify(notes);
+        usleep(5000);
+    }
+    ASSERT_EQ(notes.size(), 2u);
+    EXPECT_EQ(notes.front().GetCode(), "BRI");
+    EXPECT_EQ(Arg(notes.front(), 0), "80");
+    const CIpcMessage& all = notes.back();
+    EXPECT_EQ(Arg(all, 0), "80");
+    EXPECT_EQ(Arg(all, 241), "0");
+    EXPECT_EQ(Arg(all, 242), "100");
+    EXPECT_EQ(Arg(all, 240), "1");
+    EXPECT_EQ(Arg(all, 243), "0");
+}
+
+TEST_F(CIpcEventDispatcherTest, RegistrationsAreCountedAndRemovable) {
+    const std::string address = link->GetNotifySocketName();
+    ASSERT_EQ(link->NotifyRegister("LMP", "", address), ERR_NONE);
+    ASSERT_EQ(link->NotifyRegister("LMP", "", address), ERR_NONE);
+    ASSERT_EQ(link->NotifyUnregister("LMP", "", address, false), ERR_NONE);
+    std::list<std::string> recipients;
+    controller->RunOnController([&] { dispatcher.GetIpcNotifyRecipientList("LMP", recipients); });
+    EXPECT_EQ(recipients, std::list<std::string>{address});
+    ASSERT_EQ(link->NotifyRegister("NET", "PORT", address), ERR_NONE);
+    ASSERT_EQ(link->NotifyUnregisterAll(address), ERR_NONE);
+    controller->RunOnController([&] {
+        dispatcher.GetIpcNotifyRecipientList("LMP", recipients);
+        EXPECT_TRUE(recipients.empty());
+        dispatcher.GetIpcNotifyRecipientList("NET+PORT", recipients);
+    });
+    EXPECT_TRUE(recipients.empty());
+}
+
+TEST_F(CIpcEventDispatcherTest, MalformedNotificationRequestChangesNothing) {
+    CIpcMessage request = Message("NOT");
+    request.AddArg(0, "BRI", 'R');
+    request.AddArg(1, "LMP", 'Q');
+    request.AddArg(CIpcEventDispatcher::kNotifyAddressParm, link->GetNotifySocketName());
+    CIpcMessage reply;
+    EXPECT_EQ(link->SendCommand(CEventLink::kNoAccessLevel, request, reply, 5000), ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Arg(reply, CIpcMessage::kErrorTextParm).rfind("Notification System Error: ", 0), 0u);
+    CIpcMessage noAddress = Message("NOT");
+    noAddress.AddArg(0, "BRI", 'R');
+    EXPECT_EQ(link->SendCommand(CEventLink::kNoAccessLevel, noAddress, reply, 5000), ERR_INVALID_PARAMETER);
+    std::list<std::string> recipients;
+    controller->RunOnController([&] { dispatcher.GetIpcNotifyRecipientList("BRI", recipients); });
+    EXPECT_TRUE(recipients.empty());
+}
+
+TEST_F(CIpcEventDispatcherTest, DeadOrStuckListenersNeverStopTheController) {
+    // One listener's socket is gone, one never reads its queue; the live one still hears.
+    CDomainSocket stuck(root.Path("/var/run/ui/stuck.notify").c_str());
+    ASSERT_EQ(link->NotifyRegister("BRI", "", root.Path("/var/run/ui/gone.notify")), ERR_NONE);
+    ASSERT_EQ(link->NotifyRegister("BRI", "", stuck.GetPath()), ERR_NONE);
+    ASSERT_EQ(link->NotifyRegister("BRI", "", link->GetNotifySocketName()), ERR_NONE);
+    CEventLink setter(log, "setter");
+    for (int i = 0; i < 600; ++i) {  // far beyond any datagram queue
+        int value = i % 100;
+        ASSERT_EQ(setter.SetValue(ACCESS_OPERATOR, "BRI", "", value, false, 5000), ERR_NONE) << i;
+        std::list<CIpcMessage> drained;
+        link->ProcessNotify(drained);
+    }
+    EXPECT_TRUE(Logged("Unable to send notification to " + root.Path("/var/run/ui/gone.notify")));
+}
+
+TEST_F(CIpcEventDispatcherTest, GarbageAndThrowingProxiesLeaveItServing) {
+    CDomainSocket stranger(root.Path("/var/run/ui/stranger").c_str());
+    const unsigned char garbage[] = {0xFE, 0x13, 0xFF, 0xFF, 1, 2, 3};
+    stranger.SendTo(garbage, sizeof garbage, root.Path(kControllerSocket).c_str(), 0);
+    proxy.throwValues.insert(66);
+    int value = 66;
+    EXPECT_EQ(link->SetValue(ACCESS_OPERATOR, "BRI", "", value, true), ERR_HARDWARE_REFUSED);
+    EXPECT_EQ(value, 50);
+    value = 67;
+    EXPECT_EQ(link->SetValue(ACCESS_OPERATOR, "BRI", "", value, true), ERR_NONE);
+    EXPECT_EQ(value, 67);
+}
