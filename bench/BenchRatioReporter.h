@@ -12,7 +12,7 @@
 class CBenchRatioReporter : public benchmark::ConsoleReporter {
 public:
     struct SRatio {
-        std::string measured;  // benchmark name (without arguments: the first run of that name)
+        std::string measured;  // benchmark name with its arguments ("BM_Lookup/5000"), no "/real_time"
         std::string baseline;
         double goal;           // the largest acceptable ratio, reported beside the figure
     };

@@ -1,0 +1,192 @@
+// Control core costs, each beside a baseline measured in the same run:
+//  - CEventLink::SetValue round trip to a live controller thread, beside a raw
+//    Unix-datagram ping-pong of the same bytes (goal: at most 1.5x);
+//  - CIpcEventDispatcher::ProcessCommands per command with 50, 500 and 5,000 controls
+//    registered (goal: flat, 5,000 at most 1.5x of 50: only the map's log n may grow);
+//  - one change notified to 50 registered IPC listeners: the time from the set until all
+//    50 have received it (BM_NotifyFiftyListeners, with the share of one listener).
+//
+//   build/bin/bench/control_core_bench
+
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "BenchRatioReporter.h"
+#include "BenchSockets.h"
+#include "RuntimeRoot.h"
+#include "control/CProjCon.h"
+#include "dispatch/CEventDispatcher.h"
+#include "dispatch/CIpcEventDispatcher.h"
+#include "ipc/CSelectWrapper.h"
+#include "link/CEventLink.h"
+#include "log/CLogger.h"
+
+namespace {
+
+class CAcceptAll : public IControlProxy {
+public:
+    bool ApplyControlValue(const std::string&, int) override { return true; }
+    bool ApplyControlText(const std::string&, const std::string&) override { return true; }
+};
+
+// A controller of `count` integer controls "CTL+0000"... plus "BRI", with its IPC front
+// door served on a pinned thread as in the controller's event loop.
+class CBenchController {
+public:
+    explicit CBenchController(int count, bool serve = true) : m_dispatcher(m_log) {
+        NRuntimeRoot::SetRoot(SocketDir());
+        std::filesystem::create_directories(NRuntimeRoot::Path("/var/run/ui"));
+        m_controls.push_back(std::make_unique<CProjCon>(DT_INTEGER, m_dispatcher, m_proxy, "BRI", false, 0, 100, 50,
+                                                        ACCESS_OPERATOR, 0, 0, 0, false));
+        for (int i = 0; i < count; ++i) {
+            char code[16];
+            snprintf(code, sizeof code, "CTL+%04d", i);
+            m_controls.push_back(std::make_unique<CProjCon>(DT_INTEGER, m_dispatcher, m_proxy, code, false, 0, 1000, 0,
+                                                            ACCESS_OPERATOR, 0, 0, 0, false));
+        }
+        m_ipc = std::make_unique<CIpcEventDispatcher>(
+            m_dispatcher, NRuntimeRoot::Path("/var/run/ui/main_controller.socket").c_str(), m_log);
+        if (serve) {
+            m_thread = std::thread([this] {
+                PinToOneCpu();
+                while (!m_stop) {
+                    CSelectWrapper select;
+                    select.Set(m_ipc->GetDescriptor());
+                    if (select.Select(20u) > 0) {
+                        while (m_ipc->ProcessEvents()) {
+                        }
+                    }
+                }
+            });
+        }
+    }
+    ~CBenchController() {
+        m_stop = true;
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+        m_ipc.reset();
+        m_controls.clear();
+    }
+    CIpcEventDispatcher& Ipc() { return *m_ipc; }
+    ILog& Log() { return m_log; }
+
+private:
+    CLogger m_log;  // no sinks: logging costs only its level check
+    CAcceptAll m_proxy;
+    CEventDispatcher m_dispatcher;
+    std::vector<std::unique_ptr<CProjCon>> m_controls;
+    std::unique_ptr<CIpcEventDispatcher> m_ipc;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+void BM_RawSetRoundTrip(benchmark::State& state) {
+    PinToOneCpu();
+    CRawEcho echo(SocketDir() + "/raw_server");
+    const std::string clientPath = SocketDir() + "/raw_client";
+    const int client = BoundDatagramSocket(clientPath);
+    // The bytes of a SetValue command with its access level, as the link sends them.
+    CIpcMessage command;
+    command.SetCode("BRI");
+    command.SetSubCode("");
+    command.AddArg(0, 42);
+    command.AddArg(231, 2);
+    command.SetFlags(MSG_FLAG_REPLY_WANTED);
+    unsigned char* data = nullptr;
+    const int size = command.SerializeMessage(data);
+    for (auto _ : state) {
+        RawRoundTrip(client, echo.GetPath(), data, size);
+    }
+    close(client);
+    unlink(clientPath.c_str());
+}
+BENCHMARK(BM_RawSetRoundTrip)->UseRealTime();
+
+void BM_EventLinkSetValue(benchmark::State& state) {
+    PinToOneCpu();
+    CBenchController controller(0);
+    CEventLink link(controller.Log(), "bench");
+    int i = 0;
+    for (auto _ : state) {
+        int value = ++i % 100;
+        if (link.SetValue(ACCESS_OPERATOR, "BRI", "", value, false) != ERR_NONE) {
+            state.SkipWithError("set failed");
+            break;
+        }
+    }
+}
+BENCHMARK(BM_EventLinkSetValue)->UseRealTime();
+
+void BM_ProcessCommands(benchmark::State& state) {
+    const int count = static_cast<int>(state.range(0));
+    CBenchController controller(count, false);
+    std::vector<CIpcMessage> commands;
+    for (int i = 0; i < 64; ++i) {
+        char subcode[8];
+        snprintf(subcode, sizeof subcode, "%04d", (i * 7919) % count);
+        CIpcMessage command;
+        command.SetCode("CTL");
+        command.SetSubCode(subcode);
+        command.AddArg(0, i);
+        command.AddArg(231, 2);
+        commands.push_back(command);
+    }
+    size_t next = 0;
+    for (auto _ : state) {
+        CIpcMessage command = commands[next++ % commands.size()];
+        CIpcMessage reply(command);
+        controller.Ipc().ProcessCommands(command, reply);
+        benchmark::DoNotOptimize(reply);
+    }
+}
+BENCHMARK(BM_ProcessCommands)->Arg(50)->Arg(500)->Arg(5000);
+
+// The set through one link, then the wait until every one of 50 listeners has the change.
+void BM_NotifyFiftyListeners(benchmark::State& state) {
+    PinToOneCpu();
+    CBenchController controller(0);
+    CEventLink setter(controller.Log(), "setter");
+    std::vector<std::unique_ptr<CEventLink>> listeners;
+    for (int i = 0; i < 50; ++i) {
+        listeners.push_back(std::make_unique<CEventLink>(controller.Log(), ("listener" + std::to_string(i)).c_str()));
+        listeners.back()->NotifyRegister("BRI", "", listeners.back()->GetNotifySocketName());
+    }
+    int i = 0;
+    for (auto _ : state) {
+        int value = ++i % 100;
+        setter.SetValue(ACCESS_OPERATOR, "BRI", "", value, false);
+        for (auto& listener : listeners) {
+            std::list<CIpcMessage> notes;
+            while (notes.empty()) {
+                CSelectWrapper select;
+                select.Set(listener->GetNotifyDescriptor());
+                select.Select(1000u);
+                listener->ProcessNotify(notes);
+            }
+        }
+    }
+    state.counters["per_listener"] =
+        benchmark::Counter(50.0 * static_cast<double>(state.iterations()),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_NotifyFiftyListeners)->UseRealTime();
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int result = RunBenchmarksWithRatios(argc, argv,
+                                               {{"BM_EventLinkSetValue", "BM_RawSetRoundTrip", 1.5},
+                                                {"BM_ProcessCommands/5000", "BM_ProcessCommands/50", 1.5}});
+    RemoveSocketDir();
+    return result;
+}
