@@ -1,10 +1,6 @@
 #include "ControllerFixture.h"
 
 CControllerFixture::CControllerFixture() {
-    log.Initialize("controller-test");
-    for (int level = LOG_LEVEL_ERROR; level <= LOG_LEVEL_DEBUG; ++level) {
-        log.AddLogRule(static_cast<ELogLevel>(level), &logBuffer);
-    }
     root.MakeDir("/var/run/ui");
     controls.push_back(std::make_unique<CProjCon>(DT_INTEGER, dispatcher, proxy, "BRI", true, 0, 100, 50,
                                                   ACCESS_OPERATOR, 11, 12, 0, false));
@@ -56,10 +52,6 @@ int CControllerFixture::ErrorOf(const CIpcMessage& message) {
     int error = 0;
     message.GetArg(CIpcMessage::kErrorCodeParm, error);
     return error;
-}
-
-bool CControllerFixture::Logged(const std::string& text) const {
-    return logBuffer.GetContents().find(text) != std::string::npos;
 }
 
 CIpcMessage CControllerFixture::Message(const std::string& code, const std::string& subcode) const {

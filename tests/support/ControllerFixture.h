@@ -20,13 +20,12 @@
 #include <string>
 #include <vector>
 
+#include "BufferedLog.h"
 #include "ControllerThread.h"
 #include "RecordingProxy.h"
 #include "TempRoot.h"
 #include "control/CProjCon.h"
 #include "link/CEventLink.h"
-#include "log/CLogBuffer.h"
-#include "log/CLogger.h"
 
 class CControllerFixture : public ::testing::Test {
 protected:
@@ -38,13 +37,11 @@ protected:
     // The value text of a reply's argument (empty when absent).
     static std::string Arg(const CIpcMessage& message, unsigned short id);
     static int ErrorOf(const CIpcMessage& message);
-    // True when some log line contains the text.
-    bool Logged(const std::string& text) const;
+    bool Logged(const std::string& text) const { return log.Logged(text); }
     CIpcMessage Message(const std::string& code, const std::string& subcode = "") const;
 
     CTempRoot root;
-    CLogBuffer logBuffer{1000};
-    CLogger log;
+    CBufferedLog log;
     CRecordingProxy proxy;
     CEventDispatcher dispatcher{log};
     std::vector<std::unique_ptr<CProjCon>> controls;

@@ -299,16 +299,21 @@ EError CEventLink::SendNotifyRequest(CIpcMessage& request) {
     return SendCommand(kNoAccessLevel, request, reply, kDefaultTimeoutMs);
 }
 
-EError CEventLink::NotifyRegister(const std::list<SControlSet>& controls, const std::string& address) {
+EError CEventLink::SendRegistrations(const std::list<SControlSet>& controls, const std::string& address,
+                                     bool first, bool second) {
     if (controls.empty()) {
         return ERR_NONE;
     }
     CIpcMessage request = Message("NOT", "");
     for (const SControlSet& control : controls) {
-        MakeNotifyMessage(control.code, control.subcode, request, true, false);
+        MakeNotifyMessage(control.code, control.subcode, request, first, second);
     }
     request.AddArg(CIpcEventDispatcher::kNotifyAddressParm, address);
     return SendNotifyRequest(request);
+}
+
+EError CEventLink::NotifyRegister(const std::list<SControlSet>& controls, const std::string& address) {
+    return SendRegistrations(controls, address, true, false);
 }
 
 EError CEventLink::NotifyRegister(const std::string& code, const std::string& subcode, const std::string& address) {
@@ -316,15 +321,7 @@ EError CEventLink::NotifyRegister(const std::string& code, const std::string& su
 }
 
 EError CEventLink::NotifyUnregister(const std::list<SControlSet>& controls, const std::string& address, bool force) {
-    if (controls.empty()) {
-        return ERR_NONE;
-    }
-    CIpcMessage request = Message("NOT", "");
-    for (const SControlSet& control : controls) {
-        MakeNotifyMessage(control.code, control.subcode, request, false, force);
-    }
-    request.AddArg(CIpcEventDispatcher::kNotifyAddressParm, address);
-    return SendNotifyRequest(request);
+    return SendRegistrations(controls, address, false, force);
 }
 
 EError CEventLink::NotifyUnregister(const std::string& code, const std::string& subcode, const std::string& address,

@@ -111,6 +111,9 @@ private:
     EError Exchange(int accessLevel, CIpcMessage& message, std::list<CIpcMessage>& replies, unsigned int timeoutMs);
     EError WithRetries(int accessLevel, CIpcMessage& message, std::list<CIpcMessage>& replies, unsigned int timeoutMs);
     EError SendNotifyRequest(CIpcMessage& request);
+    // One "NOT" command for the list; first/second pick the modifier (MakeNotifyMessage).
+    EError SendRegistrations(const std::list<SControlSet>& controls, const std::string& address, bool first,
+                             bool second);
 
     ILog& m_log;
     std::string m_name;

@@ -6,12 +6,11 @@
 #include "CException.h"
 #include "ManualClock.h"
 #include "RecordingProxy.h"
+#include "BufferedLog.h"
 #include "TempRoot.h"
 #include "control/CFlashStorage.h"
 #include "control/CProjCon.h"
 #include "dispatch/CEventDispatcher.h"
-#include "log/CLogBuffer.h"
-#include "log/CLogger.h"
 
 namespace {
 
@@ -21,35 +20,24 @@ const std::string kDir = "/var/data/controls/";
 
 class CFlashStorageTest : public ::testing::Test {
 protected:
-    CFlashStorageTest() : m_dispatcher(m_logger) {
-        for (int level = LOG_LEVEL_ERROR; level <= LOG_LEVEL_DEBUG; ++level) {
-            m_logger.AddLogRule(static_cast<ELogLevel>(level), &m_log);
-        }
+    CFlashStorageTest() : m_dispatcher(m_log) {
         m_storage.BindAllPersistent();
     }
 
     std::string File(const std::string& code) const { return m_root.Path(kDir + code); }
     void Store(const std::string& code, const std::string& contents) { m_root.WriteFile(kDir + code, contents); }
-    bool Logged(const std::string& text) const { return m_log.GetContents().find(text) != std::string::npos; }
-    size_t Count(const std::string& text) const {
-        const std::string contents = m_log.GetContents();
-        size_t count = 0;
-        for (size_t at = contents.find(text); at != std::string::npos; at = contents.find(text, at + 1)) {
-            ++count;
-        }
-        return count;
-    }
+    bool Logged(const std::string& text) const { return m_log.Logged(text); }
+    size_t Count(const std::string& text) const { return m_log.Count(text); }
 
     CTempRoot m_root;
-    CLogBuffer m_log{64};
-    CLogger m_logger;
+    CBufferedLog m_log{64};
     CManualClock m_clock;
     CEventDispatcher m_dispatcher;
     CRecordingProxy m_proxy;
     CProjCon m_bri{DT_INTEGER, m_dispatcher, m_proxy, "BRI", true, 0, 100, 50, ACCESS_OPERATOR, 0, 0, 0, false};
     CProjCon m_name{DT_TEXT_FREE, m_dispatcher, m_proxy, "NAM", true, 0, 0, "proj", ACCESS_OPERATOR, 0, 0, false};
     CProjCon m_volatile{DT_INTEGER, m_dispatcher, m_proxy, "TMP", false, 0, 9, 1, ACCESS_OPERATOR, 0, 0, 0, false};
-    CFlashStorage m_storage{m_dispatcher, m_logger, m_clock, kDir, 1000};
+    CFlashStorage m_storage{m_dispatcher, m_log, m_clock, kDir, 1000};
 };
 
 TEST_F(CFlashStorageTest, SaveWritesPendingControlsOrAllWhenForced) {

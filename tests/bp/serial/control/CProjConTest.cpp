@@ -7,12 +7,11 @@
 
 #include "CException.h"
 #include "RecordingNotifier.h"
+#include "BufferedLog.h"
 #include "RecordingProxy.h"
 #include "ThrownMessage.h"
 #include "control/CProjCon.h"
 #include "dispatch/CEventDispatcher.h"
-#include "log/CLogBuffer.h"
-#include "log/CLogger.h"
 
 namespace {
 
@@ -28,10 +27,7 @@ SListEntry Entry(int value, bool selectable = true, const std::string& text = ""
 
 class CProjConTest : public ::testing::Test {
 protected:
-    CProjConTest() : m_dispatcher(m_logger) {
-        for (int level = LOG_LEVEL_ERROR; level <= LOG_LEVEL_DEBUG; ++level) {
-            m_logger.AddLogRule(static_cast<ELogLevel>(level), &m_log);
-        }
+    CProjConTest() : m_dispatcher(m_log) {
         m_dispatcher.SetJsonNotifier(&m_notifier);
         for (const char* code : {"BRI", "INP", "NAM", "IPA", "MNU", "CUS"}) {
             m_dispatcher.GetNotificationManager().NotifyRegister(code, "JSON_TCP.1");
@@ -67,10 +63,9 @@ protected:
         }
         return types;
     }
-    bool Logged(const std::string& text) const { return m_log.GetContents().find(text) != std::string::npos; }
+    bool Logged(const std::string& text) const { return m_log.Logged(text); }
 
-    CLogBuffer m_log{64};
-    CLogger m_logger;
+    CBufferedLog m_log{64};
     CEventDispatcher m_dispatcher;
     CRecordingProxy m_proxy;
     CRecordingNotifier m_notifier;
@@ -201,7 +196,7 @@ TEST_F(CProjConTest, Ipv4AddressIsNormalisedOrRejectedQuietly) {
         EXPECT_EQ(control->SetText(bad), ERR_INVALID_VALUE) << bad;
         EXPECT_EQ(control->GetText(), "10.1.1.1") << bad;
     }
-    EXPECT_EQ(m_log.GetNumEntries(), 0u) << m_log.GetContents();
+    EXPECT_EQ(m_log.GetContents(), "");
 }
 
 TEST_F(CProjConTest, LengthLimitedTextIsCutOrRejectedAndKindsAreNotMixed) {

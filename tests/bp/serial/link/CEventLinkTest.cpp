@@ -21,26 +21,10 @@ class CEventLinkTest : public CControllerFixture {};
 // A bare socket in the controller's place, so the test decides every reply.
 class CEventLinkAgainstRawServer : public ::testing::Test {
 protected:
-    CEventLinkAgainstRawServer() {
-        log.Initialize("link-test");
-        for (int level = LOG_LEVEL_ERROR; level <= LOG_LEVEL_DEBUG; ++level) {
-            log.AddLogRule(static_cast<ELogLevel>(level), &logBuffer);
-        }
-        root.MakeDir("/var/run/ui");
-    }
-
-    int Count(const std::string& text) const {
-        const std::string all = logBuffer.GetContents();
-        int count = 0;
-        for (size_t at = all.find(text); at != std::string::npos; at = all.find(text, at + 1)) {
-            ++count;
-        }
-        return count;
-    }
+    CEventLinkAgainstRawServer() { root.MakeDir("/var/run/ui"); }
 
     CTempRoot root;
-    CLogBuffer logBuffer{200};
-    CLogger log;
+    CBufferedLog log{200};
 };
 
 }  // namespace
@@ -69,16 +53,16 @@ TEST_F(CEventLinkAgainstRawServer, DoublingRetriesGiveUpAfterThreeWhenNobodyAnsw
     link.SetRetryTimeUnitMs(5);
     int value = 1;
     EXPECT_EQ(link.SetValue(ACCESS_OPERATOR, "BRI", "", value, false, 20), ERR_COMM_TIMEOUT);
-    EXPECT_EQ(Count("busy or not responding (110). Retrying after 2s, BRI+"), 1);
-    EXPECT_EQ(Count("Retrying after 4s"), 1);
-    EXPECT_EQ(Count("Retrying after 8s"), 1);
-    EXPECT_EQ(Count("busy or not responding"), 3);
-    EXPECT_EQ(Count("retry successful, returned:110, BRI+"), 1);
+    EXPECT_EQ(log.Count("busy or not responding (110). Retrying after 2s, BRI+"), 1u);
+    EXPECT_EQ(log.Count("Retrying after 4s"), 1u);
+    EXPECT_EQ(log.Count("Retrying after 8s"), 1u);
+    EXPECT_EQ(log.Count("busy or not responding"), 3u);
+    EXPECT_EQ(log.Count("retry successful, returned:110, BRI+"), 1u);
 
     link.SetRetryMode(0);
-    logBuffer.Clear();
+    log.Clear();
     EXPECT_EQ(link.SetValue(ACCESS_OPERATOR, "BRI", "", value, false, 20), ERR_COMM_TIMEOUT);
-    EXPECT_EQ(Count("busy or not responding"), 0);
+    EXPECT_EQ(log.Count("busy or not responding"), 0u);
 }
 
 TEST_F(CEventLinkAgainstRawServer, ErrorReplyEndsTheExchangeAtOnce) {
