@@ -2,6 +2,8 @@
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 find_package(ZLIB REQUIRED)
+find_package(OpenSSL REQUIRED)
+pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
 find_package(Qt5 5.15 REQUIRED COMPONENTS Core)
 
 find_program(LRELEASE_EXECUTABLE lrelease HINTS /usr/lib/qt5/bin REQUIRED)
