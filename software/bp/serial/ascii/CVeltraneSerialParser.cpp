@@ -237,6 +237,9 @@ EParseResult CVeltraneSerialParser::FeedByte(unsigned char c) {
         if (m_token.empty() && c == ' ') {
             return PARSE_INCOMPLETE;
         }
+        if (c == 0 && m_token.size() < 4) {
+            return SyntaxError("Invalid subcode", -1);  // error replies quote it; IPC texts cannot carry a NUL
+        }
         if (m_token.size() < 4) {
             m_token += static_cast<char>(std::toupper(c));
             return PARSE_INCOMPLETE;
@@ -491,6 +494,9 @@ EParseResult CVeltraneSerialParser::AddNumber() {
 EParseResult CVeltraneSerialParser::AddText() {
     if (m_message->GetNumArgs() >= kMaxParameters) {
         return SyntaxError("too many parms", static_cast<int>(kMaxParameters));
+    }
+    if (m_text.find('\0') != std::string::npos) {
+        return SyntaxError("invalid character", 0);  // the IPC text cannot carry a NUL
     }
     const unsigned short id = static_cast<unsigned short>(m_message->GetNumArgs());
     m_message->AddArg(id, m_text, m_modifier);

@@ -77,6 +77,9 @@ EError CEventLink::Exchange(int accessLevel, CIpcMessage& message, std::list<CIp
                             unsigned int timeoutMs) {
     replies.clear();
     if (accessLevel != kNoAccessLevel) {
+        if (message.GetNumArgs() >= CIpcMessage::kMaxNumParms) {
+            return ERR_TOO_MANY_PARAMETERS;  // a full message has no room for the access level
+        }
         message.AddArg(CIpcEventDispatcher::kAccessLevelParm, accessLevel);
     }
     if (!m_initialized) {
