@@ -379,6 +379,9 @@ EParseResult CVeltraneSerialParser::HandleParamStart(unsigned char c) {
         m_state = NUMBER;
         return PARSE_INCOMPLETE;
     }
+    if (c == 0) {
+        return SyntaxError("invalid character", 0);  // a NUL modifier would read as "none"
+    }
     if (afterCode) {
         return SyntaxError("Invalid code", -1);
     }
@@ -831,20 +834,25 @@ int CVeltraneSerialParser::Send(unsigned char portMask, const CIpcMessage* messa
     unsigned short id = 0;
     std::string text;
     bool first = true;
+    bool previousNumber = false;
     for (bool more = walk.GetFirstArg(id, text); more; more = walk.GetNextArg(id, text)) {
         EParmFlags parmFlags = PARM_TEXT;
         unsigned char modifier = 0;
         walk.GetArgFlags(id, parmFlags);
         walk.GetModifier(id, modifier);
-        const bool blank = first ? (modifier != 0 && !reply && !query) : (parmFlags & PARM_CHAR_DELIMITER) == 0;
+        const bool isNumber = (parmFlags & PARM_NUMBER) != 0;
+        // Two numbers without a blank between them would read back as one.
+        const bool blank = first ? (modifier != 0 && !reply && !query)
+                                 : (parmFlags & PARM_CHAR_DELIMITER) == 0 || (isNumber && previousNumber && modifier == 0);
         first = false;
+        previousNumber = isNumber;
         if (blank) {
             out += ' ';
         }
         if (modifier != 0) {
             out += static_cast<char>(modifier);
         }
-        if (parmFlags & PARM_NUMBER) {
+        if (isNumber) {
             int value = 0;
             walk.GetArg(id, value);
             const int digits = parmFlags & PARM_DIGIT_MASK;

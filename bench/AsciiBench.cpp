@@ -1,0 +1,513 @@
+// ASCII command protocol costs, each beside a baseline measured in the same run:
+//  - BM_ParseStream: CVeltraneSerialParser::Feed on a stream of mixed valid messages
+//    (queries, commands with numbers, texts with escapes, addressed checksummed
+//    commands), in MB/s. Its link answers on the spot and its port writes to /dev/null,
+//    so parsing, handling and formatting the replies are what is measured. Baseline:
+//    BM_ScanStream, one memchr pass over the same bytes counting "(". Goal: at most 400x.
+//    The parser visits every byte in a state machine, builds an IPC message per command
+//    and formats and writes the replies, against a vectorised search that touches each
+//    cache line once, so a large factor is expected; 400x of a scan running at 4 GB/s
+//    still leaves the parser at 10 MB/s, nearly a thousand times what a 115200-baud line
+//    delivers (11.5 KB/s) and far above what the TCP clients of a projector send. The
+//    goal is there to catch a change of kind (a copy of the stream per byte, a quadratic
+//    step), not to hold the parser near the scan.
+//  - BM_FrontEndQuery: a TCP client sends "(BRI?)" and waits for the reply, through the
+//    serial handler, its parser and event link, and a live controller, all in this
+//    process on pinned threads. Baseline: BM_RawTcpPlusDatagramRoundTrip, one raw TCP
+//    ping-pong of the same bytes with an echo thread plus one raw Unix-datagram ping-pong
+//    of the request the link sends (the two hops of the real path). Goal: at most 2.0x.
+//    BM_RawTcpRoundTrip and BM_RawDatagramRoundTrip show the two parts on their own.
+//  - BM_FrontEndThirteenClients: 13 TCP connections at once (the handler's limit), each
+//    with one query outstanding, driven by a poll loop; "queries" is the total rate.
+//
+// Every thread of an exchange is pinned to the same CPU (PinToOneCpu), so that thread
+// placement does not swamp the figures.
+//
+//   build/bin/bench/ascii_bench
+
+#include <arpa/inet.h>
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <future>
+#include <list>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "BenchRatioReporter.h"
+#include "BenchSockets.h"
+#include "RuntimeRoot.h"
+#include "ascii/CVeltraneSerialHandler.h"
+#include "ascii/CVeltraneSerialParser.h"
+#include "control/CProjCon.h"
+#include "dispatch/CEventDispatcher.h"
+#include "dispatch/CIpcEventDispatcher.h"
+#include "ipc/CSelectWrapper.h"
+#include "link/CEventLink.h"
+#include "log/CLogger.h"
+#include "port/CCommPort.h"
+#include "security/CSecurityManager.h"
+
+namespace {
+
+// ---- parser throughput ---------------------------------------------------------------
+
+// A link that answers at once without sockets: a command or request gets back its
+// argument 0 (50 when it has none).
+class CEchoLink : public CEventLink {
+public:
+    CEchoLink(ILog& log, const char* name) : CEventLink(log, name) {}
+
+    EError SendCommand(int, CIpcMessage& command, CIpcMessage& reply, unsigned int) override {
+        reply = Answer(command);
+        return ERR_NONE;
+    }
+    EError SendRequest(int, CIpcMessage& request, std::list<CIpcMessage>& replies, unsigned int) override {
+        replies.clear();
+        replies.push_back(Answer(request));
+        return ERR_NONE;
+    }
+    long GetExchanges() const { return m_exchanges; }
+
+private:
+    CIpcMessage Answer(const CIpcMessage& request) {
+        ++m_exchanges;
+        CIpcMessage reply(request);
+        reply.MakeReply(0);
+        std::string text;
+        int value = 50;
+        if (request.IsTextArg(0) && request.GetArg(0, text)) {
+            reply.AddArg(0, text);
+        } else {
+            request.GetArg(0, value);
+            reply.AddArg(0, value);
+        }
+        return reply;
+    }
+
+    long m_exchanges = 0;
+};
+
+std::string WithChecksum(const std::string& body) {
+    unsigned sum = 0;
+    for (unsigned char c : body) {
+        sum += c;
+    }
+    char checksum[8];
+    snprintf(checksum, sizeof checksum, "%03u", sum % 256);
+    return "(" + body + checksum + ")";
+}
+
+// About 64 KiB of valid messages, every one handled (none is for another projector);
+// `messages` receives their count.
+std::string MixedStream(long& messages) {
+    const std::vector<std::string> pattern = {
+        "(BRI?)",
+        "(BRI 50)",
+        "(CTL+0001 -25)",
+        R"((TXT "Line one\nline two \h41\(x\) \"quoted\""))",
+        WithChecksum("&65534 00003 BRI 42 "),
+        "(NET+PORT?)",
+        "(#LMP 1 2 3)",
+        R"((TXT+NAME "Projector \h31 \\ hall"))",
+        WithChecksum("&$65535 00007 CTL+0002? "),
+    };
+    std::string stream;
+    messages = 0;
+    while (stream.size() < 64 * 1024) {
+        for (const std::string& message : pattern) {
+            stream += message;
+            ++messages;
+        }
+    }
+    return stream;
+}
+
+long CountOpenings(const std::string& stream) {
+    long count = 0;
+    const char* at = stream.data();
+    const char* const end = at + stream.size();
+    while ((at = static_cast<const char*>(memchr(at, '(', static_cast<size_t>(end - at)))) != nullptr) {
+        ++count;
+        ++at;
+    }
+    return count;
+}
+
+void BM_ScanStream(benchmark::State& state) {
+    long messages = 0;
+    const std::string stream = MixedStream(messages);
+    const long expected = CountOpenings(stream);  // escaped "\(" in texts included
+    for (auto _ : state) {
+        long count = CountOpenings(stream);
+        benchmark::DoNotOptimize(count);
+        if (count != expected) {
+            state.SkipWithError("scan miscounted");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(stream.size()));
+}
+BENCHMARK(BM_ScanStream);
+
+void BM_ParseStream(benchmark::State& state) {
+    long messages = 0;
+    const std::string stream = MixedStream(messages);
+    CLogger log;  // no sinks: logging costs only its level check
+    CEchoLink link(log, "parse_bench");
+    const int fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    CCommPort port(PORT_ETHERNET, fd, "bench");
+    CVeltraneSerialParser parser(&link, nullptr, &port, log);
+    CVeltraneSerialParser::UpdateAddress(0);
+    const auto* bytes = reinterpret_cast<const unsigned char*>(stream.data());
+    // As UpdateRxd hands them over: one parser buffer at a time.
+    const size_t chunk = CVeltraneSerialParser::kBufferSize;
+    for (auto _ : state) {
+        const long before = link.GetExchanges();
+        for (size_t at = 0; at < stream.size(); at += chunk) {
+            parser.Feed(bytes + at, std::min(chunk, stream.size() - at));
+        }
+        if (link.GetExchanges() - before != messages) {
+            state.SkipWithError("not every message reached the link");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(stream.size()));
+    const double handled = static_cast<double>(state.iterations()) * static_cast<double>(messages);
+    state.counters["messages"] = benchmark::Counter(handled, benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_ParseStream);
+
+// ---- end to end ------------------------------------------------------------------------
+
+const char kQuery[] = "(BRI?)";
+constexpr size_t kQueryLength = sizeof kQuery - 1;
+
+class CAcceptAll : public IControlProxy {
+public:
+    bool ApplyControlValue(const std::string&, int) override { return true; }
+    bool ApplyControlText(const std::string&, const std::string&) override { return true; }
+};
+
+// A controller with what the front-end reads at start ("RAL" of the Ethernet connections
+// 1, of the serial ports 0 so that none is opened; "NET"+"PORT" 0, an ephemeral port) and
+// "BRI" to be queried, its IPC front door served on a pinned thread.
+class CFrontEndController {
+public:
+    CFrontEndController() : m_dispatcher(m_log) {
+        AddInteger("BRI", 0, 100, 50);
+        AddInteger("RAL", 0, 3, 1);
+        for (const char* port : {"PRTA", "PRTB", "PRTC", "PUSB"}) {
+            AddInteger(std::string("RAL+") + port, 0, 3, 0);
+        }
+        AddInteger("NET+PORT", 0, 65535, 0);
+        m_ipc = std::make_unique<CIpcEventDispatcher>(
+            m_dispatcher, NRuntimeRoot::Path("/var/run/ui/main_controller.socket").c_str(), m_log);
+        m_thread = std::thread([this] {
+            PinToOneCpu();
+            while (!m_stop) {
+                CSelectWrapper select;
+                select.Set(m_ipc->GetDescriptor());
+                if (select.Select(20u) > 0) {
+                    while (m_ipc->ProcessEvents()) {
+                    }
+                }
+            }
+        });
+    }
+    ~CFrontEndController() {
+        m_stop = true;
+        m_thread.join();
+        m_ipc.reset();
+        m_controls.clear();
+    }
+    ILog& Log() { return m_log; }
+
+private:
+    void AddInteger(const std::string& code, int min, int max, int value) {
+        m_controls.push_back(std::make_unique<CProjCon>(DT_INTEGER, m_dispatcher, m_proxy, code, false, min, max, value,
+                                                        ACCESS_OPERATOR, 0, 0, 0, false));
+    }
+
+    CLogger m_log;  // no sinks
+    CAcceptAll m_proxy;
+    CEventDispatcher m_dispatcher;
+    std::vector<std::unique_ptr<CProjCon>> m_controls;
+    std::unique_ptr<CIpcEventDispatcher> m_ipc;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+// The controller plus the serial handler running its loop on its own pinned thread, as
+// the front-end process does. The handler, its link and its ports live on that thread.
+class CFrontEnd {
+public:
+    CFrontEnd() {
+        std::promise<unsigned short> listening;
+        std::future<unsigned short> port = listening.get_future();
+        m_thread = std::thread([this, &listening] {
+            PinToOneCpu();
+            CEventLink link(m_controller.Log(), "ascii_bench_frontend");
+            CVeltraneSerialHandler handler(m_controller.Log(), &link, nullptr);
+            handler.Begin(false);
+            m_handler = &handler;
+            listening.set_value(handler.GetServerPort());
+            while (!m_stop) {
+                handler.RunOnce(CSerialHandler::kSelectTimeoutMs);
+            }
+        });
+        m_port = port.get();
+    }
+    ~CFrontEnd() {
+        m_stop = true;
+        m_handler->Stop();  // wakes the loop out of its select
+        m_thread.join();
+    }
+    unsigned short GetPort() const { return m_port; }
+
+private:
+    CFrontEndController m_controller;
+    std::atomic<bool> m_stop{false};
+    CSerialHandler* m_handler = nullptr;  // Stop() is the one call allowed from elsewhere
+    unsigned short m_port = 0;
+    std::thread m_thread;
+};
+
+int ConnectTcp(unsigned short port) {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const int on = 1;
+    if (fd < 0 || setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0 ||
+        connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        abort();
+    }
+    return fd;
+}
+
+// Collects bytes from fd into pending until a whole reply ")" is there; false when the
+// connection ended. The reply is removed from pending.
+bool ReadReply(int fd, std::string& pending, std::string* reply = nullptr) {
+    for (;;) {
+        const size_t end = pending.find(')');
+        if (end != std::string::npos) {
+            if (reply) {
+                *reply = pending.substr(0, end + 1);
+            }
+            pending.erase(0, end + 1);
+            return true;
+        }
+        char buffer[256];
+        const ssize_t got = recv(fd, buffer, sizeof buffer, 0);
+        if (got <= 0) {
+            return false;
+        }
+        pending.append(buffer, static_cast<size_t>(got));
+    }
+}
+
+bool Query(int fd, std::string& pending, std::string* reply = nullptr) {
+    return send(fd, kQuery, kQueryLength, MSG_NOSIGNAL) == static_cast<ssize_t>(kQueryLength) &&
+           ReadReply(fd, pending, reply);
+}
+
+void BM_FrontEndQuery(benchmark::State& state) {
+    PinToOneCpu();
+    CFrontEnd frontEnd;
+    const int client = ConnectTcp(frontEnd.GetPort());
+    std::string pending;
+    std::string reply;
+    if (!Query(client, pending, &reply) || reply.rfind("(BRI!", 0) != 0) {
+        state.SkipWithError(("unexpected reply " + reply).c_str());
+    }
+    for (auto _ : state) {
+        if (!Query(client, pending)) {
+            state.SkipWithError("connection lost");
+            break;
+        }
+    }
+    close(client);
+}
+BENCHMARK(BM_FrontEndQuery)->UseRealTime();
+
+void BM_FrontEndThirteenClients(benchmark::State& state) {
+    PinToOneCpu();
+    CFrontEnd frontEnd;
+    constexpr size_t kClients = CSerialHandler::kMaxParsers;
+    std::vector<pollfd> polled;
+    std::vector<std::string> pending(kClients);
+    for (size_t i = 0; i < kClients; ++i) {
+        const int fd = ConnectTcp(frontEnd.GetPort());
+        polled.push_back(pollfd{fd, POLLIN, 0});
+        // One query answered proves the connection was accepted and has its parser.
+        if (!Query(fd, pending[i])) {
+            state.SkipWithError("a connection was refused");
+        }
+    }
+    for (const pollfd& entry : polled) {
+        send(entry.fd, kQuery, kQueryLength, MSG_NOSIGNAL);
+    }
+    double answered = 0;
+    for (auto _ : state) {
+        if (poll(polled.data(), polled.size(), 5000) <= 0) {
+            state.SkipWithError("no reply within 5 s");
+            break;
+        }
+        for (size_t i = 0; i < kClients; ++i) {
+            if ((polled[i].revents & (POLLIN | POLLERR | POLLHUP)) == 0) {
+                continue;
+            }
+            if (!ReadReply(polled[i].fd, pending[i])) {
+                state.SkipWithError("connection lost");
+                break;
+            }
+            ++answered;
+            send(polled[i].fd, kQuery, kQueryLength, MSG_NOSIGNAL);
+        }
+    }
+    for (size_t i = 0; i < kClients; ++i) {
+        ReadReply(polled[i].fd, pending[i]);  // the query still outstanding
+        close(polled[i].fd);
+    }
+    state.counters["queries"] = benchmark::Counter(answered, benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_FrontEndThirteenClients)->UseRealTime();
+
+// ---- raw baselines -------------------------------------------------------------------
+
+// Echoes the TCP stream of one connection on its own pinned thread until the peer closes.
+class CRawTcpEcho {
+public:
+    CRawTcpEcho() {
+        m_listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        if (m_listener < 0 || bind(m_listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+            listen(m_listener, 1) != 0 ||
+            getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+            abort();
+        }
+        m_port = ntohs(address.sin_port);
+        m_thread = std::thread([fd = m_listener] {
+            PinToOneCpu();
+            const int peer = accept(fd, nullptr, nullptr);
+            char buffer[4096];
+            for (;;) {
+                const ssize_t got = recv(peer, buffer, sizeof buffer, 0);
+                if (got <= 0 || send(peer, buffer, static_cast<size_t>(got), MSG_NOSIGNAL) != got) {
+                    break;
+                }
+            }
+            close(peer);
+        });
+    }
+    ~CRawTcpEcho() {
+        m_thread.join();  // the client has closed its end by now
+        close(m_listener);
+    }
+    unsigned short GetPort() const { return m_port; }
+
+private:
+    int m_listener = -1;
+    unsigned short m_port = 0;
+    std::thread m_thread;
+};
+
+void RawTcpRoundTrip(int client) {
+    char reply[kQueryLength];
+    send(client, kQuery, kQueryLength, MSG_NOSIGNAL);
+    for (size_t got = 0; got < kQueryLength;) {
+        const ssize_t n = recv(client, reply + got, kQueryLength - got, 0);
+        if (n <= 0) {
+            abort();
+        }
+        got += static_cast<size_t>(n);
+    }
+}
+
+// The request the event link sends for "(BRI?)": the access level travels as 231.
+std::vector<unsigned char> LinkRequestBytes() {
+    CIpcMessage request;
+    request.SetCode("BRI");
+    request.SetSubCode("");
+    request.SetFlags(MSG_FLAG_REQUEST | MSG_FLAG_REPLY_WANTED);
+    request.AddArg(CIpcEventDispatcher::kAccessLevelParm, CSecurityManager::kDefaultAccessGroup);
+    unsigned char* data = nullptr;
+    const int size = request.SerializeMessage(data);
+    return std::vector<unsigned char>(data, data + size);
+}
+
+void BM_RawTcpRoundTrip(benchmark::State& state) {
+    PinToOneCpu();
+    CRawTcpEcho echo;
+    const int client = ConnectTcp(echo.GetPort());
+    for (auto _ : state) {
+        RawTcpRoundTrip(client);
+    }
+    close(client);
+}
+BENCHMARK(BM_RawTcpRoundTrip)->UseRealTime();
+
+void BM_RawDatagramRoundTrip(benchmark::State& state) {
+    PinToOneCpu();
+    CRawEcho echo(SocketDir() + "/raw_server");
+    const std::string clientPath = SocketDir() + "/raw_client";
+    const int client = BoundDatagramSocket(clientPath);
+    const std::vector<unsigned char> request = LinkRequestBytes();
+    for (auto _ : state) {
+        RawRoundTrip(client, echo.GetPath(), request.data(), static_cast<int>(request.size()));
+    }
+    close(client);
+    unlink(clientPath.c_str());
+}
+BENCHMARK(BM_RawDatagramRoundTrip)->UseRealTime();
+
+// The baseline of BM_FrontEndQuery: both raw hops in every iteration.
+void BM_RawTcpPlusDatagramRoundTrip(benchmark::State& state) {
+    PinToOneCpu();
+    CRawTcpEcho tcpEcho;
+    const int tcpClient = ConnectTcp(tcpEcho.GetPort());
+    CRawEcho datagramEcho(SocketDir() + "/raw_server");
+    const std::string clientPath = SocketDir() + "/raw_client";
+    const int datagramClient = BoundDatagramSocket(clientPath);
+    const std::vector<unsigned char> request = LinkRequestBytes();
+    for (auto _ : state) {
+        RawTcpRoundTrip(tcpClient);
+        RawRoundTrip(datagramClient, datagramEcho.GetPath(), request.data(), static_cast<int>(request.size()));
+    }
+    close(datagramClient);
+    unlink(clientPath.c_str());
+    close(tcpClient);
+}
+BENCHMARK(BM_RawTcpPlusDatagramRoundTrip)->UseRealTime();
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Before any thread: every system path of the front-end (sockets, keep-alive files)
+    // resolves into the private directory.
+    NRuntimeRoot::SetRoot(SocketDir());
+    std::filesystem::create_directories(NRuntimeRoot::Path("/var/run/ui"));
+    const int result = RunBenchmarksWithRatios(argc, argv,
+                                               {{"BM_ParseStream", "BM_ScanStream", 400.0},
+                                                {"BM_FrontEndQuery", "BM_RawTcpPlusDatagramRoundTrip", 2.0}});
+    RemoveSocketDir();
+    return result;
+}
