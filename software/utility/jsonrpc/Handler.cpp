@@ -1,0 +1,200 @@
+#include "jsonrpc/Handler.h"
+
+#include <new>
+#include <string>
+#include <utility>
+
+namespace Json {
+namespace Rpc {
+
+namespace {
+
+std::unique_ptr<Json::CharReader> MakeReader() {
+    Json::CharReaderBuilder builder;
+    builder["collectComments"] = false;
+    builder["allowComments"] = false;
+    builder["allowTrailingCommas"] = false;
+    builder["strictRoot"] = false;  // a bare value parses, to be refused as an invalid request
+    builder["allowDroppedNullPlaceholders"] = false;
+    builder["allowNumericKeys"] = false;
+    builder["allowSingleQuotes"] = false;
+    builder["allowSpecialFloats"] = false;
+    builder["failIfExtra"] = true;
+    // {"id":1,"id":2} would leave it to the reader which id the answer carries.
+    builder["rejectDupKeys"] = true;
+    builder["skipBom"] = false;
+    builder["stackLimit"] = Handler::kMaxDepth;
+    return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+}
+
+const Json::StreamWriterBuilder& Writer() {
+    static const Json::StreamWriterBuilder builder = [] {
+        Json::StreamWriterBuilder b;
+        b["indentation"] = "";
+        b["commentStyle"] = "None";
+        b["emitUTF8"] = true;  // raw bytes pass through, so any string value survives a round trip
+        b["useSpecialFloats"] = false;
+        b["enableYAMLCompatibility"] = false;
+        b["dropNullPlaceholders"] = false;
+        return b;
+    }();
+    return builder;
+}
+
+bool IsMember(const Json::Value& object, const char* name, const Json::Value*& member) {
+    member = object.find(name, name + std::char_traits<char>::length(name));
+    return member != nullptr;
+}
+
+bool IsValidId(const Json::Value& id) {
+    switch (id.type()) {
+        case Json::nullValue:
+        case Json::intValue:
+        case Json::uintValue:
+        case Json::realValue:
+        case Json::stringValue:
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+Handler::Handler() : m_reader(MakeReader()) {}
+
+Handler::~Handler() = default;
+
+void Handler::AddMethod(CallbackMethod* method) {
+    if (!method) {
+        return;
+    }
+    std::shared_ptr<CallbackMethod> owned(method);
+    m_methods[owned->GetName()] = std::move(owned);
+}
+
+void Handler::DeleteMethod(const std::string& name) { m_methods.erase(name); }
+
+bool Handler::HasMethod(const std::string& name) const { return m_methods.count(name) != 0; }
+
+Json::Value Handler::GetDescriptions() const {
+    Json::Value descriptions(Json::objectValue);
+    for (const auto& entry : m_methods) {
+        descriptions[entry.first] = entry.second->GetDescription();
+    }
+    return descriptions;
+}
+
+void Handler::Process(const std::string& text, Json::Value& response, int clientId) {
+    Json::Value request;
+    bool parsed = false;
+    // The reader takes a NUL for the end of the text: "{}\0junk" must not pass as "{}".
+    if (text.find('\0') == std::string::npos) {
+        try {
+            // No error text asked for: the answer carries none, and formatting it is slow.
+            parsed = m_reader->parse(text.data(), text.data() + text.size(), &request, nullptr);
+        } catch (const std::exception&) {
+            parsed = false;  // the reader throws, rather than fails, past its stack limit
+        }
+    }
+    if (!parsed) {
+        try {
+            response = MakeError(Json::Value(), PARSE_ERROR, "Parse error");
+        } catch (const std::bad_alloc&) {
+            response = Json::Value();
+        }
+        return;
+    }
+    Process(request, response, clientId);
+}
+
+void Handler::Process(const Json::Value& request, Json::Value& response, int clientId) {
+    // Built aside and swapped in last: the caller may pass one value as both arguments.
+    Json::Value answer;
+    try {
+        if (!request.isArray()) {
+            ProcessOne(request, answer, clientId);
+        } else if (request.empty() || request.size() > kMaxBatch) {
+            answer = MakeError(Json::Value(), INVALID_REQUEST, "Invalid Request");
+        } else {
+            for (const Json::Value& member : request) {
+                Json::Value one;
+                ProcessOne(member, one, clientId);
+                if (!one.isNull()) {
+                    answer.append(std::move(one));
+                }
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        answer = Json::Value();
+    }
+    response.swap(answer);
+}
+
+void Handler::ProcessOne(const Json::Value& request, Json::Value& response, int clientId) {
+    response = Json::Value();
+    if (!request.isObject()) {
+        response = MakeError(Json::Value(), INVALID_REQUEST, "Invalid Request");
+        return;
+    }
+    const Json::Value* id = nullptr;
+    const Json::Value* version = nullptr;
+    const Json::Value* name = nullptr;
+    const Json::Value* params = nullptr;
+    const bool hasId = IsMember(request, "id", id);
+    if ((hasId && !IsValidId(*id)) || !IsMember(request, "jsonrpc", version) || !version->isString() ||
+        version->asString() != "2.0" || !IsMember(request, "method", name) || !name->isString()) {
+        response = MakeError(hasId && IsValidId(*id) ? *id : Json::Value(), INVALID_REQUEST, "Invalid Request");
+        return;
+    }
+    const auto entry = m_methods.find(name->asString());
+    if (entry == m_methods.end()) {
+        if (hasId) {
+            response = MakeError(*id, METHOD_NOT_FOUND, "Method not found");
+        }
+        return;
+    }
+    if (IsMember(request, "params", params) && !params->isArray() && !params->isObject()) {
+        if (hasId) {
+            response = MakeError(*id, INVALID_PARAMS, "Invalid params");
+        }
+        return;
+    }
+    const std::shared_ptr<CallbackMethod> method = entry->second;
+    Call(*method, request, response, clientId);
+    if (!hasId) {
+        response = Json::Value();
+    }
+}
+
+void Handler::Call(CallbackMethod& method, const Json::Value& request, Json::Value& response, int clientId) {
+    Json::Value call = request;
+    call["fd"] = clientId;
+    Json::Value answer;
+    bool ran = false;
+    try {
+        ran = method.Call(call, answer);
+    } catch (...) {
+        ran = false;  // whatever a method throws, the loop that called it goes on
+    }
+    if (ran) {
+        response.swap(answer);
+        return;
+    }
+    const Json::Value* id = nullptr;
+    response = MakeError(IsMember(request, "id", id) ? *id : Json::Value(), INTERNAL_ERROR, "Internal error");
+}
+
+std::string Handler::GetString(const Json::Value& value) { return Json::writeString(Writer(), value); }
+
+Json::Value Handler::MakeError(const Json::Value& id, int code, const std::string& message) {
+    Json::Value error(Json::objectValue);
+    error["jsonrpc"] = "2.0";
+    error["id"] = id;
+    error["error"]["code"] = code;
+    error["error"]["message"] = message;
+    return error;
+}
+
+}  // namespace Rpc
+}  // namespace Json
