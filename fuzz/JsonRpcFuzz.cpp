@@ -1,0 +1,176 @@
+// Arbitrary bytes down the JSON-RPC request path: NUL framing, then Handler::Process.
+//
+// The first input byte picks where the rest is cut into two Add calls (and the client
+// id), so whole and split deliveries are both exercised; the framer's cap is small
+// enough for long inputs to pass it. One handler lives for the whole run, with three
+// methods: "echo" answers its params as its result, "throw" throws, "silent" leaves the
+// response null.
+//
+// Checked for every message (a violation aborts):
+//  - the framer accounts for every byte: messages, their NULs and the tail make the input;
+//  - Process does not throw;
+//  - a response serialises and parses back (strictly) to an equal value;
+//  - text that a reader with the handler's settings refuses is answered with the parse
+//    error, and only such text is;
+//  - a single request is answered, if at all, by an object with "jsonrpc":"2.0", an "id"
+//    and one of "result" or "error"; a request with an id to any method but "silent" is
+//    answered; a valid notification is not; "echo" answers its params unchanged;
+//  - a batch is answered by null or a non-empty array of such objects, or one -32600.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <deque>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "jsonrpc/Handler.h"
+#include "jsonrpc/NulFramer.h"
+#include "jsonrpc/RpcMethod.h"
+
+namespace {
+
+struct Methods {
+    bool Echo(const Json::Value& request, Json::Value& response) {
+        response["jsonrpc"] = "2.0";
+        response["id"] = request["id"];
+        response["result"] = request.get("params", Json::Value());
+        return true;
+    }
+    bool Throw(const Json::Value&, Json::Value& response) {
+        response["result"] = 1;
+        throw std::runtime_error("fuzz");
+    }
+    bool Silent(const Json::Value&, Json::Value&) { return true; }
+};
+
+Json::Rpc::Handler& GetHandler() {
+    static Methods methods;
+    static Json::Rpc::Handler* handler = [] {
+        auto* h = new Json::Rpc::Handler;
+        h->AddMethod(new Json::Rpc::RpcMethod<Methods>(methods, &Methods::Echo, "echo"));
+        h->AddMethod(new Json::Rpc::RpcMethod<Methods>(methods, &Methods::Throw, "throw"));
+        h->AddMethod(new Json::Rpc::RpcMethod<Methods>(methods, &Methods::Silent, "silent"));
+        return h;
+    }();
+    return *handler;
+}
+
+// A reader with the handler's settings; stackLimit is a parameter since answers nest
+// deeper than their requests.
+std::unique_ptr<Json::CharReader> MakeReader(int stackLimit) {
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    builder["strictRoot"] = false;
+    builder["stackLimit"] = stackLimit;
+    return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+}
+
+bool Parse(Json::CharReader& reader, const std::string& text, Json::Value& value) {
+    try {
+        return reader.parse(text.data(), text.data() + text.size(), &value, nullptr);
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+void Check(bool condition) {
+    if (!condition) {
+        abort();
+    }
+}
+
+bool IsAnswer(const Json::Value& answer) {
+    return answer.isObject() && answer["jsonrpc"] == "2.0" && answer.isMember("id") &&
+           answer.isMember("result") != answer.isMember("error");
+}
+
+bool IsError(const Json::Value& answer, int code) {
+    return IsAnswer(answer) && answer["error"]["code"] == code;
+}
+
+void CheckSingle(const Json::Value& request, const Json::Value& response) {
+    if (!response.isNull()) {
+        Check(IsAnswer(response));
+    }
+    if (!request.isObject()) {
+        Check(IsError(response, Json::Rpc::INVALID_REQUEST));
+        return;
+    }
+    const Json::Value& method = request["method"];
+    const bool wellFormed = request["jsonrpc"] == "2.0" && method.isString();
+    if (request.isMember("id")) {
+        Check(method == "silent" || !response.isNull());
+    } else if (wellFormed) {
+        Check(response.isNull());
+    }
+    const Json::Value& id = request["id"];
+    const bool validId = id.isNull() || id.isNumeric() || id.isString();
+    const Json::Value& params = request["params"];
+    if (wellFormed && method == "echo" && request.isMember("id") && validId && (params.isArray() || params.isObject())) {
+        Check(response["result"] == params && response["id"] == request["id"]);
+    }
+}
+
+void CheckMessage(const std::string& text, int clientId) {
+    static const std::unique_ptr<Json::CharReader> requestReader = MakeReader(Json::Rpc::Handler::kMaxDepth);
+    static const std::unique_ptr<Json::CharReader> answerReader = MakeReader(4 * Json::Rpc::Handler::kMaxDepth);
+
+    Json::Value response;
+    try {
+        GetHandler().Process(text, response, clientId);
+    } catch (...) {
+        abort();
+    }
+    if (!response.isNull()) {
+        const std::string answer = Json::Rpc::Handler::GetString(response);
+        Json::Value back;
+        Check(Parse(*answerReader, answer, back) && back == response);
+    }
+
+    Json::Value request;
+    if (!Parse(*requestReader, text, request)) {
+        Check(IsError(response, Json::Rpc::PARSE_ERROR) && response["id"].isNull());
+        return;
+    }
+    Check(!IsError(response, Json::Rpc::PARSE_ERROR));
+    if (!request.isArray()) {
+        CheckSingle(request, response);
+    } else if (request.empty() || request.size() > Json::Rpc::Handler::kMaxBatch) {
+        Check(IsError(response, Json::Rpc::INVALID_REQUEST));
+    } else if (!response.isNull()) {
+        Check(response.isArray() && !response.empty() && response.size() <= request.size());
+        for (const Json::Value& answer : response) {
+            Check(IsAnswer(answer));
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size == 0) {
+        return 0;
+    }
+    const char* stream = reinterpret_cast<const char*>(data + 1);
+    const size_t length = size - 1;
+    const size_t cut = length * data[0] / 255;
+    const int clientId = data[0] % 7;
+
+    CNulFramer framer(1024);
+    std::deque<std::string> messages;
+    const bool kept = framer.Add(stream, cut, messages) && framer.Add(stream + cut, length - cut, messages);
+    if (kept) {
+        size_t total = framer.GetPendingSize();
+        for (const std::string& message : messages) {
+            total += message.size() + 1;
+        }
+        Check(total == length);
+    }
+    for (const std::string& message : messages) {
+        Check(message.find('\0') == std::string::npos);
+        CheckMessage(message, clientId);
+    }
+    return 0;
+}
