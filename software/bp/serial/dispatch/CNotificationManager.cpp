@@ -94,6 +94,15 @@ CNotificationManager::SEntry CNotificationManager::GetNotifyList(const std::stri
     return it == m_keys.end() ? SEntry() : it->second;
 }
 
+std::vector<std::string> CNotificationManager::GetKeys() const {
+    std::vector<std::string> keys;
+    keys.reserve(m_keys.size());
+    for (const auto& entry : m_keys) {
+        keys.push_back(entry.first);
+    }
+    return keys;
+}
+
 std::string CNotificationManager::MakeAddrFromSocket(int clientId) {
     char address[32];  // "JSON_TCP." plus any int, "-2147483648" included
     snprintf(address, sizeof address, "%s.%d", "JSON_TCP", clientId);

@@ -10,6 +10,7 @@
 #include <list>
 #include <map>
 #include <string>
+#include <vector>
 
 class CNotificationManager {
 public:
@@ -36,6 +37,8 @@ public:
     void GetC4jRecipientList(const std::string& key, std::list<std::string>& recipients) const;
     // Both lists of a key; an empty entry when nobody is registered.
     SEntry GetNotifyList(const std::string& key) const;
+    // Every key with at least one registration, in key order.
+    std::vector<std::string> GetKeys() const;
 
     // "JSON_TCP.<clientId>".
     static std::string MakeAddrFromSocket(int clientId);

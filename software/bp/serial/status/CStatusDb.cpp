@@ -324,18 +324,22 @@ bool CStatusDb::StoreStatusValue(const std::string& group, short index, short fl
     if (item.value == value && item.number == number && item.text == text && item.flags == newFlags) {
         return true;
     }
+    const short oldFlags = item.flags;
     const int oldSeverity = StatusSeverity(item.flags);
     item.value = value;
     item.number = number;
     item.text = text;
     item.flags = newFlags;
     const int newSeverity = StatusSeverity(newFlags);
-    if (oldSeverity == 0 && newSeverity == 0) {
-        return true;  // neither was nor is in the alarm list
+    if (oldSeverity != 0 || newSeverity != 0) {
+        SyncAlarmEntry(item);
+        if (newSeverity != oldSeverity) {
+            RefreshGroupMask(*found);
+        }
     }
-    SyncAlarmEntry(item);
-    if (newSeverity != oldSeverity) {
-        RefreshGroupMask(*found);
+    if (m_listener) {
+        const SStatus changed = item;  // the listener may store again and move the item
+        m_listener->StatusItemChanged(changed, oldFlags);
     }
     return true;
 }

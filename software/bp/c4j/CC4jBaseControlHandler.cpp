@@ -1,0 +1,134 @@
+#include "CC4jBaseControlHandler.h"
+
+#include "CException.h"
+#include "text/NText.h"
+
+std::string CC4jBaseControlHandler::Text(int textId) {
+    if (textId == 0) {
+        return "";
+    }
+    try {
+        return NText::GetString(textId);
+    } catch (const CException&) {
+        return "";
+    }
+}
+
+bool CC4jBaseControlHandler::AddValueToResult(const CProjCon& control, Json::Value& result) {
+    const int type = control.GetDisplayType();
+    Json::Value value;
+    if (IsBooleanType(type)) {
+        value = control.GetValue() != 0;
+    } else if (IsTextType(type)) {
+        value = control.GetText();
+    } else if (IsActionType(type) || IsMenuType(type) || IsCustomType(type)) {
+        value = Json::Value();
+    } else {
+        value = control.GetValue();
+    }
+    if (result.isObject()) {
+        result["value"] = value;
+    } else {
+        result = value;
+    }
+    return true;
+}
+
+bool CC4jBaseControlHandler::AddEnabledToResult(const CProjCon& control, Json::Value& result) {
+    if (!result.isObject() && !result.isNull()) {
+        return false;
+    }
+    result["enabled"] = control.GetEnabled();
+    return true;
+}
+
+bool CC4jBaseControlHandler::AddMinMaxToResult(const CProjCon& control, Json::Value& result) {
+    if (!result.isObject() && !result.isNull()) {
+        return false;
+    }
+    const int type = control.GetDisplayType();
+    if (type >= 100 && type < 400) {
+        result["min"] = control.GetMinValue();
+        result["max"] = control.GetMaxValue();
+        if (type == DT_INTEGER_SOFT_LIMITS) {
+            result["softmin"] = control.GetSoftMinValue();
+            result["softmax"] = control.GetSoftMaxValue();
+        }
+    }
+    return true;
+}
+
+bool CC4jBaseControlHandler::AddListToResult(const CProjCon& control, Json::Value& result, bool compact) {
+    if (!result.isObject() && !result.isNull()) {
+        return false;
+    }
+    if (!IsListType(control.GetDisplayType())) {
+        return true;
+    }
+    Json::Value list(Json::arrayValue);
+    for (const SListEntry& entry : control.GetList()) {
+        if (!entry.shown) {
+            continue;
+        }
+        const std::string text = entry.textId != 0 ? Text(entry.textId) : entry.text;
+        Json::Value item;
+        if (compact) {
+            item.append(entry.value);
+            item.append(text);
+            if (!entry.iconPath.empty()) {
+                item.append(entry.iconPath);
+            }
+        } else {
+            item["idx"] = entry.value;
+            item["text"] = text;
+            if (!entry.iconPath.empty()) {
+                item["icon"] = entry.iconPath;
+            }
+        }
+        list.append(item);
+    }
+    result["list"] = list;
+    return true;
+}
+
+bool CC4jBaseControlHandler::AddPropToResult(const CProjCon& control, Json::Value& result, bool compact) {
+    const bool enabled = AddEnabledToResult(control, result);
+    const bool rest = IsListType(control.GetDisplayType()) ? AddListToResult(control, result, compact)
+                                                           : AddMinMaxToResult(control, result);
+    return enabled && rest;
+}
+
+bool CC4jBaseControlHandler::AddAttrToResult(const CProjCon& control, Json::Value& result) {
+    if (!result.isObject() && !result.isNull()) {
+        return false;
+    }
+    const int type = control.GetDisplayType();
+    result["type"] = type;
+    result["access"] = static_cast<int>(control.GetAccessGroup());
+    result["label"] = Text(control.GetNameText());
+    if (control.GetConfirmText() != 0) {
+        result["confirm"] = Text(control.GetConfirmText());
+    }
+    if (control.GetContinueText() != 0) {
+        result["continue"] = Text(control.GetContinueText());
+    }
+    if (control.GetWaitText() != 0) {
+        result["wait"] = Text(control.GetWaitText());
+    }
+    if (IsTextType(type)) {
+        result["default"] = control.GetDefaultText();
+    } else if (IsActionType(type) || IsMenuType(type) || IsCustomType(type)) {
+        result["default"] = Json::Value();
+    } else if (IsBooleanType(type)) {
+        result["default"] = control.GetDefaultValue() != 0;
+    } else {
+        result["default"] = control.GetDefaultValue();
+        if (control.GetDecimals() != 0) {
+            result["decimals"] = control.GetDecimals();
+        }
+    }
+    if (!control.GetIconPath().empty()) {
+        result["icon"] = control.GetIconPath();
+    }
+    return true;
+}

@@ -1,0 +1,35 @@
+#pragma once
+// CC4jBaseControlHandler: a handler that deals in controls: the JSON shape of one
+// control (CProjCon) in results and notifications.
+//
+//   value       by display type: 100-199 a bool; 300-399 the text; 500-799 null; else the
+//               integer. Into "value" of an object result, else the result itself.
+//   enabled     the enabled state
+//   min, max    display types 100-399 only; softmin, softmax only for 203
+//   list        display types 400-499 only: one entry per shown item; compact entries are
+//               [value, text, icon (only when the item has one)], full ones
+//               {"idx", "text", "icon" (when it has one)}; texts given by id are
+//               translated into the current language
+//   attributes  "type", "access", "label", "confirm"/"continue"/"wait" (each only when the
+//               control has that text), "default" (text types: the default text; 500-799:
+//               null; 100-199: a bool; else the integer, with "decimals" when non-zero),
+//               "icon" (when the control has one)
+// The helpers return false when the result they should add to is not an object.
+// Thread contract: the server's thread only.
+
+#include "CC4jBaseHandler.h"
+#include "control/CProjCon.h"
+
+class CC4jBaseControlHandler : public CC4jBaseHandler {
+public:
+    using CC4jBaseHandler::CC4jBaseHandler;
+
+    static bool AddValueToResult(const CProjCon& control, Json::Value& result);
+    static bool AddEnabledToResult(const CProjCon& control, Json::Value& result);
+    static bool AddMinMaxToResult(const CProjCon& control, Json::Value& result);
+    static bool AddListToResult(const CProjCon& control, Json::Value& result, bool compact);
+    static bool AddPropToResult(const CProjCon& control, Json::Value& result, bool compact);
+    static bool AddAttrToResult(const CProjCon& control, Json::Value& result);
+    // A resource text in the current language; "" for id 0 or an unknown id.
+    static std::string Text(int textId);
+};

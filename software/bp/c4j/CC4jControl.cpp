@@ -1,0 +1,359 @@
+#include "CC4jControl.h"
+
+#include "CException.h"
+#include "control/CCustomEventHandler.h"
+#include "dispatch/CNotificationManager.h"
+
+namespace {
+
+// The value a "set" names: params "value", or the element after the code.
+Json::Value RequestedValue(const Json::Value& params) {
+    if (params.isArray()) {
+        return params.size() > 1 ? params[1] : Json::Value();
+    }
+    return params.isObject() ? params.get("value", Json::Value()) : Json::Value();
+}
+
+}  // namespace
+
+CC4jControl::CC4jControl(CJsonRpcServer& server) : CC4jBaseControlHandler(server, "control", 1) {
+    const struct {
+        bool (CC4jControl::*method)(const Json::Value&, Json::Value&);
+        const char* name;
+        bool legacy;
+    } methods[] = {
+        {&CC4jControl::Get, "get", true},
+        {&CC4jControl::Set, "set", true},
+        {&CC4jControl::GetProperties, "getProperties", true},
+        {&CC4jControl::GetAttributes, "getAttributes", true},
+        {&CC4jControl::AddListener, "addListener", true},
+        {&CC4jControl::RemoveListener, "removeListener", true},
+    };
+    for (const auto& m : methods) {
+        Publish(*this, m.method, "control:" + std::string(m.name));
+        Publish(*this, m.method, m.name);
+    }
+    Publish(*this, &CC4jControl::RemoveAllListeners, "removeAllListeners");
+    Publish(*this, &CC4jControl::GetListenerList, "getListenerList");
+    GetDispatcher().SetJsonNotifier(this);
+}
+
+CC4jControl::~CC4jControl() { GetDispatcher().SetJsonNotifier(nullptr); }
+
+bool CC4jControl::TryCustomHandler(const Json::Value& request, Json::Value& response, bool command) {
+    const Json::Value& params = request["params"];
+    const std::string code = NJsonValueParser::GetCodeFromParams(params);
+    CCustomEventHandler* handler = GetDispatcher().GetCustomHandler(code.substr(0, 3));
+    if (!handler) {
+        return false;
+    }
+    try {
+        CIpcMessage message = ConvertParamsToIpc(params);
+        message.SetFlags(command ? 0 : MSG_FLAG_REQUEST);
+        std::list<CIpcMessage> replies;
+        bool answered = false;
+        if (command) {
+            CIpcMessage reply(message);
+            reply.MakeReply(0);
+            answered = handler->HandleCommand(message, reply);
+            replies.push_back(reply);
+        } else {
+            answered = handler->HandleRequest(message, replies);
+        }
+        if (!answered) {
+            return false;
+        }
+        for (const CIpcMessage& reply : replies) {
+            int error = 0;
+            if (reply.GetArg(CIpcMessage::kErrorCodeParm, error) && error != 0) {
+                std::string text;
+                reply.GetArg(CIpcMessage::kErrorTextParm, text);
+                MakeErrorResponse(request, response, static_cast<EError>(error), text);
+                return true;
+            }
+        }
+        InitResponseObj(request, response);
+        if (!response.isNull()) {
+            const Json::Value value = ConvertFromIpcReply(replies);
+            if (params.isObject()) {
+                response["result"]["value"] = value;
+            } else {
+                response["result"] = value;
+            }
+        }
+    } catch (const CException& e) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, e.GetMessage());
+    }
+    return true;
+}
+
+CProjCon* CC4jControl::FindControl(const Json::Value& request, Json::Value& response, const std::string& code) {
+    CProjCon* control = GetDispatcher().GetControl(code);
+    if (!control) {
+        GetLog().LogError("%s NOT FOUND!", code.c_str());
+        MakeErrorResponse(request, response, ERR_CONTROL_NOT_FOUND);
+        return nullptr;
+    }
+    if (control->GetAccessGroup() == ACCESS_PROTECTED) {
+        const int fd = GetClientFd(request);
+        const EAccessLevel level =
+            fd < 0 ? ACCESS_USER : GetServer().GetClientAccessLevel(static_cast<unsigned int>(fd));
+        if (level != ACCESS_OPERATOR && level != ACCESS_PROTECTED) {
+            GetLog().LogWarning("Client%s not logged in for executing the protected code: %s ",
+                                GetClientIdString(request).c_str(), code.c_str());
+            MakeErrorResponse(request, response, ERR_INVALID_ACCESS_GROUP);
+            return nullptr;
+        }
+    }
+    return control;
+}
+
+bool CC4jControl::Get(const Json::Value& request, Json::Value& response) {
+    if (!IsResponseRequired(request)) {
+        return true;
+    }
+    const Json::Value& params = request["params"];
+    const std::string code = NJsonValueParser::GetCodeFromParams(params);
+    const std::string client = GetClientIdString(request);
+    GetLog().LogDebug("Recv'd 'get' from %s: %s", client.c_str(), code.c_str());
+    if (!TryCustomHandler(request, response, false)) {
+        if (CProjCon* control = FindControl(request, response, code)) {
+            InitResponseObj(request, response);
+            Json::Value result = params.isObject() ? Json::Value(Json::objectValue) : Json::Value();
+            AddValueToResult(*control, result);
+            response["result"] = result;
+        }
+    }
+    GetLog().LogDebug("Completed 'get' from %s: %s", client.c_str(), code.c_str());
+    return true;
+}
+
+bool CC4jControl::Set(const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    const std::string code = NJsonValueParser::GetCodeFromParams(params);
+    const std::string client = GetClientIdString(request);
+    if (TryCustomHandler(request, response, true)) {
+        return true;
+    }
+    CProjCon* control = FindControl(request, response, code);
+    if (!control) {
+        return true;
+    }
+    const Json::Value value = RequestedValue(params);
+    const int type = control->GetDisplayType();
+    EError result = ERR_NONE;
+    if (IsTextType(type)) {
+        if (!value.isString()) {
+            MakeErrorResponse(request, response, ERR_INVALID_PARAMETER);
+            return true;
+        }
+        GetLog().Log("Recv'd 'set' from %s: %s (%s)", client.c_str(), code.c_str(), value.asCString());
+        result = control->SetText(value.asString(), CHANGE_NORMAL);
+    } else if (IsActionType(type)) {
+        GetLog().Log("Recv'd 'set' from %s: %s (%d)", client.c_str(), code.c_str(), 1);
+        result = control->SetValue(1, CHANGE_NORMAL);
+    } else if (value.isBool() || value.isInt()) {
+        const int number = value.isBool() ? (value.asBool() ? 1 : 0) : value.asInt();
+        GetLog().Log("Recv'd 'set' from %s: %s (%d)", client.c_str(), code.c_str(), number);
+        result = control->SetValue(number, CHANGE_NORMAL);
+    } else {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER);
+        return true;
+    }
+    if (result != ERR_NONE) {
+        MakeErrorResponse(request, response, result, control->IsReadOnly() ? "This control is read-only" : "");
+        return true;
+    }
+    InitResponseObj(request, response);
+    if (!response.isNull()) {
+        Json::Value standing = params.isObject() ? Json::Value(Json::objectValue) : Json::Value();
+        AddValueToResult(*control, standing);
+        response["result"] = standing;
+    }
+    return true;
+}
+
+bool CC4jControl::GetProperties(const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    const std::string code = NJsonValueParser::GetCodeFromParams(params);
+    CProjCon* control = FindControl(request, response, code);
+    if (!control) {
+        return true;
+    }
+    Json::Value result(Json::objectValue);
+    if (!AddPropToResult(*control, result, !params.isObject()) || !AddValueToResult(*control, result)) {
+        MakeErrorResponse(request, response, ERR_COMMAND_NOT_EXECUTED);
+        return true;
+    }
+    InitResponseObj(request, response);
+    if (!response.isNull()) {
+        response["result"] = result;
+    }
+    return true;
+}
+
+bool CC4jControl::GetAttributes(const Json::Value& request, Json::Value& response) {
+    const std::string code = NJsonValueParser::GetCodeFromParams(request["params"]);
+    CProjCon* control = FindControl(request, response, code);
+    if (!control) {
+        return true;
+    }
+    Json::Value result(Json::objectValue);
+    if (!AddAttrToResult(*control, result)) {
+        MakeErrorResponse(request, response, ERR_COMMAND_NOT_EXECUTED);
+        return true;
+    }
+    InitResponseObj(request, response);
+    if (!response.isNull()) {
+        response["result"] = result;
+    }
+    return true;
+}
+
+std::list<std::string> CC4jControl::GetNotifyMethods(const Json::Value& params) const {
+    std::list<std::string> codes;
+    auto add = [&codes](const Json::Value& value) {
+        std::string code;
+        if (NJsonValueParser::ParseCode(value, code)) {
+            codes.push_back(code);
+        }
+    };
+    if (params.isArray()) {
+        for (const Json::Value& element : params) {
+            add(element);
+        }
+    } else if (params.isObject()) {
+        const Json::Value& code = params["code"];
+        if (code.isArray()) {
+            for (const Json::Value& element : code) {
+                add(element);
+            }
+        } else {
+            add(code);
+        }
+    }
+    return codes;
+}
+
+bool CC4jControl::AddListener(const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    const std::string address = GetClientDescriptor(request);
+    const std::list<std::string> codes = GetNotifyMethods(params);
+    const bool sendNow = NJsonValueParser::GetBoolFromObj(params, "sendNow", true).second;
+    std::string joined;
+    for (const std::string& code : codes) {
+        joined += code + " ";
+    }
+    GetLog().LogDebug("Recv'd 'addListener' from %s: %s %s", GetClientIdString(request).c_str(), joined.c_str(),
+                      sendNow ? "(sendnow)" : "");
+    if (address.empty()) {
+        MakeErrorResponse(request, response, ERR_TOO_FEW_PARAMETERS, "Can't find client identifier");
+        return true;
+    }
+    for (const std::string& code : codes) {
+        if (!GetDispatcher().GetControl(code)) {
+            MakeErrorResponse(request, response, ERR_CONTROL_NOT_FOUND, code + " not found");
+            return true;
+        }
+    }
+    CNotificationManager& registry = GetDispatcher().GetNotificationManager();
+    for (const std::string& code : codes) {
+        registry.NotifyRegister(code, address);
+    }
+    InitResponseObj(request, response);
+    if (!response.isNull()) {
+        response["result"]["count"] = static_cast<int>(codes.size());
+    }
+    if (sendNow) {
+        for (const std::string& code : codes) {
+            SendNotification(code, {address});
+        }
+    }
+    return true;
+}
+
+bool CC4jControl::RemoveListener(const Json::Value& request, Json::Value& response) {
+    return CC4jBaseHandler::RemoveListener(request, response);
+}
+
+bool CC4jControl::RemoveAllListeners(const Json::Value& request, Json::Value& response) {
+    const std::string address = GetClientDescriptor(request);
+    if (address.empty()) {
+        MakeErrorResponse(request, response, ERR_TOO_FEW_PARAMETERS, "Can't find client identifier");
+        return true;
+    }
+    const std::string keys = GetDispatcher().GetNotificationManager().NotifyUnregisterAll(address);
+    InitResponseObj(request, response);
+    if (!response.isNull()) {
+        Json::Value removed(Json::arrayValue);
+        size_t start = 0;
+        for (size_t blank = keys.find(' '); blank != std::string::npos; blank = keys.find(' ', start)) {
+            removed.append(keys.substr(start, blank - start));
+            start = blank + 1;
+        }
+        response["result"]["removed"] = removed;
+    }
+    return true;
+}
+
+bool CC4jControl::GetListenerList(const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    std::string client;
+    if (params.isObject() && params["client"].isInt()) {
+        client = CNotificationManager::MakeAddrFromSocket(params["client"].asInt());
+    } else if (params.isObject() && params["client"].isString()) {
+        client = params["client"].asString();
+    }
+    const CNotificationManager& registry = GetDispatcher().GetNotificationManager();
+    Json::Value list(Json::arrayValue);
+    for (const std::string& key : registry.GetKeys()) {
+        const CNotificationManager::SEntry entry = registry.GetNotifyList(key);
+        int count = 0;
+        for (const auto* registrations : {&entry.ipc, &entry.json}) {
+            for (const CNotificationManager::SRegistration& registration : *registrations) {
+                if (client.empty()) {
+                    ++count;
+                } else if (registration.address == client) {
+                    count += registration.count;
+                }
+            }
+        }
+        if (count > 0) {
+            Json::Value item;
+            item["code"] = key;
+            item["count"] = count;
+            list.append(item);
+        }
+    }
+    InitResponseObj(request, response);
+    if (!response.isNull()) {
+        response["result"] = list;
+    }
+    return true;
+}
+
+Json::Value CC4jControl::MakeNotifyText(const CProjCon& control) const {
+    Json::Value notification;
+    notification["jsonrpc"] = "2.0";
+    notification["method"] = "control:notify";
+    notification["params"]["code"] = control.GetCode();
+    Json::Value value;
+    AddValueToResult(control, value);
+    notification["params"]["value"] = value;
+    return notification;
+}
+
+void CC4jControl::SendNotification(const std::string& key, const std::list<std::string>& clients) {
+    const CProjCon* control = GetDispatcher().GetControl(key);
+    if (!control) {
+        return;
+    }
+    SJsonNotify notify;
+    notify.message = Json::Rpc::Handler::GetString(MakeNotifyText(*control));
+    notify.recipients = clients;
+    GetServer().NotifyPush(notify);
+}
+
+void CC4jControl::MakeNotification(const CProjCon& control, ENotifyType, const std::list<std::string>& recipients) {
+    SendNotification(control.GetCode(), recipients);
+}

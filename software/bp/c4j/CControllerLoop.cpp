@@ -1,0 +1,86 @@
+#include "CControllerLoop.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "CException.h"
+#include "ipc/CPollSet.h"
+
+CControllerLoop::CControllerLoop(CEventDispatcher& dispatcher, CIpcEventDispatcher& ipc, CJsonRpcServer* json)
+    : m_dispatcher(dispatcher), m_ipc(ipc), m_json(json) {
+    if (pipe2(m_wakePipe, O_NONBLOCK | O_CLOEXEC) != 0) {
+        THROW_ERRNO_EXCEPTION("Cannot create the controller loop's wake-up pipe");
+    }
+}
+
+CControllerLoop::~CControllerLoop() {
+    close(m_wakePipe[0]);
+    close(m_wakePipe[1]);
+}
+
+void CControllerLoop::Wake() {
+    const char wake = 1;
+    [[maybe_unused]] const ssize_t written = write(m_wakePipe[1], &wake, 1);
+}
+
+void CControllerLoop::Stop() {
+    m_stop = true;
+    Wake();
+}
+
+void CControllerLoop::Post(std::function<void()> work) {
+    {
+        std::lock_guard<std::mutex> lock(m_workMutex);
+        m_work.push_back(std::move(work));
+    }
+    Wake();
+}
+
+void CControllerLoop::Run() {
+    while (!m_stop) {
+        RunOnce(kMaxWaitMs);
+    }
+}
+
+void CControllerLoop::RunOnce(int timeoutMs) {
+    CPollSet poll;
+    poll.Add(m_ipc.GetDescriptor(), true, false);
+    poll.Add(m_wakePipe[0], true, false);
+    int wait = std::min(timeoutMs, kMaxWaitMs);
+    if (m_json) {
+        m_json->AddDescriptors(poll);
+        const int due = m_json->GetNextDeadlineMs();
+        if (due >= 0) {
+            wait = std::min(wait, due);
+        }
+    }
+    poll.Wait(wait);
+
+    if (poll.IsReadable(m_wakePipe[0])) {
+        char drained[64];
+        while (read(m_wakePipe[0], drained, sizeof drained) > 0) {
+        }
+    }
+    if (poll.IsReadable(m_ipc.GetDescriptor())) {
+        // A bounded batch per turn, so a flood of IPC messages cannot starve the JSON clients.
+        for (int handled = 0; handled < kMaxIpcPerTurn && m_ipc.ProcessEvents(); ++handled) {
+        }
+    }
+    if (m_json) {
+        m_json->ProcessReady(poll);
+    }
+    std::deque<std::function<void()>> work;
+    {
+        std::lock_guard<std::mutex> lock(m_workMutex);
+        work.swap(m_work);
+    }
+    for (auto& item : work) {
+        item();
+    }
+    m_dispatcher.Update();
+    if (m_json) {
+        m_json->Update();
+    }
+}

@@ -1,0 +1,146 @@
+#include "CJsonRpcServer.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "CException.h"
+#include "dispatch/CNotificationManager.h"
+#include "jsonrpc/RpcMethod.h"
+
+CJsonRpcServer::CJsonRpcServer(CEventDispatcher& dispatcher, unsigned short port, const IMonotonicClock& clock,
+                               ILog& log, const std::string& bindAddress)
+    : CJsonRpcTcpServer(bindAddress, port, log), m_dispatcher(dispatcher), m_clock(clock) {
+    Initialize();
+    AddMethod(new Json::Rpc::RpcMethod<CJsonRpcServer>(*this, &CJsonRpcServer::GetModules, "getModules"));
+    AddMethod(new Json::Rpc::RpcMethod<CJsonRpcServer>(*this, &CJsonRpcServer::GetC4jVersion, "getC4JVersion"));
+}
+
+CJsonRpcServer::~CJsonRpcServer() {
+    // Registrations of the clients still connected go with them, here as on any close.
+    Close();
+}
+
+void CJsonRpcServer::Initialize() {
+    if (!Bind()) {
+        THROW_ERRNO_EXCEPTION("Bind failed");
+    }
+    if (!Listen()) {
+        THROW_ERRNO_EXCEPTION("Listen failed");
+    }
+    m_initialized = true;
+}
+
+void CJsonRpcServer::ProcessMessages() {
+    if (!m_initialized) {
+        THROW_EXCEPTION("Uninitialized JSON server");
+    }
+    Update();
+    WaitMessage(10);
+}
+
+void CJsonRpcServer::NotifyPush(const SJsonNotify& notify) { SendOneNotification(notify); }
+
+void CJsonRpcServer::NotifyPush(const std::string& key, const SJsonNotify& notify, unsigned int delayMs) {
+    const auto it = m_queued.find(key);
+    if (it != m_queued.end()) {
+        it->second.notify = notify;
+        return;
+    }
+    m_queued.emplace(key, SQueuedNotify{notify, CTimer(m_clock, delayMs), delayMs});
+}
+
+void CJsonRpcServer::Update() {
+    for (auto it = m_queued.begin(); it != m_queued.end();) {
+        if (it->second.timer.IsExpired()) {
+            const SJsonNotify notify = it->second.notify;
+            it = m_queued.erase(it);
+            SendOneNotification(notify);
+        } else {
+            ++it;
+        }
+    }
+}
+
+int CJsonRpcServer::GetNextDeadlineMs() const {
+    int next = -1;
+    for (const auto& entry : m_queued) {
+        const int left = static_cast<int>(entry.second.timer.GetRemainingMs());
+        if (next < 0 || left < next) {
+            next = left;
+        }
+    }
+    return next;
+}
+
+void CJsonRpcServer::SendOneNotification(const SJsonNotify& notify) {
+    CNotificationManager& registry = m_dispatcher.GetNotificationManager();
+    std::string served;
+    for (const std::string& address : notify.recipients) {
+        const int id = GetJsonClientDescriptorFromString(address);
+        if (id < 0 || !IsClientConnected(static_cast<unsigned int>(id))) {
+            GetLog().LogWarning("Can't send notification to unknown client [ID:%d]", id);
+            if (id >= 0) {
+                ForceClose(static_cast<unsigned int>(id));
+            }
+            registry.NotifyUnregisterAll(address);
+            continue;
+        }
+        try {
+            Send(static_cast<unsigned int>(id), notify.message);
+            served += std::to_string(id) + ",";
+        } catch (const CException& e) {
+            if (e.GetErrno() == EAGAIN) {
+                GetLog().LogWarning("Can't send notification to blocked client [ID:%d]", id);
+            } else {
+                GetLog().LogWarning("Can't send notification to client [ID:%d] - %s", id, e.what());
+                registry.NotifyUnregisterAll(address);
+            }
+        }
+    }
+    GetLog().LogDebug("Notified clients %s", served.c_str());
+}
+
+void CJsonRpcServer::ProcessOutOfBandMessage(const std::string& text, Json::Value& response, int clientId) {
+    GetHandler().Process(text, response, clientId);
+}
+
+int CJsonRpcServer::GetJsonClientDescriptorFromString(const std::string& address) {
+    int id = -1;
+    char tail = 0;
+    if (sscanf(address.c_str(), "JSON_TCP.%d%c", &id, &tail) != 1) {
+        return -1;
+    }
+    return id;
+}
+
+void CJsonRpcServer::OnClientClosed(const SJsonRpcClient& client) {
+    m_dispatcher.GetNotificationManager().NotifyUnregisterAll(
+        CNotificationManager::MakeAddrFromSocket(static_cast<int>(client.id)));
+}
+
+bool CJsonRpcServer::GetModules(const Json::Value& request, Json::Value& response) {
+    if (!request.isMember("id")) {
+        return true;
+    }
+    response["jsonrpc"] = "2.0";
+    response["id"] = request["id"];
+    Json::Value modules(Json::arrayValue);
+    for (const auto& module : m_modules) {
+        Json::Value entry;
+        entry["module"] = module.first;
+        entry["version"] = module.second;
+        modules.append(entry);
+    }
+    response["result"] = modules;
+    return true;
+}
+
+bool CJsonRpcServer::GetC4jVersion(const Json::Value& request, Json::Value& response) {
+    if (!request.isMember("id")) {
+        return true;
+    }
+    response["jsonrpc"] = "2.0";
+    response["id"] = request["id"];
+    response["result"] = kC4jVersion;
+    return true;
+}

@@ -1,0 +1,263 @@
+#include "CJsonRpcTcpServer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <deque>
+#include <vector>
+
+#include "CException.h"
+
+unsigned int SJsonRpcClient::mGlobalId = 0;
+
+CJsonRpcTcpServer::CJsonRpcTcpServer(const std::string& address, unsigned short port, ILog& log)
+    : Json::Rpc::Server(address, port), m_log(log) {}
+
+CJsonRpcTcpServer::~CJsonRpcTcpServer() { Close(); }
+
+void CJsonRpcTcpServer::Close() {
+    for (auto& client : m_clients) {
+        OnClientClosed(*client);
+        close(client->fd);
+    }
+    m_clients.clear();
+    m_purge.clear();
+    Json::Rpc::Server::Close();
+}
+
+int CJsonRpcTcpServer::Accept() {
+    sockaddr_in peer{};
+    socklen_t length = sizeof peer;
+    const int fd = accept4(GetSocket(), reinterpret_cast<sockaddr*>(&peer), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0) {
+        return 0;
+    }
+    const int one = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
+    char address[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &peer.sin_addr, address, sizeof address);
+    char name[32];
+    snprintf(name, sizeof name, "%s-%d", address, ntohs(peer.sin_port));
+    m_clients.push_back(std::make_unique<SJsonRpcClient>(fd, name));
+    m_log.Log("Accepted connection from %s [ID:%d]", name, m_clients.back()->id);
+    return 1;
+}
+
+void CJsonRpcTcpServer::AddDescriptors(CPollSet& poll) const {
+    poll.Add(GetSocket(), true, false);
+    for (const auto& client : m_clients) {
+        poll.Add(client->fd, true, client->outputSent < client->output.size());
+    }
+}
+
+int CJsonRpcTcpServer::WaitMessage(unsigned int timeoutMs) {
+    CPollSet poll;
+    AddDescriptors(poll);
+    const int ready = poll.Wait(static_cast<int>(timeoutMs));
+    if (ready > 0) {
+        ProcessReady(poll);
+    }
+    return ready;
+}
+
+void CJsonRpcTcpServer::ProcessReady(const CPollSet& poll) {
+    if (GetSocket() >= 0 && poll.IsReadable(GetSocket())) {
+        Accept();
+    }
+    // Ready clients are taken by identifier first: handling one request may close others.
+    // Clients accepted in this pass are not in the poll result; they are served next pass.
+    std::vector<unsigned int> ready;
+    for (const auto& client : m_clients) {
+        if (poll.IsWritable(client->fd) || poll.IsReadable(client->fd)) {
+            ready.push_back(client->id);
+        }
+    }
+    for (unsigned int id : ready) {
+        SJsonRpcClient* client = FindClient(id);
+        if (!client || std::find(m_purge.begin(), m_purge.end(), id) != m_purge.end()) {
+            continue;
+        }
+        if (poll.IsWritable(client->fd)) {
+            Flush(*client);
+        }
+        if (poll.IsReadable(client->fd)) {
+            Recv(*client);
+        }
+    }
+    Purge();
+}
+
+void CJsonRpcTcpServer::Recv(SJsonRpcClient& client) {
+    const ssize_t received = recv(client.fd, m_receiveArea, sizeof m_receiveArea, MSG_DONTWAIT);
+    if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR)) {
+        return;
+    }
+    if (received <= 0) {
+        m_log.Log("Terminated connection from %s [ID:%d]", client.peerName.c_str(), client.id);
+        MarkForPurge(client);
+        return;
+    }
+    std::deque<std::string> requests;
+    if (!client.receiveBuffer.Add(m_receiveArea, static_cast<size_t>(received), requests)) {
+        m_log.LogError("Closing %s [ID:%d]: request of more than %zu bytes without its end", client.peerName.c_str(),
+                       client.id, kMaxRequestBytes);
+        MarkForPurge(client);
+        return;
+    }
+    for (std::string& request : requests) {
+        if (request.empty() || (request[0] >= '0' && request[0] <= '9')) {
+            request = "$";  // a bare number would be valid JSON; make it the parse error it is here
+        }
+        HandleRequest(client, request);
+        if (std::find(m_purge.begin(), m_purge.end(), client.id) != m_purge.end()) {
+            return;
+        }
+    }
+}
+
+void CJsonRpcTcpServer::HandleRequest(SJsonRpcClient& client, const std::string& request) {
+    Json::Value response;
+    GetHandler().Process(request, response, static_cast<int>(client.id));
+    if (!response.isNull()) {
+        QueueReply(client, Json::Rpc::Handler::GetString(response));
+    }
+}
+
+void CJsonRpcTcpServer::QueueReply(SJsonRpcClient& client, const std::string& text) {
+    if (client.output.size() - client.outputSent + text.size() + 1 > kMaxQueuedBytes) {
+        m_log.LogError("Closing %s [ID:%d]: more than %zu bytes of replies unsent", client.peerName.c_str(), client.id,
+                       kMaxQueuedBytes);
+        MarkForPurge(client);
+        return;
+    }
+    client.output.append(text);
+    client.output.push_back('\0');
+    if (!Flush(client)) {
+        m_log.LogError("Unable to reply to client %s [ID:%d] %s (%d)", client.peerName.c_str(), client.id,
+                       strerror(errno), errno);
+    }
+}
+
+bool CJsonRpcTcpServer::Flush(SJsonRpcClient& client) {
+    while (client.outputSent < client.output.size()) {
+        const ssize_t sent = send(client.fd, client.output.data() + client.outputSent,
+                                  client.output.size() - client.outputSent, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (sent > 0) {
+            client.outputSent += static_cast<size_t>(sent);
+            continue;
+        }
+        if (sent < 0 && errno == EINTR) {
+            continue;
+        }
+        if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            break;
+        }
+        const int error = errno;
+        MarkForPurge(client);
+        errno = error;
+        return false;
+    }
+    if (client.outputSent == client.output.size()) {
+        client.output.clear();
+        client.outputSent = 0;
+    } else if (client.outputSent > 64 * 1024) {
+        client.output.erase(0, client.outputSent);  // keep the queue from growing by what was sent
+        client.outputSent = 0;
+    }
+    return true;
+}
+
+int CJsonRpcTcpServer::Send(unsigned int clientId, const std::string& text) {
+    SJsonRpcClient* client = FindClient(clientId);
+    if (!client) {
+        THROW_EXCEPTION("Unable to send data to client ID:%d (client not found)", clientId);
+    }
+    if (client->outputSent < client->output.size()) {
+        errno = EAGAIN;  // earlier output still waits: this message would have to wait too
+        THROW_ERRNO_EXCEPTION("Unable to send data to client ID:%d", clientId);
+    }
+    std::string message = text;
+    message.push_back('\0');
+    ssize_t sent;
+    do {
+        sent = send(client->fd, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    } while (sent < 0 && errno == EINTR);
+    if (sent < 0) {
+        THROW_ERRNO_EXCEPTION("Unable to send data to client ID:%d", clientId);
+    }
+    if (static_cast<size_t>(sent) < message.size()) {
+        // Part of the message is out: the rest must follow, or the stream loses its framing.
+        client->output = message.substr(static_cast<size_t>(sent));
+        client->outputSent = 0;
+    }
+    return static_cast<int>(sent);
+}
+
+SJsonRpcClient* CJsonRpcTcpServer::FindClient(unsigned int clientId) const {
+    for (const auto& client : m_clients) {
+        if (client->id == clientId) {
+            return client.get();
+        }
+    }
+    return nullptr;
+}
+
+void CJsonRpcTcpServer::MarkForPurge(SJsonRpcClient& client) {
+    if (std::find(m_purge.begin(), m_purge.end(), client.id) == m_purge.end()) {
+        m_purge.push_back(client.id);
+    }
+}
+
+void CJsonRpcTcpServer::CloseClient(std::unique_ptr<SJsonRpcClient>& client) {
+    OnClientClosed(*client);
+    close(client->fd);
+    client.reset();
+}
+
+void CJsonRpcTcpServer::Purge() {
+    for (unsigned int id : m_purge) {
+        for (auto it = m_clients.begin(); it != m_clients.end(); ++it) {
+            if ((*it)->id == id) {
+                m_log.Log("Purging connection from %s [ID:%d]", (*it)->peerName.c_str(), id);
+                CloseClient(*it);
+                m_clients.erase(it);
+                break;
+            }
+        }
+    }
+    m_purge.clear();
+}
+
+void CJsonRpcTcpServer::ForceClose(unsigned int clientId) {
+    for (auto it = m_clients.begin(); it != m_clients.end(); ++it) {
+        if ((*it)->id == clientId) {
+            m_log.Log("Force closing connection from %s [ID:%d]", (*it)->peerName.c_str(), clientId);
+            CloseClient(*it);
+            m_clients.erase(it);
+            m_purge.remove(clientId);
+            return;
+        }
+    }
+}
+
+bool CJsonRpcTcpServer::SetClientAccessLevel(unsigned int clientId, EAccessLevel level) {
+    SJsonRpcClient* client = FindClient(clientId);
+    if (!client) {
+        return false;
+    }
+    client->accessLevel = level;
+    return true;
+}
+
+EAccessLevel CJsonRpcTcpServer::GetClientAccessLevel(unsigned int clientId) const {
+    const SJsonRpcClient* client = FindClient(clientId);
+    return client ? client->accessLevel : ACCESS_USER;
+}
+
+void CJsonRpcTcpServer::OnClientClosed(const SJsonRpcClient&) {}
