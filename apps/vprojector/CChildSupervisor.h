@@ -1,0 +1,46 @@
+#pragma once
+// CChildSupervisor: runs one helper program as a child process and keeps it running: a
+// child that dies is started again (after kRestartDelayMs, with a log line), while the
+// controller goes on serving. As a periodic task of the dispatcher it looks at the child
+// once per loop turn without blocking.
+//
+// Stop ends the child with SIGTERM, waits up to kStopWaitMs for it, then SIGKILLs it, and
+// removes the IPC sockets it may have left under "/var/run/ui/" (files named
+// "<child pid>_..."), so a killed child leaves nothing behind.
+//
+// Thread contract: the controller's loop thread only.
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "dispatch/CEventDispatcher.h"
+#include "log/ILog.h"
+#include "time/CTimer.h"
+
+class CChildSupervisor : public IPeriodicTask {
+public:
+    static constexpr unsigned int kRestartDelayMs = 1000;
+    static constexpr unsigned int kStopWaitMs = 5000;
+
+    CChildSupervisor(ILog& log, const IMonotonicClock& clock, const std::string& program,
+                     const std::vector<std::string>& arguments);
+    ~CChildSupervisor() override;
+
+    // Starts the child; false (with a log line) when it cannot be started.
+    bool Start();
+    void Stop();
+    void Update() override;
+    pid_t GetPid() const { return m_pid; }
+
+private:
+    void RemoveLeftovers(pid_t pid);
+
+    ILog& m_log;
+    std::string m_program;
+    std::vector<std::string> m_arguments;
+    pid_t m_pid = -1;
+    bool m_running = false;
+    CTimer m_restart;
+};

@@ -1,0 +1,77 @@
+#pragma once
+// CProjectorConfig: the virtual projector's configuration file (JSON), checked whole
+// before anything is built, and the objects it describes.
+//
+// Top level: "controls" (array), "statusGroups" (array), optional "users" (accounts of
+// the ASCII front-end, in the users-file form: {"name","access","salt","hash",
+// "iterations"}; written to "/etc/projector/users.json" for the front-end) and "menu"
+// (the menu tree file under "/etc/", default "menu.json").
+// A control: "code", "type" (display type), and where its kind uses them: "persistent"
+// (false), "min", "max", "default" (a number, or a text for types 300..399), "access"
+// (2), "name", "help" (text ids), "decimals", "readOnly", "softMin", "softMax",
+// "softMinEnabled", "softMaxEnabled" (type 203), "list" ([{"value", "text", "textId",
+// "shown" (true), "selectable" (true), "icon"}]), "text" (menus and custom controls),
+// "refuse" (values or texts the simulated hardware refuses).
+// A status group: {"name", "label" (text id), "icon", "items": [{"idx", "label",
+// "value", "number", "severity"}]}.
+//
+// Any fault (syntax, an unknown member type, an unknown display type, a bad range, a
+// duplicate code, ...) throws CException with one message naming the file, the control
+// (or group) and the reason: "<file>: control BRI: Invalid min/max range 10 < 5".
+// Nothing is half-built: Build makes every control or throws and destroys them all.
+//
+// Thread contract: the host's start-up thread, before the controller runs.
+
+#include <json/json.h>
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "control/CProjCon.h"
+#include "dispatch/CEventDispatcher.h"
+#include "status/CStatusDb.h"
+
+// The hardware behind the virtual projector's controls: it takes every value except the
+// ones the configuration lists under "refuse", which it refuses as real hardware refuses
+// a setting it cannot take.
+class CSimulatedHardware : public IControlProxy {
+public:
+    explicit CSimulatedHardware(ILog& log) : m_log(log) {}
+    bool ApplyControlValue(const std::string& code, int value) override;
+    bool ApplyControlText(const std::string& code, const std::string& text) override;
+    void RefuseValue(const std::string& code, int value) { m_refusedValues[code].insert(value); }
+    void RefuseText(const std::string& code, const std::string& text) { m_refusedTexts[code].insert(text); }
+
+private:
+    ILog& m_log;
+    std::map<std::string, std::set<int>> m_refusedValues;
+    std::map<std::string, std::set<std::string>> m_refusedTexts;
+};
+
+class CProjectorConfig {
+public:
+    // Reads and checks the file (a real path, not under the runtime root).
+    explicit CProjectorConfig(const std::string& path);
+
+    // Builds every control into the dispatcher, each applying through `hardware`.
+    std::vector<std::unique_ptr<CProjCon>> BuildControls(CEventDispatcher& dispatcher,
+                                                         CSimulatedHardware& hardware) const;
+    // Adds every status group to the database.
+    void BuildStatus(CStatusDb& database) const;
+    size_t GetStatusGroupCount() const { return m_root["statusGroups"].size(); }
+    const Json::Value& GetUsers() const { return m_root["users"]; }
+    std::string GetMenuFile() const;
+    const std::string& GetPath() const { return m_path; }
+
+private:
+    [[noreturn]] void Fail(const std::string& where, const std::string& reason) const;
+    void CheckControl(const Json::Value& control, std::set<std::string>& codes) const;
+    std::unique_ptr<CProjCon> MakeControl(const Json::Value& control, CEventDispatcher& dispatcher,
+                                          CSimulatedHardware& hardware) const;
+
+    std::string m_path;
+    Json::Value m_root;
+};

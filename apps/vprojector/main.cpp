@@ -1,0 +1,326 @@
+// vprojector: the virtual projector: a complete projector control plane on any Linux
+// machine, with simulated hardware behind the controls. It is also the reference for how
+// a host builds the graph of objects:
+//
+//   configuration -> dispatcher + controls (simulated hardware behind them)
+//                 -> status database, users file, menu tree
+//   stored values (CFlashStorage) loaded over the defaults
+//   controller loop: IPC event dispatcher + JSON-RPC server (control, status, menu, sim)
+//   child process: the ASCII serial front-end, restarted when it dies
+//
+//   vprojector [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N]
+//              [--log-level 3..7] [--no-serial]
+//
+// When every server listens it prints exactly one line to standard output:
+//   ready ascii=<port> jsonrpc=<port> ipc=<socket path>
+// SIGINT or SIGTERM: stop accepting, save stored values, stop the child, exit 0.
+// A bad configuration: one message on standard error, exit status 2.
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "CC4jControl.h"
+#include "CC4jMenu.h"
+#include "CC4jStatus.h"
+#include "CChildSupervisor.h"
+#include "CControllerLoop.h"
+#include "CException.h"
+#include "CJsonMenu.h"
+#include "CProjectorConfig.h"
+#include "CSimModule.h"
+#include "RuntimeRoot.h"
+#include "control/CFlashStorage.h"
+#include "log/CLogConsole.h"
+#include "log/CLogger.h"
+#include "security/CSecurityManager.h"
+#include "status/CStatusRequestHandler.h"
+#include "time/CMonotonicClockHighResPosix.h"
+
+#ifndef VPROJECTOR_DEFAULT_CONFIG
+#define VPROJECTOR_DEFAULT_CONFIG "config/vprojector.json"
+#endif
+
+namespace {
+
+const char kControllerSocket[] = "/var/run/ui/main_controller.socket";
+const unsigned short kDefaultJsonRpcPort = 3003;
+
+CControllerLoop* g_loop = nullptr;
+
+void OnStopSignal(int) {
+    if (g_loop) {
+        g_loop->Stop();
+    }
+}
+
+struct SOptions {
+    std::string root = "/";
+    std::string config = VPROJECTOR_DEFAULT_CONFIG;
+    int asciiPort = -1;  // -1: the configuration's "NET"+"PORT"
+    int jsonPort = kDefaultJsonRpcPort;
+    int logLevel = LOG_LEVEL_INFO;
+    bool serial = true;
+};
+
+int Usage(const char* program) {
+    fprintf(stderr,
+            "usage: %s [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N] [--log-level 3..7] "
+            "[--no-serial]\n",
+            program);
+    return 2;
+}
+
+bool ParseNumber(const char* text, int low, int high, int& value) {
+    char* end = nullptr;
+    const long parsed = strtol(text, &end, 10);
+    if (*text == '\0' || *end != '\0' || parsed < low || parsed > high) {
+        return false;
+    }
+    value = static_cast<int>(parsed);
+    return true;
+}
+
+bool ParseOptions(int argc, char** argv, SOptions& options) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string option = argv[i];
+        if (option == "--no-serial") {
+            options.serial = false;
+            continue;
+        }
+        if (i + 1 >= argc) {
+            return false;
+        }
+        const char* value = argv[++i];
+        if (option == "--root") {
+            options.root = value;
+        } else if (option == "--config") {
+            options.config = value;
+        } else if (option == "--ascii-port") {
+            if (!ParseNumber(value, 0, 65535, options.asciiPort)) {
+                return false;
+            }
+        } else if (option == "--jsonrpc-port") {
+            if (!ParseNumber(value, 0, 65535, options.jsonPort)) {
+                return false;
+            }
+        } else if (option == "--log-level") {
+            if (!ParseNumber(value, LOG_LEVEL_ERROR, LOG_LEVEL_DEBUG, options.logLevel)) {
+                return false;
+            }
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A port no one listens on now, for "--ascii-port 0".
+int FreeTcpPort() {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    int port = 0;
+    if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
+        port = ntohs(address.sin_port);
+    }
+    close(fd);
+    return port;
+}
+
+bool IsListening(int port) {
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<unsigned short>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const bool listening = fd >= 0 && connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    close(fd);
+    return listening;
+}
+
+// Prints the ready line once the serial front-end's server accepts connections.
+class CReadyAnnouncer : public IPeriodicTask {
+public:
+    CReadyAnnouncer(ILog& log, const IMonotonicClock& clock, int asciiPort, int jsonPort, std::string ipc, bool wait)
+        : m_log(log), m_timeout(clock, 20000), m_asciiPort(asciiPort), m_jsonPort(jsonPort), m_ipc(std::move(ipc)),
+          m_wait(wait) {}
+
+    void Update() override {
+        if (m_done) {
+            return;
+        }
+        if (m_wait && !IsListening(m_asciiPort)) {
+            if (m_timeout.IsExpired() && !m_warned) {
+                m_log.LogError("The ASCII front-end is not listening on port %d yet", m_asciiPort);
+                m_warned = true;
+            }
+            return;
+        }
+        printf("ready ascii=%d jsonrpc=%d ipc=%s\n", m_asciiPort, m_jsonPort, m_ipc.c_str());
+        fflush(stdout);
+        m_done = true;
+    }
+
+private:
+    ILog& m_log;
+    CTimer m_timeout;
+    int m_asciiPort;
+    int m_jsonPort;
+    std::string m_ipc;
+    bool m_wait;
+    bool m_done = false;
+    bool m_warned = false;
+};
+
+std::string SerialFrontendPath() {
+    char self[4096];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length <= 0) {
+        return "serial_frontend";
+    }
+    const std::string path(self, static_cast<size_t>(length));
+    return path.substr(0, path.rfind('/') + 1) + "serial_frontend";
+}
+
+// Writes the configuration's accounts as the front-end's users file, and checks them by
+// reading the file back.
+void InstallUsers(const CProjectorConfig& config, ILog& log) {
+    if (config.GetUsers().isNull()) {
+        return;
+    }
+    const std::string path = NRuntimeRoot::Path(CSecurityManager::kDefaultUsersFile);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    const std::string temporary = path + ".tmp";
+    {
+        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+        Json::StreamWriterBuilder writer;
+        out << Json::writeString(writer, config.GetUsers());
+        if (!out) {
+            THROW_EXCEPTION("%s: users: cannot write %s", config.GetPath().c_str(), path.c_str());
+        }
+    }
+    CSecurityManager check(log, CSecurityManager::kMinIterations);
+    try {
+        check.Load(temporary);
+    } catch (const CException& e) {
+        std::filesystem::remove(temporary);
+        THROW_EXCEPTION("%s: users: %s", config.GetPath().c_str(), e.GetMessage().c_str());
+    }
+    check.Save(CSecurityManager::kDefaultUsersFile);
+    std::filesystem::remove(temporary);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    SOptions options;
+    if (!ParseOptions(argc, argv, options)) {
+        return Usage(argv[0]);
+    }
+    NRuntimeRoot::SetRoot(options.root);
+    signal(SIGPIPE, SIG_IGN);
+
+    CLogConsole console;
+    CLogger log;
+    log.Initialize("vprojector");
+    for (int level = LOG_LEVEL_ERROR; level <= options.logLevel; ++level) {
+        log.AddLogRule(static_cast<ELogLevel>(level), &console);
+    }
+
+    std::unique_ptr<CProjectorConfig> config;
+    CSimulatedHardware hardware(log);
+    CEventDispatcher dispatcher(log);
+    std::vector<std::unique_ptr<CProjCon>> controls;
+    std::unique_ptr<CStatusDb> status;
+    CJsonMenu menu;
+    try {
+        config = std::make_unique<CProjectorConfig>(options.config);
+        controls = config->BuildControls(dispatcher, hardware);
+        status = std::make_unique<CStatusDb>(static_cast<unsigned int>(config->GetStatusGroupCount() + 1),
+                                             "vprojector");
+        config->BuildStatus(*status);
+        for (const char* dir : {"/var/run/ui", "/var/data", "/etc"}) {
+            std::filesystem::create_directories(NRuntimeRoot::Path(dir));
+        }
+        InstallUsers(*config, log);
+        try {
+            menu.Initialize(config->GetMenuFile().c_str());
+        } catch (const CException& e) {
+            THROW_EXCEPTION("%s: menu: %s", config->GetPath().c_str(), e.GetMessage().c_str());
+        }
+    } catch (const CException& e) {
+        fprintf(stderr, "vprojector: %s\n", e.GetMessage().c_str());
+        return 2;
+    } catch (const std::exception& e) {
+        fprintf(stderr, "vprojector: %s: %s\n", options.config.c_str(), e.what());
+        return 2;
+    }
+
+    try {
+        CMonotonicClockHighResPosix clock;
+        CFlashStorage storage(dispatcher, log, clock);
+        storage.BindAllPersistent();
+        storage.LoadAll();
+
+        CProjCon* port = dispatcher.GetControl("NET+PORT");
+        int asciiPort = options.asciiPort == 0 ? FreeTcpPort() : options.asciiPort;
+        if (port && asciiPort > 0) {
+            port->SetValue(asciiPort, CHANGE_STORE_ONLY);
+            port->ClearSavePending();  // an option for this run, not a stored setting
+        }
+        asciiPort = port ? port->GetValue() : asciiPort;
+
+        const std::string ipcPath = NRuntimeRoot::Path(kControllerSocket);
+        CIpcEventDispatcher ipc(dispatcher, ipcPath.c_str(), log);
+        CJsonRpcServer json(dispatcher, static_cast<unsigned short>(options.jsonPort), clock, log);
+        CC4jControl controlApi(json);
+        CC4jStatus statusApi(json, *status);
+        CC4jMenu menuApi(json, menu);
+        CSimModule sim(json, *status);
+        CStatusRequestHandler statusRequests(dispatcher, *status);
+        CControllerLoop loop(dispatcher, ipc, &json);
+
+        CChildSupervisor frontend(log, clock, SerialFrontendPath(),
+                                  {"--root", NRuntimeRoot::GetRoot(), "--log-level", std::to_string(options.logLevel)});
+        if (options.serial) {
+            frontend.Start();
+            dispatcher.AddPeriodicTask(frontend);
+        }
+        CReadyAnnouncer ready(log, clock, options.serial ? asciiPort : 0, json.GetPort(), ipcPath, options.serial);
+        dispatcher.AddPeriodicTask(ready);
+
+        g_loop = &loop;
+        struct sigaction action {};
+        action.sa_handler = OnStopSignal;
+        sigemptyset(&action.sa_mask);
+        sigaction(SIGINT, &action, nullptr);
+        sigaction(SIGTERM, &action, nullptr);
+
+        loop.Run();
+
+        g_loop = nullptr;
+        log.LogFYI(FYI_SHUTDOWN, "Stopping");
+        json.Close();
+        storage.Save(true);
+        dispatcher.RemovePeriodicTask(frontend);
+        dispatcher.RemovePeriodicTask(ready);
+        frontend.Stop();
+    } catch (const CException& e) {
+        fprintf(stderr, "vprojector: %s\n", e.what());
+        return 1;
+    }
+    return 0;
+}
