@@ -1,26 +1,31 @@
 #!/bin/sh
-# Installs what is missing, builds, and runs the main job under a runtime root inside
-# the working copy (run/ by default; never the real system paths).
-# Until the virtual projector exists, the main job is the foundation demo.
+# Installs what is missing, builds, and runs the virtual projector under a runtime root
+# inside the working copy (run/ by default; never the real system paths).
 #
-#   scripts/run.sh [--root DIR] [--log-level 3..7]
+#   scripts/run.sh [--root DIR] [vprojector options...]
+# e.g. scripts/run.sh --log-level 7 --ascii-port 4002
 set -eu
 cd "$(dirname "$0")/.."
 
 root="$(pwd)/run"
-level=6
-while [ $# -gt 0 ]; do
-    case "$1" in
-        --root) root="$2"; shift 2 ;;
-        --log-level) level="$2"; shift 2 ;;
-        *) echo "usage: $0 [--root DIR] [--log-level 3..7]" >&2; exit 2 ;;
-    esac
-done
+if [ "${1:-}" = "--root" ]; then
+    root="$2"
+    shift 2
+fi
 
 ./scripts/install-deps.sh
 cmake -S . -B build -DPROJ_WERROR=ON
-cmake --build build -j "${JOBS:-2}" --target foundation_demo translations
+cmake --build build -j "${JOBS:-2}" --target vprojector serial_frontend vprojctl translations
 
-mkdir -p "$root/usr/bin/translations"
+mkdir -p "$root/etc" "$root/usr/bin/translations"
 cp build/translations/*.qm "$root/usr/bin/translations/"
-exec build/bin/foundation_demo --root "$root" --log-level "$level"
+[ -f "$root/etc/menu.json" ] || cp config/menu.json "$root/etc/menu.json"
+
+cat <<INFO
+Starting the virtual projector under $root
+  ASCII commands:  build/bin/vprojctl ascii "(BRI?)"        (TCP port 3002 unless --ascii-port)
+  JSON-RPC:        build/bin/vprojctl rpc control:get '["BRI"]'   (TCP port 3003 unless --jsonrpc-port)
+  IPC:             build/bin/vprojctl --root $root get BRI
+Stop it with Ctrl-C.
+INFO
+exec build/bin/vprojector --root "$root" "$@"
