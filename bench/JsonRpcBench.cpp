@@ -1,0 +1,224 @@
+// JSON-RPC API under load, beside a bare NUL-framed echo server measured in the same run:
+//  - "control:get" of an integer control ("BRI") over 1, 4 and 16 TCP connections with
+//    one request in flight on each (BM_JsonRpcGet/<connections>), and the echo server
+//    answering the same requests with a fixed reply of the same size
+//    ({"id":1,"jsonrpc":"2.0","result":50}, which is exactly what the controller answers)
+//    at the same connection counts (BM_EchoGet/<connections>). One iteration is
+//    kRequestsPerIteration requests. Counters: requests_per_s; p50_us, p90_us and p99_us,
+//    the latency of one request; server_cpu_us, the CPU time the server's thread spent per
+//    request. The RATIO lines compare the time per request; the goal is at least 60% of
+//    the echo server's rate, a ratio of at most 1.67.
+//  - one change of "BRI" reaching 100 JSON clients each registered with
+//    "control:addListener" (BM_NotifyHundredListeners): the change is posted to the
+//    controller's loop (CControllerLoop::Post calling CProjCon::SetValue), and the
+//    iteration ends when every client has received its "control:notify". Counters:
+//    per_listener, the time per change divided by 100; server_cpu_us, the controller
+//    thread's CPU time per change.
+//
+// The controller runs as in the controller process: a dispatcher with its controls, the
+// IPC event dispatcher on a socket under the benchmark's private runtime root, the
+// JSON-RPC server on 127.0.0.1 (a free port) with the "control" module, all driven by
+// CControllerLoop::Run on its own thread. The load (JsonRpcLoad.h) runs on the benchmark
+// thread.
+//
+// Pinning: the server's thread (the controller's loop, or the echo's) and the load's
+// thread are both pinned to the same CPU (PinToOneCpu). Left to the scheduler, or pinned
+// to different cores, every request wakes a thread on the other core, an inter-processor
+// wake-up whose price on a virtual machine varies from run to run and with whatever else
+// runs on the machine: the ratios then wandered between runs by up to a factor of two.
+// On one core every request costs a plain context switch, the figures repeat within a
+// few percent (about ten at 16 connections), and other work on the machine is left the
+// other core. The price: the load's CPU time counts against both servers alike (CPU
+// column: the load's thread; server_cpu_us: the server's), so the ratio compares whole
+// request cycles on one core (load, kernel and server), not the servers alone.
+//
+//   build/bin/bench/json_rpc_bench [--benchmark_min_time=2]
+
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "BenchRatioReporter.h"
+#include "BenchSockets.h"
+#include "CC4jControl.h"
+#include "CControllerLoop.h"
+#include "CJsonRpcServer.h"
+#include "JsonRpcLoad.h"
+#include "RuntimeRoot.h"
+#include "control/CProjCon.h"
+#include "dispatch/CEventDispatcher.h"
+#include "dispatch/CIpcEventDispatcher.h"
+#include "log/CLogger.h"
+#include "time/CMonotonicClockLowRes.h"
+
+namespace {
+
+constexpr uint64_t kRequestsPerIteration = 1000;
+constexpr int kInFlight = 1;
+constexpr int kListeners = 100;
+const char kGetRequest[] = R"({"jsonrpc":"2.0","id":1,"method":"control:get","params":["BRI"]})";
+const char kGetReply[] = R"({"id":1,"jsonrpc":"2.0","result":50})";
+const char kAddListener[] =
+    R"({"jsonrpc":"2.0","id":2,"method":"control:addListener","params":{"code":"BRI","sendNow":false}})";
+
+class CAcceptAll : public IControlProxy {
+public:
+    bool ApplyControlValue(const std::string&, int) override { return true; }
+    bool ApplyControlText(const std::string&, const std::string&) override { return true; }
+};
+
+// The controller with its "BRI" control (0..100, 50) and both front doors, its loop
+// running on a pinned thread from construction to destruction.
+class CJsonController {
+public:
+    CJsonController() : m_dispatcher(m_log) {
+        std::filesystem::create_directories(NRuntimeRoot::Path("/var/run/ui"));
+        m_bri = std::make_unique<CProjCon>(DT_INTEGER, m_dispatcher, m_proxy, "BRI", false, 0, 100, 50,
+                                           ACCESS_OPERATOR, 0, 0, 0, false);
+        m_ipc = std::make_unique<CIpcEventDispatcher>(
+            m_dispatcher, NRuntimeRoot::Path("/var/run/ui/main_controller.socket").c_str(), m_log);
+        m_server = std::make_unique<CJsonRpcServer>(m_dispatcher, 0, m_clock, m_log, "127.0.0.1");
+        m_control = std::make_unique<CC4jControl>(*m_server);
+        m_loop = std::make_unique<CControllerLoop>(m_dispatcher, *m_ipc, m_server.get());
+        m_thread = std::thread([this] {
+            PinToOneCpu();
+            m_loop->Run();
+        });
+    }
+    ~CJsonController() {
+        m_loop->Stop();
+        m_thread.join();
+        m_loop.reset();
+        m_control.reset();
+        m_server.reset();
+        m_ipc.reset();
+        m_bri.reset();
+    }
+    unsigned short GetPort() const { return m_server->GetPort(); }
+    // The CPU time the controller's loop thread has used so far.
+    double GetCpuSeconds() { return ThreadCpuSeconds(m_thread); }
+    // Changes BRI on the controller's thread.
+    void PostBrightness(int value) {
+        CProjCon* bri = m_bri.get();
+        m_loop->Post([bri, value] { bri->SetValue(value); });
+    }
+
+private:
+    CLogger m_log;  // no sinks: logging costs only its level check
+    CMonotonicClockLowRes m_clock;
+    CAcceptAll m_proxy;
+    CEventDispatcher m_dispatcher;
+    std::unique_ptr<CProjCon> m_bri;
+    std::unique_ptr<CIpcEventDispatcher> m_ipc;
+    std::unique_ptr<CJsonRpcServer> m_server;
+    std::unique_ptr<CC4jControl> m_control;
+    std::unique_ptr<CControllerLoop> m_loop;
+    std::thread m_thread;
+};
+
+// The get load against a server listening at port, whose thread's CPU time cpuSeconds
+// reads; the counters of BM_JsonRpcGet and BM_EchoGet.
+template <class TServer>
+void RunGetLoad(benchmark::State& state, TServer& server) {
+    PinToOneCpu();
+    CJsonRpcLoad load(server.GetPort(), static_cast<int>(state.range(0)));
+    if (!load.RequestOnAll(kGetRequest) || load.LastMessage(0) != kGetReply) {
+        state.SkipWithError(("unexpected reply: " + load.LastMessage(0)).c_str());
+        return;
+    }
+    const double cpuBefore = server.GetCpuSeconds();
+    for (auto _ : state) {
+        if (!load.Run(kGetRequest, kRequestsPerIteration, kInFlight)) {
+            state.SkipWithError("the server stopped answering");
+            break;
+        }
+    }
+    const double requests = static_cast<double>(state.iterations() * kRequestsPerIteration);
+    const CJsonRpcLoad::SPercentiles latency = load.TakePercentiles();
+    state.counters["requests_per_s"] = benchmark::Counter(requests, benchmark::Counter::kIsRate);
+    // The server thread's share of one request (the rest of the time is the load's and the kernel's).
+    state.counters["server_cpu_us"] = (server.GetCpuSeconds() - cpuBefore) * 1e6 / requests;
+    state.counters["p50_us"] = latency.p50Us;
+    state.counters["p90_us"] = latency.p90Us;
+    state.counters["p99_us"] = latency.p99Us;
+}
+
+void BM_EchoGet(benchmark::State& state) {
+    CNulEchoServer echo(kGetReply, PinToOneCpu);
+    RunGetLoad(state, echo);
+}
+
+void BM_JsonRpcGet(benchmark::State& state) {
+    CJsonController controller;
+    RunGetLoad(state, controller);
+}
+
+// Each server right after the echo at the same connection count, so that both of a
+// compared pair run under the same conditions of the machine.
+BENCHMARK(BM_EchoGet)->Arg(1)->UseRealTime();
+BENCHMARK(BM_JsonRpcGet)->Arg(1)->UseRealTime();
+BENCHMARK(BM_EchoGet)->Arg(4)->UseRealTime();
+BENCHMARK(BM_JsonRpcGet)->Arg(4)->UseRealTime();
+BENCHMARK(BM_EchoGet)->Arg(16)->UseRealTime();
+BENCHMARK(BM_JsonRpcGet)->Arg(16)->UseRealTime();
+
+void BM_NotifyHundredListeners(benchmark::State& state) {
+    PinToOneCpu();
+    CJsonController controller;
+    CJsonRpcLoad load(controller.GetPort(), kListeners);
+    if (!load.RequestOnAll(kAddListener)) {
+        state.SkipWithError("addListener went unanswered");
+        return;
+    }
+    for (int i = 0; i < kListeners; ++i) {
+        if (load.LastMessage(i).find(R"("result":{"count":1})") == std::string::npos) {
+            state.SkipWithError(("addListener failed: " + load.LastMessage(i)).c_str());
+            return;
+        }
+    }
+    // One change outside the measurement, checked on every client.
+    controller.PostBrightness(51);
+    if (!load.WaitForEach(1, 5000, true)) {
+        state.SkipWithError("the first change reached not every listener");
+        return;
+    }
+    for (int i = 0; i < kListeners; ++i) {
+        if (load.LastMessage(i) != R"({"jsonrpc":"2.0","method":"control:notify","params":{"code":"BRI","value":51}})") {
+            state.SkipWithError(("unexpected notification: " + load.LastMessage(i)).c_str());
+            return;
+        }
+    }
+    int value = 51;
+    const double cpuBefore = controller.GetCpuSeconds();
+    for (auto _ : state) {
+        value = value % 100 + 1;  // 1..100, never the value standing
+        controller.PostBrightness(value);
+        if (!load.WaitForEach(1)) {
+            state.SkipWithError("a change reached not every listener");
+            break;
+        }
+    }
+    state.counters["server_cpu_us"] =
+        (controller.GetCpuSeconds() - cpuBefore) * 1e6 / static_cast<double>(state.iterations());
+    state.counters["per_listener"] =
+        benchmark::Counter(static_cast<double>(kListeners * state.iterations()),
+                           benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_NotifyHundredListeners)->UseRealTime();
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    NRuntimeRoot::SetRoot(SocketDir());
+    constexpr double kGoal = 1.0 / 0.6;
+    const int result = RunBenchmarksWithRatios(argc, argv,
+                                               {{"BM_JsonRpcGet/1", "BM_EchoGet/1", kGoal},
+                                                {"BM_JsonRpcGet/4", "BM_EchoGet/4", kGoal},
+                                                {"BM_JsonRpcGet/16", "BM_EchoGet/16", kGoal}});
+    RemoveSocketDir();
+    return result;
+}
