@@ -114,7 +114,8 @@ bool CC4jControl::Get(const Json::Value& request, Json::Value& response) {
     }
     const Json::Value& params = request["params"];
     const std::string code = NJsonValueParser::GetCodeFromParams(params);
-    const std::string client = GetClientIdString(request);
+    const bool debug = GetLog().IsLevelEnabled(LOG_LEVEL_DEBUG);
+    const std::string client = debug ? GetClientIdString(request) : std::string();
     GetLog().LogDebug("Recv'd 'get' from %s: %s", client.c_str(), code.c_str());
     if (!TryCustomHandler(request, response, false)) {
         if (CProjCon* control = FindControl(request, response, code)) {

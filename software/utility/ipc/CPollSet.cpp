@@ -11,6 +11,10 @@ void CPollSet::Add(int fd, bool read, bool write) {
     pollfd entry{};
     entry.fd = fd;
     entry.events = static_cast<short>((read ? POLLIN : 0) | (write ? POLLOUT : 0));
+    if (static_cast<size_t>(fd) >= m_index.size()) {
+        m_index.resize(static_cast<size_t>(fd) + 1, -1);
+    }
+    m_index[static_cast<size_t>(fd)] = static_cast<int>(m_fds.size());
     m_fds.push_back(entry);
 }
 
@@ -29,12 +33,10 @@ int CPollSet::Wait(int timeoutMs) {
 }
 
 const pollfd* CPollSet::Find(int fd) const {
-    for (const pollfd& entry : m_fds) {
-        if (entry.fd == fd) {
-            return &entry;
-        }
+    if (fd < 0 || static_cast<size_t>(fd) >= m_index.size() || m_index[static_cast<size_t>(fd)] < 0) {
+        return nullptr;
     }
-    return nullptr;
+    return &m_fds[static_cast<size_t>(m_index[static_cast<size_t>(fd)])];
 }
 
 bool CPollSet::IsReadable(int fd) const {

@@ -13,7 +13,10 @@
 
 class CPollSet {
 public:
-    void Clear() { m_fds.clear(); }
+    void Clear() {
+        m_fds.clear();
+        m_index.clear();
+    }
     void Add(int fd, bool read, bool write);
     // The ready count, 0 on time-out or interruption; a negative timeout waits forever.
     int Wait(int timeoutMs);
@@ -25,4 +28,7 @@ public:
 private:
     const pollfd* Find(int fd) const;
     std::vector<pollfd> m_fds;
+    // Position of each descriptor in m_fds (-1: not added), so a lookup costs no search
+    // however many clients a loop watches.
+    std::vector<int> m_index;
 };

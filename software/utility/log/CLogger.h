@@ -39,6 +39,8 @@ public:
     // The sink of one level, or nullptr.
     ILogFile* GetLoggers(ELogLevel level) const;
     std::string GetName() const;
+    // True when the level has a sink.
+    bool IsLevelEnabled(ELogLevel level) const override { return GetLoggers(level) != nullptr; }
 
     // The process-wide registry. A second logger registered under a taken name replaces
     // the first. GetLoggerMap returns a snapshot.

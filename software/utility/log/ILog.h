@@ -40,6 +40,13 @@ public:
     void LogWarning(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
     void LogError(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
 
+    // Whether a line of this level goes anywhere, so that a caller can skip building the
+    // arguments of lines nobody reads. The default says yes.
+    virtual bool IsLevelEnabled(ELogLevel level) const {
+        (void)level;
+        return true;
+    }
+
 protected:
     // One call: format and deliver. Must not throw.
     virtual void HandleLog(ELogLevel level, EFyiCode code, const char* fmt, va_list args) noexcept = 0;
