@@ -14,7 +14,8 @@
 //    error, and only such text is;
 //  - a single request is answered, if at all, by an object with "jsonrpc":"2.0", an "id"
 //    and one of "result" or "error"; a request with an id to any method but "silent" is
-//    answered; a valid notification is not; "echo" answers its params unchanged;
+//    answered, with that id when it is a string, number or null; a valid notification is
+//    not; "echo" answers its params unchanged;
 //  - a batch is answered by null or a non-empty array of such objects, or one -32600.
 
 #include <cstddef>
@@ -106,10 +107,13 @@ void CheckSingle(const Json::Value& request, const Json::Value& response) {
         Check(response.isNull());
     }
     const Json::Value& id = request["id"];
-    const bool validId = id.isNull() || id.isNumeric() || id.isString();
+    const bool answerable = request.isMember("id") && (id.isNull() || id.isNumeric() || id.isString());
     const Json::Value& params = request["params"];
-    if (wellFormed && method == "echo" && request.isMember("id") && validId && (params.isArray() || params.isObject())) {
-        Check(response["result"] == params && response["id"] == request["id"]);
+    if (answerable && !response.isNull()) {
+        Check(response["id"] == id);
+    }
+    if (wellFormed && answerable && method == "echo" && (params.isArray() || params.isObject())) {
+        Check(response["result"] == params);
     }
 }
 

@@ -1,6 +1,7 @@
 #include "jsonrpc/Handler.h"
 
 #include <new>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -105,11 +106,17 @@ void Handler::Process(const std::string& text, Json::Value& response, int client
         }
         return;
     }
-    Process(request, response, clientId);
+    ProcessOwned(request, response, clientId);
 }
 
 void Handler::Process(const Json::Value& request, Json::Value& response, int clientId) {
-    // Built aside and swapped in last: the caller may pass one value as both arguments.
+    // A copy of its own: the caller may pass one value as both arguments, and the methods
+    // get the client id written into their request.
+    Json::Value owned = request;
+    ProcessOwned(owned, response, clientId);
+}
+
+void Handler::ProcessOwned(Json::Value& request, Json::Value& response, int clientId) {
     Json::Value answer;
     try {
         if (!request.isArray()) {
@@ -117,7 +124,7 @@ void Handler::Process(const Json::Value& request, Json::Value& response, int cli
         } else if (request.empty() || request.size() > kMaxBatch) {
             answer = MakeError(Json::Value(), INVALID_REQUEST, "Invalid Request");
         } else {
-            for (const Json::Value& member : request) {
+            for (Json::Value& member : request) {
                 Json::Value one;
                 ProcessOne(member, one, clientId);
                 if (!one.isNull()) {
@@ -131,7 +138,7 @@ void Handler::Process(const Json::Value& request, Json::Value& response, int cli
     response.swap(answer);
 }
 
-void Handler::ProcessOne(const Json::Value& request, Json::Value& response, int clientId) {
+void Handler::ProcessOne(Json::Value& request, Json::Value& response, int clientId) {
     response = Json::Value();
     if (!request.isObject()) {
         response = MakeError(Json::Value(), INVALID_REQUEST, "Invalid Request");
@@ -167,13 +174,14 @@ void Handler::ProcessOne(const Json::Value& request, Json::Value& response, int 
     }
 }
 
-void Handler::Call(CallbackMethod& method, const Json::Value& request, Json::Value& response, int clientId) {
-    Json::Value call = request;
-    call["fd"] = clientId;
+void Handler::Call(CallbackMethod& method, Json::Value& request, Json::Value& response, int clientId) {
+    // Written into the handler's own copy of the request, so no method sees another
+    // client's id and no request is copied again for it.
+    request["fd"] = clientId;
     Json::Value answer;
     bool ran = false;
     try {
-        ran = method.Call(call, answer);
+        ran = method.Call(request, answer);
     } catch (...) {
         ran = false;  // whatever a method throws, the loop that called it goes on
     }
@@ -185,7 +193,16 @@ void Handler::Call(CallbackMethod& method, const Json::Value& request, Json::Val
     response = MakeError(IsMember(request, "id", id) ? *id : Json::Value(), INTERNAL_ERROR, "Internal error");
 }
 
-std::string Handler::GetString(const Json::Value& value) { return Json::writeString(Writer(), value); }
+std::string Handler::GetString(const Json::Value& value) {
+    // One writer and one stream per thread: building them per call cost more than writing
+    // a typical reply.
+    thread_local const std::unique_ptr<Json::StreamWriter> writer(Writer().newStreamWriter());
+    thread_local std::ostringstream stream;
+    stream.str(std::string());
+    stream.clear();
+    writer->write(value, &stream);
+    return stream.str();
+}
 
 Json::Value Handler::MakeError(const Json::Value& id, int code, const std::string& message) {
     Json::Value error(Json::objectValue);

@@ -88,9 +88,12 @@ public:
     static Json::Value MakeError(const Json::Value& id, int code, const std::string& message);
 
 private:
-    void ProcessOne(const Json::Value& request, Json::Value& response, int clientId);
+    // The request is the handler's own (parsed or copied), so the client id is written into
+    // it in place.
+    void ProcessOwned(Json::Value& request, Json::Value& response, int clientId);
+    void ProcessOne(Json::Value& request, Json::Value& response, int clientId);
     // Runs a known method; an exception or a false return is INTERNAL_ERROR.
-    void Call(CallbackMethod& method, const Json::Value& request, Json::Value& response, int clientId);
+    void Call(CallbackMethod& method, Json::Value& request, Json::Value& response, int clientId);
 
     // Shared so that a method deleting or replacing itself stays alive until its call ends.
     std::map<std::string, std::shared_ptr<CallbackMethod>> m_methods;

@@ -82,9 +82,10 @@ std::string Nested(int depth) { return std::string(depth, '[') + std::string(dep
 }  // namespace
 
 TEST_F(HandlerTest, TextThatIsNotOneStrictJsonValueIsAParseError) {
-    for (const std::string& text : std::vector<std::string>{"", "{", R"({"jsonrpc":"2.0"} x)", "[1,]", "/* c */ {}", R"({"id":1,"id":2})",
-                                   std::string("{}\0{}", 5), "\xEF\xBB\xBF{}", Nested(Handler::kMaxDepth + 1),
-                                   Nested(10000)}) {
+    const std::vector<std::string> texts = {"", "{", R"({"jsonrpc":"2.0"} x)", "[1,]", "/* c */ {}",
+                                            R"({"id":1,"id":2})", std::string("{}\0{}", 5), "\xEF\xBB\xBF{}",
+                                            Nested(Handler::kMaxDepth + 1), Nested(10000)};
+    for (const std::string& text : texts) {
         EXPECT_EQ(Answer(text), kParseError) << text.substr(0, 20);
     }
     // As deep as allowed, it parses: a batch whose one member is an array.
