@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "CException.h"
+#include "NFileUtil.h"
 #include "RuntimeRoot.h"
 
 namespace {
@@ -86,20 +87,6 @@ bool IsListOfStrings(const Json::Value& value) {
         if (!element.isString()) {
             return false;
         }
-    }
-    return true;
-}
-
-bool WriteAll(int fd, const std::string& contents) {
-    for (size_t done = 0; done < contents.size();) {
-        const ssize_t written = write(fd, contents.data() + done, contents.size() - done);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        done += static_cast<size_t>(written);
     }
     return true;
 }
@@ -240,30 +227,7 @@ void CJsonMenu::SaveFavorites(const Json::Value& favorites) {
         THROW_ERRNO_EXCEPTION("Unable to save favorites menu file %s", path.c_str());
     }
 
-    const std::string temporary = NRuntimeRoot::Path(kFavoritesTempPath);
-    const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
-    bool saved = fd >= 0 && WriteAll(fd, text) && fsync(fd) == 0;
-    int error = errno;
-    if (fd >= 0 && close(fd) != 0 && saved) {
-        saved = false;
-        error = errno;
-    }
-    if (saved && rename(temporary.c_str(), path.c_str()) != 0) {
-        saved = false;
-        error = errno;
-    }
-    if (!saved) {
-        if (fd >= 0) {
-            unlink(temporary.c_str());  // only a file this call created or truncated
-        }
-        errno = error;
+    if (!NFileUtil::WriteFileAtomically(path, text, 0644)) {
         THROW_ERRNO_EXCEPTION("Unable to save favorites menu file %s", path.c_str());
-    }
-    // The new file is in place and the save counts as done; flushing the directory makes
-    // the rename itself durable, and a failure there cannot be undone, so it is ignored.
-    const int dir = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dir >= 0) {
-        fsync(dir);
-        close(dir);
     }
 }

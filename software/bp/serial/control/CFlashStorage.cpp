@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "CException.h"
+#include "NFileUtil.h"
 #include "RuntimeRoot.h"
 #include "text/NErrorText.h"
 
@@ -18,54 +19,6 @@ namespace {
 
 // A stored text longer than this is not one this system wrote.
 const size_t kMaxFileSize = 64 * 1024;
-
-// Reads a whole small file; false with the reason in `error`.
-bool ReadSmallFile(const std::string& path, std::string& contents, std::string& error) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        error = strerror(errno);
-        return false;
-    }
-    contents.clear();
-    char buffer[4096];
-    for (;;) {
-        const ssize_t n = read(fd, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n < 0) {
-            error = strerror(errno);
-            close(fd);
-            return false;
-        }
-        if (n == 0) {
-            break;
-        }
-        contents.append(buffer, static_cast<size_t>(n));
-        if (contents.size() > kMaxFileSize) {
-            error = "file too large";
-            close(fd);
-            return false;
-        }
-    }
-    close(fd);
-    return true;
-}
-
-bool WriteAll(int fd, const std::string& data) {
-    size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = write(fd, data.data() + done, data.size() - done);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return false;
-        }
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
 
 // Whole-text decimal integer in the int range.
 bool ParseInt(const std::string& text, int& value) {
@@ -141,7 +94,7 @@ void CFlashStorage::Load(CProjCon& control) {
 
     std::string contents;
     std::string error;
-    if (!ReadSmallFile(path, contents, error)) {
+    if (!NFileUtil::ReadFile(path, kMaxFileSize, contents, error)) {
         m_log.LogError("Load value of %s error: %s", code, error.c_str());
         return;
     }
@@ -180,24 +133,9 @@ bool CFlashStorage::Write(const CProjCon& control) {
         m_log.LogDebug("save value of %s : %d", code.c_str(), control.GetValue());
     }
 
-    const std::string path = GetFilePath(code);
-    const std::string temporary = m_directory + "." + code + ".tmp";
-    const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    bool written = fd >= 0 && WriteAll(fd, contents) && fsync(fd) == 0;
-    const int error = errno;
-    if (fd >= 0 && close(fd) != 0) {
-        written = false;
-    }
-    if (!written || rename(temporary.c_str(), path.c_str()) != 0) {
-        m_log.LogError("Save value of %s error: %s", code.c_str(), strerror(written ? errno : error));
-        unlink(temporary.c_str());
+    if (!NFileUtil::WriteFileAtomically(GetFilePath(code), contents, 0644)) {
+        m_log.LogError("Save value of %s error: %s", code.c_str(), strerror(errno));
         return false;
-    }
-    // The rename itself must reach the disk before the save counts as done.
-    const int dir = open(m_directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dir >= 0) {
-        fsync(dir);
-        close(dir);
     }
     return true;
 }

@@ -17,6 +17,7 @@
 #include <json/json.h>
 
 #include "CException.h"
+#include "NFileUtil.h"
 #include "RuntimeRoot.h"
 
 namespace {
@@ -101,21 +102,6 @@ bool ReadSmallFile(const std::string& path, std::string& contents) {
         contents.append(buffer, static_cast<size_t>(n));
     }
     close(fd);
-    return true;
-}
-
-bool WriteAll(int fd, const std::string& data) {
-    size_t done = 0;
-    while (done < data.size()) {
-        const ssize_t n = write(fd, data.data() + done, data.size() - done);
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n <= 0) {
-            return false;
-        }
-        done += static_cast<size_t>(n);
-    }
     return true;
 }
 
@@ -338,30 +324,8 @@ void CSecurityManager::Save(const std::string& path) const {
     writer["indentation"] = "  ";
     const std::string contents = Json::writeString(writer, root) + "\n";
 
-    const std::string temporary = (directory / ("." + file.filename().string() + ".tmp")).string();
-    const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-    // fchmod: a temporary file left by a power cut may carry another mode.
-    bool written = fd >= 0 && fchmod(fd, 0600) == 0 && WriteAll(fd, contents) && fsync(fd) == 0;
-    int error = errno;
-    if (fd >= 0 && close(fd) != 0 && written) {
-        written = false;
-        error = errno;
-    }
-    if (written && rename(temporary.c_str(), file.c_str()) != 0) {
-        written = false;
-        error = errno;
-    }
-    if (!written) {
-        unlink(temporary.c_str());
-        THROW_EXCEPTION("Users file %s: cannot save: %s", file.c_str(), strerror(error));
-    }
-    // The rename itself must reach the disk before the save counts as done.
-    const int dir = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dir < 0 || fsync(dir) != 0) {
-        m_log.LogWarning("Users file %s: cannot flush its directory: %s", file.c_str(), strerror(errno));
-    }
-    if (dir >= 0) {
-        close(dir);
+    if (!NFileUtil::WriteFileAtomically(file.string(), contents, 0600)) {
+        THROW_EXCEPTION("Users file %s: cannot save: %s", file.c_str(), strerror(errno));
     }
     m_log.Log("Saved %zu users to %s", m_users.size(), file.c_str());
 }

@@ -9,11 +9,13 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include <util/neo_hdf.h>
 
 #include "CException.h"
+#include "NFileUtil.h"
 #include "text/NText.h"
 
 std::map<std::pair<std::string, std::string>, int> CStatusDb::s_groupOrder;
@@ -135,65 +137,6 @@ std::string RenderHdf(const std::vector<std::pair<std::string, std::string>>& en
     }
     const std::unique_ptr<char, decltype(&free)> owned(text, &free);
     return text ? text : "";
-}
-
-// A temporary file that is deleted unless it was renamed into place.
-struct STempFile {
-    std::string path;
-    int fd = -1;
-    bool renamed = false;
-    ~STempFile() {
-        if (fd >= 0) {
-            close(fd);
-        }
-        if (!renamed) {
-            unlink(path.c_str());
-        }
-    }
-};
-
-// Replaces `path` by a file holding `contents`. The text is written and flushed to disk
-// under a temporary name in the same directory and only then renamed over the old file,
-// so a reader (or a power cut) sees the old file or the new one, never a torn one.
-void ReplaceFile(const std::string& directory, const std::string& path, const std::string& contents) {
-    STempFile temp;
-    std::string pattern = directory + "/." + CStatusDb::kDumpFileName + ".XXXXXX";
-    const int fd = mkstemp(&pattern[0]);
-    if (fd < 0) {
-        THROW_ERRNO_EXCEPTION("Cannot write status file %s: cannot create a temporary file", path.c_str());
-    }
-    temp.path = pattern;
-    temp.fd = fd;
-    if (fchmod(fd, 0644) != 0) {  // readable by the other processes, like any status page
-        THROW_ERRNO_EXCEPTION("Cannot write status file %s: cannot set its permissions", path.c_str());
-    }
-    for (size_t done = 0; done < contents.size();) {
-        const ssize_t written = write(fd, contents.data() + done, contents.size() - done);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            THROW_ERRNO_EXCEPTION("Cannot write status file %s: write failed", path.c_str());
-        }
-        done += static_cast<size_t>(written);
-    }
-    if (fsync(fd) != 0) {
-        THROW_ERRNO_EXCEPTION("Cannot write status file %s: fsync failed", path.c_str());
-    }
-    temp.fd = -1;
-    if (close(fd) != 0) {
-        THROW_ERRNO_EXCEPTION("Cannot write status file %s: close failed", path.c_str());
-    }
-    if (rename(temp.path.c_str(), path.c_str()) != 0) {
-        THROW_ERRNO_EXCEPTION("Cannot write status file %s: rename failed", path.c_str());
-    }
-    temp.renamed = true;
-    // The new file is in place; syncing the directory only hastens the rename to disk.
-    const int dirFd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dirFd >= 0) {
-        fsync(dirFd);
-        close(dirFd);
-    }
 }
 
 }  // namespace
@@ -398,7 +341,10 @@ void CStatusDb::DumpStatusToFile(const std::string& directory) const {
                              Format("%03d %45s %40s (%s:%03d)", StatusSeverity(alarm.flags), alarm.labelText.c_str(),
                                     ValueText(alarm).c_str(), alarm.group.c_str(), alarm.index));
     }
-    ReplaceFile(directory, path, RenderHdf(entries, path));
+    // Readable by the other processes, like any status page; replaced whole, never torn.
+    if (!NFileUtil::WriteFileAtomically(path, RenderHdf(entries, path), 0644)) {
+        THROW_EXCEPTION("Cannot write status file %s: %s", path.c_str(), strerror(errno));
+    }
 }
 
 void CStatusDb::SwitchLanguage() {
