@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 
@@ -83,10 +84,13 @@ bool CJsonRpcTcpClient::Recv(std::deque<std::string>& messages, bool wait, unsig
 bool CJsonRpcTcpClient::Recv(std::string& message, unsigned int timeoutMs) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (m_ready.empty()) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+        // Past the deadline the poll still looks once without waiting, so what has already
+        // arrived is taken (a time-out of 0 reads without waiting instead of never reading).
+        const auto left = std::max<std::chrono::milliseconds::rep>(
+            0, std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now())
+                   .count());
         pollfd entry{m_fd, POLLIN, 0};
-        if (left <= 0 || poll(&entry, 1, static_cast<int>(left)) <= 0) {
+        if (poll(&entry, 1, static_cast<int>(left)) <= 0) {
             return false;
         }
         while (ProcessReceivedData(m_ready)) {

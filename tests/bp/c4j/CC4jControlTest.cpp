@@ -1,0 +1,210 @@
+// The "control" module over real TCP: reading and setting controls of every kind, their
+// properties and attributes, access to the protected group, and change listeners; the
+// conversions between JSON parameters and IPC messages at unit level.
+
+#include "C4jFixture.h"
+#include "ThrownMessage.h"
+
+namespace {
+
+class CC4jControlTest : public CC4jFixture {
+protected:
+    void SetUp() override { client = Connect(); }
+
+    static Json::Value Notify(const std::string& code, const Json::Value& value) {
+        Json::Value notify = J(R"({"jsonrpc":"2.0","method":"control:notify"})");
+        notify["params"]["code"] = code;
+        notify["params"]["value"] = value;
+        return notify;
+    }
+
+    TClient client;
+};
+
+}  // namespace
+
+TEST_F(CC4jControlTest, IntegerIsReadAndSetWithArrayOrObjectParams) {
+    EXPECT_EQ(Result(*client, "get", R"(["BRI"])"), 50);
+    EXPECT_EQ(Result(*client, "control:get", R"({"code":"bri"})"), J(R"({"value":50})"));
+    EXPECT_EQ(Result(*client, "set", R"(["BRI",70])"), 70);
+    EXPECT_EQ(Result(*client, "control:set", R"({"code":"BRI","value":150})"), J(R"({"value":100})"));  // clamped
+    EXPECT_EQ(Control("BRI").GetValue(), 100);
+    EXPECT_EQ(ErrorCode(*client, "control:get", R"(["NET+PORT"])"), ERR_CONTROL_NOT_FOUND);
+}
+
+TEST_F(CC4jControlTest, BooleanTakesTrueAndFalse) {
+    EXPECT_EQ(Result(*client, "set", R"(["LMP",true])"), true);
+    EXPECT_EQ(Control("LMP").GetValue(), 1);
+    EXPECT_EQ(Result(*client, "get", R"({"code":"LMP"})"), J(R"({"value":true})"));
+    EXPECT_EQ(Result(*client, "set", R"({"code":"LMP","value":false})"), J(R"({"value":false})"));
+    EXPECT_EQ(Control("LMP").GetValue(), 0);
+}
+
+TEST_F(CC4jControlTest, TextControlTakesOnlyText) {
+    EXPECT_EQ(ErrorCode(*client, "set", R"(["NAM",5])"), ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Result(*client, "get", R"(["NAM"])"), "Projector");
+    EXPECT_EQ(Result(*client, "set", R"(["NAM","Booth 3"])"), "Booth 3");
+    EXPECT_EQ(Control("NAM").GetText(), "Booth 3");
+    EXPECT_EQ(ErrorCode(*client, "set", R"(["BRI","60"])"), ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Control("BRI").GetValue(), 50);
+}
+
+TEST_F(CC4jControlTest, ActionIsTriggeredOnceWhateverTheValue) {
+    EXPECT_EQ(Result(*client, "set", R"(["RST","whatever"])"), Json::Value());
+    ASSERT_EQ(proxy.calls.size(), 1u);
+    EXPECT_EQ(proxy.calls[0].code, "RST");
+    EXPECT_EQ(Result(*client, "control:set", R"({"code":"RST","value":[1,2]})"), J(R"({"value":null})"));
+    EXPECT_EQ(Result(*client, "set", R"(["RST"])"), Json::Value());
+    ASSERT_EQ(proxy.calls.size(), 3u);
+    EXPECT_EQ(proxy.calls[2].code, "RST");
+}
+
+TEST_F(CC4jControlTest, RefusalsCarryTheControlsCode) {
+    EXPECT_EQ(ErrorCode(*client, "set", R"(["INP",7])"), ERR_INVALID_VALUE);
+    EXPECT_EQ(Control("INP").GetValue(), 1);
+    EXPECT_EQ(ErrorCode(*client, "set", R"(["XYZ",1])"), ERR_CONTROL_NOT_FOUND);
+    const Json::Value readOnly = Call(*client, "set", R"(["RDO",3])");
+    EXPECT_EQ(readOnly["error"]["code"], ERR_DISABLED_CONTROL);
+    EXPECT_EQ(readOnly["error"]["message"], "This control is read-only");
+    EXPECT_EQ(Control("RDO").GetValue(), 0);
+}
+
+TEST_F(CC4jControlTest, ProtectedControlNeedsAnOperatorClient) {
+    EXPECT_EQ(ErrorCode(*client, "get", R"(["SEC"])"), ERR_INVALID_ACCESS_GROUP);
+    EXPECT_EQ(ErrorCode(*client, "set", R"(["SEC",4])"), ERR_INVALID_ACCESS_GROUP);
+    EXPECT_EQ(ErrorCode(*client, "getAttributes", R"(["SEC"])"), ERR_INVALID_ACCESS_GROUP);
+    EXPECT_TRUE(log.Logged("not logged in for executing the protected code: SEC"));
+    TClient other = Connect();
+    ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_OPERATOR));
+    EXPECT_EQ(Result(*client, "set", R"(["SEC",4])"), 4);
+    EXPECT_EQ(ErrorCode(*other, "get", R"(["SEC"])"), ERR_INVALID_ACCESS_GROUP);
+    ASSERT_TRUE(server.SetClientAccessLevel(other->id, ACCESS_FACTORY));  // 6 is a group apart, not "above" 5
+    EXPECT_EQ(ErrorCode(*other, "get", R"(["SEC"])"), ERR_INVALID_ACCESS_GROUP);
+}
+
+TEST_F(CC4jControlTest, PropertiesDependOnTheKind) {
+    EXPECT_EQ(Result(*client, "getProperties", R"(["BRI"])"), J(R"({"enabled":true,"min":0,"max":100,"value":50})"));
+    EXPECT_EQ(Result(*client, "control:getProperties", R"(["CON"])"),
+              J(R"({"enabled":true,"min":0,"max":100,"softmin":10,"softmax":90,"value":40})"));
+    EXPECT_EQ(Result(*client, "getProperties", R"(["INP"])"),
+              J(R"({"enabled":true,"list":[[1,"HDMI","input/hdmi"],[2,"DVI"]],"value":1})"));
+    EXPECT_EQ(Result(*client, "getProperties", R"({"code":"INP"})"),
+              J(R"({"enabled":true,"list":[{"idx":1,"text":"HDMI","icon":"input/hdmi"},{"idx":2,"text":"DVI"}],
+                    "value":1})"));
+    EXPECT_EQ(Result(*client, "getProperties", R"(["RDO"])")["enabled"], false);
+}
+
+TEST_F(CC4jControlTest, AttributesDescribeTheControl) {
+    EXPECT_EQ(Result(*client, "getAttributes", R"(["BRI"])"),
+              J(R"({"type":200,"access":2,"label":"Auto Detect","default":50})"));
+    EXPECT_EQ(Result(*client, "control:getAttributes", R"({"code":"CON"})"),
+              J(R"({"type":203,"access":2,"label":"","default":40,"decimals":1})"));
+    EXPECT_EQ(Result(*client, "getAttributes", R"(["LMP"])"), J(R"({"type":100,"access":2,"label":"","default":false})"));
+    EXPECT_EQ(Result(*client, "getAttributes", R"(["NAM"])")["default"], "Projector");
+    EXPECT_EQ(Result(*client, "getAttributes", R"(["RST"])"),
+              J(R"({"type":500,"access":2,"label":"","confirm":"OK","default":null})"));
+}
+
+TEST_F(CC4jControlTest, ListenerHearsTheCurrentValueAtOnceAndEveryChange) {
+    EXPECT_EQ(Result(*client, "addListener", R"({"code":"bri"})"), J(R"({"count":1})"));
+    EXPECT_EQ(Next(*client), Notify("BRI", 50));
+    Control("BRI").SetValue(60);
+    EXPECT_EQ(Next(*client), Notify("BRI", 60));
+    Control("NAM").SetText("Hall");  // not listened to
+    EXPECT_TRUE(Quiet(*client));
+}
+
+TEST_F(CC4jControlTest, ListenerWithoutSendNowHearsOnlyChanges) {
+    EXPECT_EQ(Result(*client, "control:addListener", R"({"code":["BRI","LMP"],"sendNow":false})"),
+              J(R"({"count":2})"));
+    EXPECT_TRUE(Quiet(*client));
+    Control("LMP").SetValue(1);
+    EXPECT_EQ(Next(*client), Notify("LMP", true));
+    EXPECT_EQ(ErrorCode(*client, "addListener", R"(["BRI","XYZ"])"), ERR_CONTROL_NOT_FOUND);
+}
+
+TEST_F(CC4jControlTest, RemovingListenersEndsNotificationsAndShowsInTheList) {
+    TClient other = Connect();
+    Result(*client, "addListener", R"({"code":["BRI","LMP"],"sendNow":false})");
+    Result(*client, "addListener", R"({"code":"BRI","sendNow":false})");
+    Result(*other, "addListener", R"(["BRI","LMP"])");
+    EXPECT_EQ(Next(*other), Notify("BRI", 50));
+    EXPECT_EQ(Next(*other), Notify("LMP", false));
+    // Without a client: the listeners per code; with one: that client's registrations.
+    EXPECT_EQ(Result(*client, "getListenerList"), J(R"([{"code":"BRI","count":2},{"code":"LMP","count":2}])"));
+    EXPECT_EQ(Result(*client, "getListenerList", "{\"client\":" + std::to_string(client->id) + "}"),
+              J(R"([{"code":"BRI","count":2},{"code":"LMP","count":1}])"));
+    EXPECT_EQ(Result(*client, "getListenerList", "{\"client\":\"" + Address(other->id) + "\"}"),
+              J(R"([{"code":"BRI","count":1},{"code":"LMP","count":1}])"));
+
+    Result(*client, "removeListener", R"({"code":"LMP"})");
+    Control("LMP").SetValue(1);
+    EXPECT_TRUE(Quiet(*client));
+    EXPECT_EQ(Next(*other), Notify("LMP", true));
+    EXPECT_EQ(Result(*client, "removeAllListeners"), J(R"({"removed":["BRI"]})"));
+    Control("BRI").SetValue(10);
+    EXPECT_TRUE(Quiet(*client));
+    EXPECT_EQ(Next(*other), Notify("BRI", 10));
+    EXPECT_EQ(Result(*client, "getListenerList"), J(R"([{"code":"BRI","count":1},{"code":"LMP","count":1}])"));
+}
+
+TEST_F(CC4jControlTest, RequestWithoutIdIsNeverAnsweredEvenWhenItFails) {
+    client->tcp->Send(R"({"jsonrpc":"2.0","method":"set","params":["XYZ",1]})");
+    client->tcp->Send(R"({"jsonrpc":"2.0","method":"set","params":["NAM",5]})");
+    client->tcp->Send(R"({"jsonrpc":"2.0","method":"set","params":["BRI",77]})");
+    EXPECT_TRUE(Quiet(*client));
+    EXPECT_EQ(Control("BRI").GetValue(), 77);
+}
+
+TEST_F(CC4jControlTest, ListenerRequestWithoutClientIdRegistersUnderMinusOne) {
+    Json::Value response;
+    controlHandler.AddListener(J(R"({"jsonrpc":"2.0","method":"addListener","id":1,
+                                     "params":{"code":"LMP","sendNow":false}})"),
+                               response);
+    EXPECT_EQ(response["result"], J(R"({"count":1})"));
+    ASSERT_EQ(Registry().GetNotifyList("LMP").json.size(), 1u);
+    EXPECT_EQ(Registry().GetNotifyList("LMP").json.front().address, "JSON_TCP.-1");
+}
+
+TEST(CC4jBaseHandlerTest, ParamsBecomeIpcArguments) {
+    const CIpcMessage array = CC4jBaseHandler::ConvertParamsToIpc(J(R"(["net+port", 5, true, "x"])"));
+    EXPECT_EQ(array.GetCode(), "NET");
+    EXPECT_EQ(array.GetSubCode(), "PORT");
+    ASSERT_EQ(array.GetNumArgs(), 3u);
+    std::string text;
+    for (const auto& [id, expected] : {std::pair<unsigned short, const char*>{0, "5"}, {1, "1"}, {2, "x"}}) {
+        EXPECT_TRUE(array.GetArg(id, text));
+        EXPECT_EQ(text, expected) << id;
+    }
+    EXPECT_TRUE(array.IsNumberArg(0));
+    EXPECT_TRUE(array.IsTextArg(2));
+
+    const CIpcMessage object = CC4jBaseHandler::ConvertParamsToIpc(J(R"({"code":"BRI","value":[7,"y"]})"));
+    EXPECT_EQ(object.GetCode(), "BRI");
+    EXPECT_EQ(object.GetSubCode(), "");
+    EXPECT_EQ(object.GetNumArgs(), 2u);
+
+    EXPECT_EQ(ThrownMessage([] { CC4jBaseHandler::ConvertParamsToIpc(J(R"(["NET+PORT", 1.5])")); }),
+              "Unsupported JSON type: 3 (1.5)");
+    EXPECT_EQ(ThrownMessage([] { CC4jBaseHandler::ConvertParamsToIpc(J("7")); }),
+              "Unsupported JSON container: 1");
+}
+
+TEST(CC4jBaseHandlerTest, IpcRepliesBecomeJsonByTheirShape) {
+    CIpcMessage none;
+    CIpcMessage number;
+    number.AddArg(0, 42);
+    CIpcMessage text;
+    text.AddArg(0, std::string("42"));
+    CIpcMessage both;
+    both.AddArg(0, 5);
+    both.AddArg(1, std::string("on"));
+    EXPECT_EQ(CC4jBaseHandler::ConvertFromIpcReply(none), Json::Value());
+    EXPECT_EQ(CC4jBaseHandler::ConvertFromIpcReply(number), 42);
+    EXPECT_EQ(CC4jBaseHandler::ConvertFromIpcReply(text), "42");
+    EXPECT_EQ(CC4jBaseHandler::ConvertFromIpcReply(both), J(R"([5,"on"])"));
+    EXPECT_EQ(CC4jBaseHandler::ConvertFromIpcReply(std::list<CIpcMessage>{}), Json::Value());
+    EXPECT_EQ(CC4jBaseHandler::ConvertFromIpcReply(std::list<CIpcMessage>{number}), 42);
+    EXPECT_EQ(CC4jBaseHandler::ConvertFromIpcReply(std::list<CIpcMessage>{number, both}),
+              J(R"([42,[5,"on"]])"));
+}
