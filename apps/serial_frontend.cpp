@@ -3,11 +3,15 @@
 // and TCP, reaching the controller through an event link, and follows the port controls
 // the controller holds.
 //
-//   serial_frontend [--root DIR] [--log-level 3..7] [--error-socket PATH]
+//   serial_frontend [--root DIR] [--log-level 3..7] [--error-socket PATH] [--exit-with-parent]
 //
 // SIGINT or SIGTERM ends it (exit 0); SIGUSR1 tells it a USB serial adapter appeared.
+// With --exit-with-parent it also ends when the process that started it dies, however it
+// dies, so a supervisor killed outright leaves no front-end holding the ASCII port.
 
 #include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -43,7 +47,8 @@ void Install(int signalNumber, void (*handler)(int)) {
 }
 
 int Usage(const char* program) {
-    fprintf(stderr, "usage: %s [--root DIR] [--log-level 3..7] [--error-socket PATH]\n", program);
+    fprintf(stderr, "usage: %s [--root DIR] [--log-level 3..7] [--error-socket PATH] [--exit-with-parent]\n",
+            program);
     return 2;
 }
 
@@ -53,8 +58,13 @@ int main(int argc, char** argv) {
     std::string root = "/";
     std::string errorSocket = "/var/run/ui/serial_errors.socket";
     int level = LOG_LEVEL_INFO;
+    bool exitWithParent = false;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
+        if (option == "--exit-with-parent") {
+            exitWithParent = true;
+            continue;
+        }
         if (i + 1 >= argc) {
             return Usage(argv[0]);
         }
@@ -97,6 +107,13 @@ int main(int argc, char** argv) {
         Install(SIGINT, OnStopSignal);
         Install(SIGTERM, OnStopSignal);
         Install(SIGUSR1, OnUsbSignal);
+        if (exitWithParent) {
+            const pid_t parent = getppid();
+            prctl(PR_SET_PDEATHSIG, SIGTERM);
+            if (getppid() != parent) {
+                raise(SIGTERM);  // the parent died before the request took effect
+            }
+        }
         log.LogFYI(FYI_STARTUP, "Serial front-end starting under %s", NRuntimeRoot::GetRoot().c_str());
         handler.Begin(true);
         g_handler = nullptr;

@@ -59,7 +59,20 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     try {
         if (!reader->parse(contents.data(), contents.data() + contents.size(), &m_root, &errors)) {
-            Fail("", "not valid JSON: " + errors.substr(0, errors.find('\n')));
+            std::string reason;
+            for (const char c : errors) {  // jsoncpp reports over several lines
+                if (c == '\n') {
+                    if (!reason.empty() && reason.back() != ' ') {
+                        reason += ' ';
+                    }
+                } else if (!(c == ' ' && (reason.empty() || reason.back() == ' ')) && c != '*') {
+                    reason += c;
+                }
+            }
+            while (!reason.empty() && reason.back() == ' ') {
+                reason.pop_back();
+            }
+            Fail("", "not valid JSON: " + reason);
         }
     } catch (const Json::Exception& e) {
         Fail("", std::string("not valid JSON: ") + e.what());

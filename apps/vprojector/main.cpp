@@ -203,7 +203,8 @@ void InstallUsers(const CProjectorConfig& config, ILog& log) {
     }
     const std::string path = NRuntimeRoot::Path(CSecurityManager::kDefaultUsersFile);
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    const std::string temporary = path + ".tmp";
+    const std::string temporarySystemPath = std::string(CSecurityManager::kDefaultUsersFile) + ".tmp";
+    const std::string temporary = NRuntimeRoot::Path(temporarySystemPath);
     {
         std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
         Json::StreamWriterBuilder writer;
@@ -214,7 +215,7 @@ void InstallUsers(const CProjectorConfig& config, ILog& log) {
     }
     CSecurityManager check(log, CSecurityManager::kMinIterations);
     try {
-        check.Load(temporary);
+        check.Load(temporarySystemPath);  // Load resolves through the runtime root itself
     } catch (const CException& e) {
         std::filesystem::remove(temporary);
         THROW_EXCEPTION("%s: users: %s", config.GetPath().c_str(), e.GetMessage().c_str());
@@ -294,7 +295,8 @@ int main(int argc, char** argv) {
         CControllerLoop loop(dispatcher, ipc, &json);
 
         CChildSupervisor frontend(log, clock, SerialFrontendPath(),
-                                  {"--root", NRuntimeRoot::GetRoot(), "--log-level", std::to_string(options.logLevel)});
+                                  {"--root", NRuntimeRoot::GetRoot(), "--log-level", std::to_string(options.logLevel),
+                                   "--exit-with-parent"});
         if (options.serial) {
             frontend.Start();
             dispatcher.AddPeriodicTask(frontend);
@@ -314,7 +316,7 @@ int main(int argc, char** argv) {
         g_loop = nullptr;
         log.LogFYI(FYI_SHUTDOWN, "Stopping");
         json.Close();
-        storage.Save(true);
+        storage.Save();  // what is pending; not forced, or the run's --ascii-port would be stored
         dispatcher.RemovePeriodicTask(frontend);
         dispatcher.RemovePeriodicTask(ready);
         frontend.Stop();

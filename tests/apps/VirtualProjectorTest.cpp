@@ -1,0 +1,462 @@
+// The virtual projector end to end: the vprojector executable started as a child process
+// under the test's runtime root on free ports, driven over its three front-ends (ASCII
+// over TCP, JSON-RPC over TCP, IPC through an event link) and through vprojctl.
+
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <json/json.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "CJsonRpcTcpClient.h"
+#include "TempRoot.h"
+#include "link/CEventLink.h"
+#include "log/CLogger.h"
+
+extern char** environ;
+
+namespace {
+
+using SteadyClock = std::chrono::steady_clock;
+
+Json::Value J(const std::string& text) {
+    Json::Value value;
+    std::string errors;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, &errors)) << text;
+    return value;
+}
+
+// Starts a program with the given standard streams; returns its pid (-1 on failure).
+pid_t Spawn(const std::vector<std::string>& arguments, int outFd, const std::string& errFile) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, outFd, 1);
+    posix_spawn_file_actions_addopen(&actions, 2, errFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+    std::vector<char*> argv;
+    for (const std::string& argument : arguments) {
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    pid_t pid = -1;
+    if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ) != 0) {
+        pid = -1;
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    return pid;
+}
+
+// Polls `done` every 10 ms until it holds or the deadline passed.
+template <typename Predicate>
+bool Eventually(Predicate done, int seconds = 10) {
+    const auto deadline = SteadyClock::now() + std::chrono::seconds(seconds);
+    while (!done()) {
+        if (SteadyClock::now() > deadline) {
+            return false;
+        }
+        usleep(10000);
+    }
+    return true;
+}
+
+// The exit status of a child (128 + signal when killed), or -1 when it has not ended in time.
+int WaitForExit(pid_t pid, int seconds = 15) {
+    int status = 0;
+    if (!Eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; }, seconds)) {
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Reads until `expected` arrived, the writer closed or the deadline passed; returns
+// everything read.
+std::string ReadUntil(int fd, const std::string& expected, int seconds) {
+    const auto deadline = SteadyClock::now() + std::chrono::seconds(seconds);
+    std::string got;
+    while (got.find(expected) == std::string::npos && SteadyClock::now() < deadline) {
+        pollfd watched{fd, POLLIN, 0};
+        char chunk[256] = {};
+        const ssize_t count = poll(&watched, 1, 50) == 1 ? read(fd, chunk, sizeof chunk) : 0;
+        if (count < 0 || (count == 0 && watched.revents != 0)) {
+            break;
+        }
+        got.append(chunk, static_cast<size_t>(count));
+    }
+    return got;
+}
+
+// A JSON-RPC connection.
+class CRpc {
+public:
+    explicit CRpc(int port) : m_client("127.0.0.1", static_cast<unsigned short>(port)) {}
+
+    // The whole response object of one request (no notification may come before it).
+    Json::Value Call(const std::string& method, const std::string& params = "") {
+        Json::Value request = J(R"({"jsonrpc": "2.0"})");
+        request["id"] = ++m_id;
+        request["method"] = method;
+        if (!params.empty()) {
+            request["params"] = J(params);
+        }
+        m_client.Send(Json::writeString(Json::StreamWriterBuilder(), request));
+        const Json::Value response = Next();
+        EXPECT_EQ(response["id"], m_id) << method << ": " << response;
+        return response;
+    }
+    // The next message from the server, or null after 10 s.
+    Json::Value Next() {
+        std::string text;
+        return m_client.Recv(text, 10000) ? J(text) : Json::Value();
+    }
+
+private:
+    CJsonRpcTcpClient m_client;
+    int m_id = 0;
+};
+
+sockaddr_in Loopback(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<unsigned short>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+// The shipped configuration with members of BRI replaced and a control added.
+std::string ShippedWith(const std::string& brightness, const std::string& added = "") {
+    Json::Value config = J(CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/vprojector.json"));
+    const Json::Value members = J(brightness);
+    for (Json::Value& control : config["controls"]) {
+        if (control["code"] == "BRI") {
+            for (const std::string& name : members.getMemberNames()) {
+                control[name] = members[name];
+            }
+        }
+    }
+    if (!added.empty()) {
+        config["controls"].append(J(added));
+    }
+    return Json::writeString(Json::StreamWriterBuilder(), config);
+}
+
+class CVirtualProjectorTest : public ::testing::Test {
+protected:
+    CVirtualProjectorTest() {
+        // A serial front-end orphaned by a SIGKILL of the projector becomes our child, so
+        // that the test can end and reap it.
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
+        root.WriteFile("/etc/menu.json", CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/menu.json"));
+    }
+    ~CVirtualProjectorTest() override {
+        if (projector > 0) {
+            Stop(SIGTERM);
+        }
+        ReapOrphanedFrontends();
+    }
+
+    // Starts the projector with the shipped configuration and waits for its ready line.
+    void Start() {
+        int out[2];
+        ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
+        projector = Spawn({VPROJECTOR, "--root", root.GetDir(), "--ascii-port", "0", "--jsonrpc-port", "0"}, out[1],
+                          root.Path("/vprojector.log"));
+        close(out[1]);
+        ASSERT_GT(projector, 0);
+        const std::string line = ReadUntil(out[0], "\n", 15);
+        close(out[0]);
+        char ipc[512] = {};
+        ASSERT_EQ(sscanf(line.c_str(), "ready ascii=%d jsonrpc=%d ipc=%511s", &asciiPort, &jsonPort, ipc), 3)
+            << line << Log();
+        EXPECT_GT(asciiPort, 0);
+        EXPECT_GT(jsonPort, 0);
+        EXPECT_EQ(ipc, root.Path("/var/run/ui/main_controller.socket"));
+        link = std::make_unique<CEventLink>(quiet, "vprojector_test");
+    }
+
+    // Signals the projector and reaps it (killed after 15 s); returns its exit status (-1:
+    // it had to be killed).
+    int Stop(int signal) {
+        link.reset();
+        kill(projector, signal);
+        const int status = WaitForExit(projector);
+        if (status < 0) {
+            kill(projector, SIGKILL);
+            waitpid(projector, nullptr, 0);
+        }
+        projector = -1;
+        return status;
+    }
+
+    // Kills and reaps the front-ends left by a killed projector (found by the sockets they
+    // leave, and now children of this process); returns how many there were.
+    int ReapOrphanedFrontends() {
+        int found = 0;
+        std::error_code ignored;
+        for (const auto& entry : std::filesystem::directory_iterator(root.Path("/var/run/ui"), ignored)) {
+            const std::string name = entry.path().filename().string();
+            const size_t mark = name.find("_serial_frontend_");
+            if (mark == std::string::npos || name.find(".notify") != std::string::npos) {
+                continue;
+            }
+            const pid_t pid = std::stoi(name.substr(0, mark));
+            const pid_t state = waitpid(pid, nullptr, WNOHANG);  // -1: not ours (reaped before)
+            if (state == 0) {
+                kill(pid, SIGKILL);
+                waitpid(pid, nullptr, 0);
+            }
+            found += state >= 0 ? 1 : 0;
+        }
+        return found;
+    }
+
+    // Sends ASCII commands over a new TCP connection and reads until `expected` arrived
+    // (or 10 s passed); returns everything read.
+    std::string Ascii(const std::string& commands, const std::string& expected) const {
+        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const sockaddr_in address = Loopback(asciiPort);
+        const bool sent =
+            connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+            send(fd, commands.data(), commands.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(commands.size());
+        const std::string got = sent ? ReadUntil(fd, expected, 10) : "";
+        close(fd);
+        return got;
+    }
+
+    int IpcValue(const std::string& code) {
+        int value = -1;
+        EXPECT_EQ(link->GetValue(ACCESS_OPERATOR, code, "", value), ERR_NONE) << code;
+        return value;
+    }
+
+    // The next change notification for BRI on the IPC listener's socket (-1 after 10 s).
+    int NextIpcBrightness() {
+        std::list<CIpcMessage> notes;
+        const bool arrived = Eventually([&] {
+            pollfd watched{link->GetNotifyDescriptor(), POLLIN, 0};
+            return poll(&watched, 1, 0) == 1 && link->ProcessNotify(notes);
+        });
+        int value = -1;
+        if (arrived) {
+            EXPECT_EQ(notes.front().GetCode(), "BRI");
+            notes.front().GetArg(0, value);
+        }
+        return value;
+    }
+
+    std::string Stored(const std::string& code) const {
+        return CTempRoot::ReadFile(root.Path("/var/data/controls/" + code));
+    }
+    // The end of the projector's log, for failure messages.
+    std::string Log() const {
+        const std::string log = CTempRoot::ReadFile(root.Path("/vprojector.log"));
+        return "\n...\n" + log.substr(log.size() > 3000 ? log.size() - 3000 : 0);
+    }
+
+    struct SRun {
+        int status;
+        std::string out, err;
+    };
+    // Runs a program to its end with its output captured under the root.
+    SRun Run(const std::vector<std::string>& arguments) const {
+        const std::string outFile = root.Path("/run.out");
+        const std::string errFile = root.Path("/run.err");
+        std::filesystem::remove(errFile);
+        const int out = open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const pid_t pid = Spawn(arguments, out, errFile);
+        close(out);
+        const int status = pid > 0 ? WaitForExit(pid, 30) : -1;
+        if (status < 0 && pid > 0) {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+        return {status, CTempRoot::ReadFile(outFile), CTempRoot::ReadFile(errFile)};
+    }
+
+    CTempRoot root;
+    CLogger quiet;
+    pid_t projector = -1;
+    int asciiPort = 0;
+    int jsonPort = 0;
+    std::unique_ptr<CEventLink> link;
+};
+
+}  // namespace
+
+TEST_F(CVirtualProjectorTest, AChangeThroughOneFrontEndIsSeenAndNotifiedThroughTheOthers) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    CRpc listener(jsonPort);
+    EXPECT_EQ(listener.Call("control:addListener", R"({"code": "BRI", "sendNow": false})")["result"]["count"], 1);
+    ASSERT_EQ(link->NotifyRegister("BRI", "", link->GetNotifySocketName()), ERR_NONE);
+
+    EXPECT_EQ(Ascii("(#BRI 070)", ")"), "(#BRI!070)") << Log();
+    CRpc rpc(jsonPort);
+    EXPECT_EQ(rpc.Call("control:get", R"(["BRI"])")["result"], 70);
+    EXPECT_EQ(IpcValue("BRI"), 70);
+    EXPECT_EQ(listener.Next(),
+              J(R"({"jsonrpc": "2.0", "method": "control:notify", "params": {"code": "BRI", "value": 70}})"));
+    EXPECT_EQ(NextIpcBrightness(), 70);
+
+    EXPECT_EQ(rpc.Call("control:set", R"({"code": "BRI", "value": 35})")["result"]["value"], 35);
+    EXPECT_EQ(Ascii("(BRI?)", ")"), "(BRI!035)");
+    EXPECT_EQ(IpcValue("BRI"), 35);
+    EXPECT_EQ(listener.Next()["params"], J(R"({"code": "BRI", "value": 35})"));
+    EXPECT_EQ(NextIpcBrightness(), 35);
+}
+
+TEST_F(CVirtualProjectorTest, ARefusedValueAnswers112OnEveryFrontEndAndTheOldValueStays) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    CRpc rpc(jsonPort);
+    EXPECT_EQ(rpc.Call("control:set", R"({"code": "BRI", "value": 40})")["result"]["value"], 40);
+
+    EXPECT_NE(Ascii("(#BRI 13)", ")").find("ERR00112"), std::string::npos);
+    EXPECT_EQ(rpc.Call("control:set", R"({"code": "BRI", "value": 13})")["error"]["code"], 112);
+    int value = 13;
+    EXPECT_EQ(link->SetValue(ACCESS_OPERATOR, "BRI", "", value, true), ERR_HARDWARE_REFUSED);
+    EXPECT_EQ(value, 40);
+    std::string text = "forbidden";
+    EXPECT_EQ(link->SetText(ACCESS_OPERATOR, "NAM", "", text, true), ERR_HARDWARE_REFUSED);
+    EXPECT_EQ(text, "Virtual Projector");
+
+    EXPECT_EQ(Ascii("(BRI?)", ")"), "(BRI!040)");
+    EXPECT_EQ(rpc.Call("control:get", R"({"code": "BRI"})")["result"]["value"], 40);
+    EXPECT_EQ(IpcValue("BRI"), 40);
+}
+
+TEST_F(CVirtualProjectorTest, StoredValuesSurviveACleanStopButThePortOptionIsNotStored) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    EXPECT_EQ(Ascii("(#BRI 077)", ")"), "(#BRI!077)");
+    CRpc rpc(jsonPort);
+    EXPECT_EQ(rpc.Call("control:set", R"({"code": "NAM", "value": "Booth 2"})")["result"]["value"], "Booth 2");
+    const int firstAsciiPort = asciiPort;
+
+    EXPECT_EQ(Stop(SIGTERM), 0) << Log();
+    std::error_code ignored;
+    EXPECT_TRUE(std::filesystem::is_empty(root.Path("/var/run/ui"), ignored)) << "sockets left behind";
+    EXPECT_NE(Stored("NET+PORT"), std::to_string(firstAsciiPort)) << "a port of one run became the stored port";
+
+    ASSERT_NO_FATAL_FAILURE(Start());
+    EXPECT_EQ(IpcValue("BRI"), 77);
+    std::string name;
+    EXPECT_EQ(link->GetText(ACCESS_OPERATOR, "NAM", "", name), ERR_NONE);
+    EXPECT_EQ(name, "Booth 2");
+}
+
+TEST_F(CVirtualProjectorTest, AValueSavedBeforeASigkillSurvivesIt) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    int value = 61;
+    EXPECT_EQ(link->SetValue(ACCESS_OPERATOR, "BRI", "", value, true), ERR_NONE);
+    ASSERT_TRUE(Eventually([this] { return Stored("BRI") == "61"; })) << Log();
+
+    EXPECT_EQ(Stop(SIGKILL), 128 + SIGKILL);
+    EXPECT_EQ(ReapOrphanedFrontends(), 1);
+
+    ASSERT_NO_FATAL_FAILURE(Start());
+    EXPECT_EQ(IpcValue("BRI"), 61);
+    EXPECT_EQ(Ascii("(BRI?)", ")"), "(BRI!061)") << Log();
+}
+
+TEST_F(CVirtualProjectorTest, SimulatedStatusRaisesAndClearsAnAlarm) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    CRpc rpc(jsonPort);
+    EXPECT_EQ(rpc.Call("status:getAlarms")["result"], J("[]"));
+
+    EXPECT_EQ(rpc.Call("sim:setStatus", R"({"group": "LAMP", "idx": 1, "severity": 2, "value": "Hot"})")["result"],
+              J("{}"));
+    Json::Value alarms = rpc.Call("status:getAlarms")["result"];
+    ASSERT_EQ(alarms.size(), 1u) << alarms;
+    alarms[0].removeMember("desc");  // the label's text, which depends on the installed translations
+    EXPECT_EQ(alarms[0], J(R"({"group": "LAMP", "idx": 1, "status": 2, "value": "Hot"})"));
+
+    EXPECT_EQ(rpc.Call("sim:setStatus", R"({"group": "LAMP", "idx": 1, "severity": 0, "value": "Off"})")["result"],
+              J("{}"));
+    EXPECT_EQ(rpc.Call("status:getAlarms")["result"], J("[]"));
+}
+
+TEST_F(CVirtualProjectorTest, TheShippedServiceAccountLogsInOverAscii) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    // An action of access level 3 is refused to the default user, taken after the login.
+    EXPECT_EQ(Ascii(R"((RST)(UID "service" "service")(RST)(UID?))", R"((UID!"service" 03))"),
+              R"((65535 ERR00117 "System Error: RST: Invalid Access Group")(UID!"service" 03))")
+        << Log();
+}
+
+TEST_F(CVirtualProjectorTest, ABadConfigurationEndsWithStatus2AndOneMessageNamingFileControlAndReason) {
+    const struct {
+        const char* name;
+        std::string contents;
+        std::vector<std::string> said;
+    } kCases[] = {
+        {"syntax", R"({"controls": [{"code": "BRI", })", {"not valid JSON", "Line 1"}},
+        {"type", ShippedWith(R"({"type": 900})"), {"control BRI", "display type"}},
+        {"range", ShippedWith(R"({"min": 10, "max": 5})"), {"control BRI", "Invalid min/max range 10 < 5"}},
+        {"duplicate", ShippedWith("{}", R"({"code": "BRI", "type": 200, "min": 0, "max": 1, "default": 0})"),
+         {"control BRI", "duplicate code"}},
+    };
+    for (const auto& bad : kCases) {
+        const std::string file = root.WriteFile(std::string("/") + bad.name + ".json", bad.contents);
+        const SRun run = Run({VPROJECTOR, "--root", root.GetDir(), "--config", file, "--ascii-port", "0",
+                              "--jsonrpc-port", "0", "--no-serial"});
+        EXPECT_EQ(run.status, 2) << bad.name;
+        EXPECT_EQ(run.out, "") << bad.name;
+        EXPECT_EQ(run.err.rfind("vprojector: " + file + ": ", 0), 0u) << run.err;
+        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+        for (const std::string& part : bad.said) {
+            EXPECT_NE(run.err.find(part), std::string::npos) << bad.name << ": " << run.err;
+        }
+    }
+}
+
+TEST_F(CVirtualProjectorTest, VprojctlReachesTheRunningProjectorThroughEachFrontEnd) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    SRun run = Run({VPROJCTL, "--ascii-port", std::to_string(asciiPort), "ascii", "(BRI?)"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "(BRI!050)\n");
+    run = Run({VPROJCTL, "--jsonrpc-port", std::to_string(jsonPort), "rpc", "control:get", R"(["BRI"])"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "50\n");
+    run = Run({VPROJCTL, "--root", root.GetDir(), "set", "BRI", "13"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.err.find("error 112"), std::string::npos) << run.err;
+    EXPECT_EQ(run.out, "50\n");
+    run = Run({VPROJCTL, "--root", root.GetDir(), "get", "NAM"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "Virtual Projector\n");
+}
+
+TEST_F(CVirtualProjectorTest, VprojctlWithoutAProjectorSaysSoAndExits1) {
+    // A bound socket that does not listen: its port refuses connections and stays ours.
+    const int holder = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = Loopback(0);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(bind(holder, reinterpret_cast<sockaddr*>(&address), length), 0);
+    ASSERT_EQ(getsockname(holder, reinterpret_cast<sockaddr*>(&address), &length), 0);
+    const std::string port = std::to_string(ntohs(address.sin_port));
+    root.MakeDir("/var/run/ui");
+
+    const std::vector<std::string> commands[] = {
+        {VPROJCTL, "--ascii-port", port, "ascii", "(BRI?)"},
+        {VPROJCTL, "--jsonrpc-port", port, "rpc", "control:get", R"(["BRI"])"},
+        {VPROJCTL, "--root", root.GetDir(), "get", "BRI"},
+    };
+    for (const auto& command : commands) {
+        const SRun run = Run(command);
+        EXPECT_EQ(run.status, 1) << command[3];
+        EXPECT_NE(run.err.find("is the projector running?"), std::string::npos) << run.err;
+    }
+    close(holder);
+}
