@@ -474,8 +474,8 @@ EParseResult CVeltraneSerialParser::AddNumber() {
         valid = valid && IsDigit(static_cast<unsigned char>(d));
     }
     long long value = 0;
-    for (char d : digits) {
-        value = value * 10 + (d - '0');
+    for (size_t i = 0; valid && i < digits.size(); ++i) {  // at most 10 digits: no overflow
+        value = value * 10 + (digits[i] - '0');
     }
     if (negative) {
         value = -value;

@@ -131,6 +131,7 @@ TEST_F(CParserTest, SyntaxErrorsDropOnlyTheirMessage) {
         {"(1 2000 BRI 1)", "source address out of range: 2000"},
         {"(% BRI 1)", "invalid header"},
         {"(BRI 1-2)", "invalid number"},
+        {"(BRI 1234567890123456789012345)", "invalid number"},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(Exchange(c.input + "(BRI?)"), "(65535 ERR00010 \"Syntax Error: " + c.reason + "\")(BRI!050)")
