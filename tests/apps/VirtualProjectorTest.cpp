@@ -381,6 +381,24 @@ TEST_F(CVirtualProjectorTest, AValueSavedBeforeASigkillSurvivesIt) {
     EXPECT_EQ(Ascii("(BRI?)", ")"), "(BRI!061)") << Log();
 }
 
+TEST_F(CVirtualProjectorTest, ADeadFrontEndIsRestartedWhileJsonRpcGoesOn) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    pid_t frontend = -1;
+    for (const auto& entry : std::filesystem::directory_iterator(root.Path("/var/run/ui"))) {
+        const std::string name = entry.path().filename().string();
+        const size_t mark = name.find("_serial_frontend_");
+        if (mark != std::string::npos) {
+            frontend = std::stoi(name.substr(0, mark));
+        }
+    }
+    ASSERT_GT(frontend, 0);
+    ASSERT_EQ(kill(frontend, SIGKILL), 0);
+    CRpc rpc(jsonPort);
+    EXPECT_EQ(rpc.Call("control:get", R"(["BRI"])")["result"], 50);  // the controller serves on
+    EXPECT_TRUE(Eventually([this] { return Log().find("restarting it") != std::string::npos; })) << Log();
+    EXPECT_TRUE(Eventually([this] { return Ascii("(BRI?)", ")") == "(BRI!050)"; })) << Log();
+}
+
 TEST_F(CVirtualProjectorTest, SimulatedStatusRaisesAndClearsAnAlarm) {
     ASSERT_NO_FATAL_FAILURE(Start());
     CRpc rpc(jsonPort);
