@@ -174,15 +174,15 @@ bool CC4jControl::Set(const Json::Value& request, Json::Value& response) {
     return true;
 }
 
-bool CC4jControl::GetProperties(const Json::Value& request, Json::Value& response) {
-    const Json::Value& params = request["params"];
-    const std::string code = NJsonValueParser::GetCodeFromParams(params);
-    CProjCon* control = FindControl(request, response, code);
+bool CC4jControl::Describe(const Json::Value& request, Json::Value& response,
+                           const std::function<bool(const CProjCon&, Json::Value&)>& build) {
+    const std::string code = NJsonValueParser::GetCodeFromParams(request["params"]);
+    const CProjCon* control = FindControl(request, response, code);
     if (!control) {
         return true;
     }
     Json::Value result(Json::objectValue);
-    if (!AddPropToResult(*control, result, !params.isObject()) || !AddValueToResult(*control, result)) {
+    if (!build(*control, result)) {
         MakeErrorResponse(request, response, ERR_COMMAND_NOT_EXECUTED);
         return true;
     }
@@ -193,22 +193,16 @@ bool CC4jControl::GetProperties(const Json::Value& request, Json::Value& respons
     return true;
 }
 
+bool CC4jControl::GetProperties(const Json::Value& request, Json::Value& response) {
+    const bool compact = !request["params"].isObject();
+    return Describe(request, response, [compact](const CProjCon& control, Json::Value& result) {
+        return AddPropToResult(control, result, compact) && AddValueToResult(control, result);
+    });
+}
+
 bool CC4jControl::GetAttributes(const Json::Value& request, Json::Value& response) {
-    const std::string code = NJsonValueParser::GetCodeFromParams(request["params"]);
-    CProjCon* control = FindControl(request, response, code);
-    if (!control) {
-        return true;
-    }
-    Json::Value result(Json::objectValue);
-    if (!AddAttrToResult(*control, result)) {
-        MakeErrorResponse(request, response, ERR_COMMAND_NOT_EXECUTED);
-        return true;
-    }
-    InitResponseObj(request, response);
-    if (!response.isNull()) {
-        response["result"] = result;
-    }
-    return true;
+    return Describe(request, response,
+                    [](const CProjCon& control, Json::Value& result) { return AddAttrToResult(control, result); });
 }
 
 std::list<std::string> CC4jControl::GetNotifyMethods(const Json::Value& params) const {

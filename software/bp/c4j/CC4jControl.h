@@ -30,6 +30,8 @@
 // Lifetime: registers itself as the dispatcher's JSON notifier until destroyed.
 // Thread contract: the server's thread, which is also the controller's event thread.
 
+#include <functional>
+
 #include "CC4jBaseControlHandler.h"
 #include "dispatch/IControlNotifier.h"
 
@@ -56,6 +58,10 @@ private:
     // Looks the control up and checks the protected group; answers the error itself and
     // returns null when the request cannot go on.
     CProjCon* FindControl(const Json::Value& request, Json::Value& response, const std::string& code);
+    // Answers a description of the request's control built by `build` (error 7 when it
+    // cannot be built).
+    bool Describe(const Json::Value& request, Json::Value& response,
+                  const std::function<bool(const CProjCon&, Json::Value&)>& build);
     // Answers through the custom handler of the code, when there is one.
     bool TryCustomHandler(const Json::Value& request, Json::Value& response, bool command);
     Json::Value MakeNotifyText(const CProjCon& control) const;

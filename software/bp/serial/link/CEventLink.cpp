@@ -167,8 +167,8 @@ EError CEventLink::SendRequest(int accessLevel, CIpcMessage& request, std::list<
     return WithRetries(accessLevel, request, replies, timeoutMs);
 }
 
-EError CEventLink::GetValue(int accessLevel, const std::string& code, const std::string& subcode, int& value) {
-    value = 0;
+EError CEventLink::ReadOne(int accessLevel, const std::string& code, const std::string& subcode,
+                           CIpcMessage& reply) {
     CIpcMessage request = Message(code, subcode);
     std::list<CIpcMessage> replies;
     const EError result = SendRequest(accessLevel, request, replies, kDefaultTimeoutMs);
@@ -178,30 +178,31 @@ EError CEventLink::GetValue(int accessLevel, const std::string& code, const std:
     if (replies.size() != 1) {
         return ERR_INVALID_PARAMETER;
     }
+    reply = replies.front();
+    return ERR_NONE;
+}
+
+EError CEventLink::GetValue(int accessLevel, const std::string& code, const std::string& subcode, int& value) {
+    value = 0;
+    CIpcMessage reply;
+    const EError result = ReadOne(accessLevel, code, subcode, reply);
     int read = 0;
-    if (!replies.front().GetArg(0, read)) {
+    if (result == ERR_NONE && !reply.GetArg(0, read)) {
         return ERR_CONTROL_NOT_FOUND;
     }
     value = read;
-    return ERR_NONE;
+    return result;
 }
 
 EError CEventLink::GetText(int accessLevel, const std::string& code, const std::string& subcode, std::string& text) {
     text.clear();
-    CIpcMessage request = Message(code, subcode);
-    std::list<CIpcMessage> replies;
-    const EError result = SendRequest(accessLevel, request, replies, kDefaultTimeoutMs);
-    if (result != ERR_NONE) {
-        return result;
-    }
-    if (replies.size() != 1) {
-        return ERR_INVALID_PARAMETER;
-    }
-    if (!replies.front().IsTextArg(0)) {
+    CIpcMessage reply;
+    const EError result = ReadOne(accessLevel, code, subcode, reply);
+    if (result == ERR_NONE && !reply.IsTextArg(0)) {
         return ERR_CONTROL_NOT_FOUND;
     }
-    replies.front().GetArg(0, text);
-    return ERR_NONE;
+    reply.GetArg(0, text);
+    return result;
 }
 
 EError CEventLink::SetValue(int accessLevel, const std::string& code, const std::string& subcode, int& value,

@@ -111,6 +111,8 @@ private:
     EError Exchange(int accessLevel, CIpcMessage& message, std::list<CIpcMessage>& replies, unsigned int timeoutMs);
     EError WithRetries(int accessLevel, CIpcMessage& message, std::list<CIpcMessage>& replies, unsigned int timeoutMs);
     EError SendNotifyRequest(CIpcMessage& request);
+    // A request answered by exactly one reply (the reads of GetValue and GetText).
+    EError ReadOne(int accessLevel, const std::string& code, const std::string& subcode, CIpcMessage& reply);
     // One "NOT" command for the list; first/second pick the modifier (MakeNotifyMessage).
     EError SendRegistrations(const std::list<SControlSet>& controls, const std::string& address, bool first,
                              bool second);
