@@ -47,6 +47,7 @@
 #include <thread>
 #include <vector>
 
+#include "BenchController.h"
 #include "BenchRatioReporter.h"
 #include "BenchSockets.h"
 #include "RuntimeRoot.h"
@@ -196,60 +197,20 @@ BENCHMARK(BM_ParseStream);
 const char kQuery[] = "(BRI?)";
 constexpr size_t kQueryLength = sizeof kQuery - 1;
 
-class CAcceptAll : public IControlProxy {
-public:
-    bool ApplyControlValue(const std::string&, int) override { return true; }
-    bool ApplyControlText(const std::string&, const std::string&) override { return true; }
-};
-
 // A controller with what the front-end reads at start ("RAL" of the Ethernet connections
 // 1, of the serial ports 0 so that none is opened; "NET"+"PORT" 0, an ephemeral port) and
-// "BRI" to be queried, its IPC front door served on a pinned thread.
-class CFrontEndController {
-public:
-    CFrontEndController() : m_dispatcher(m_log) {
-        AddInteger("BRI", 0, 100, 50);
-        AddInteger("RAL", 0, 3, 1);
-        for (const char* port : {"PRTA", "PRTB", "PRTC", "PUSB"}) {
-            AddInteger(std::string("RAL+") + port, 0, 3, 0);
-        }
-        AddInteger("NET+PORT", 0, 65535, 0);
-        m_ipc = std::make_unique<CIpcEventDispatcher>(
-            m_dispatcher, NRuntimeRoot::Path("/var/run/ui/main_controller.socket").c_str(), m_log);
-        m_thread = std::thread([this] {
-            PinToOneCpu();
-            while (!m_stop) {
-                CSelectWrapper select;
-                select.Set(m_ipc->GetDescriptor());
-                if (select.Select(20u) > 0) {
-                    while (m_ipc->ProcessEvents()) {
-                    }
-                }
-            }
-        });
+// "BRI" to be queried.
+std::unique_ptr<CBenchController> MakeFrontEndController() {
+    auto controller = std::make_unique<CBenchController>();
+    controller->AddInteger("BRI", 0, 100, 50);
+    controller->AddInteger("RAL", 0, 3, 1);
+    for (const char* port : {"PRTA", "PRTB", "PRTC", "PUSB"}) {
+        controller->AddInteger(std::string("RAL+") + port, 0, 3, 0);
     }
-    ~CFrontEndController() {
-        m_stop = true;
-        m_thread.join();
-        m_ipc.reset();
-        m_controls.clear();
-    }
-    ILog& Log() { return m_log; }
-
-private:
-    void AddInteger(const std::string& code, int min, int max, int value) {
-        m_controls.push_back(std::make_unique<CProjCon>(DT_INTEGER, m_dispatcher, m_proxy, code, false, min, max, value,
-                                                        ACCESS_OPERATOR, 0, 0, 0, false));
-    }
-
-    CLogger m_log;  // no sinks
-    CAcceptAll m_proxy;
-    CEventDispatcher m_dispatcher;
-    std::vector<std::unique_ptr<CProjCon>> m_controls;
-    std::unique_ptr<CIpcEventDispatcher> m_ipc;
-    std::atomic<bool> m_stop{false};
-    std::thread m_thread;
-};
+    controller->AddInteger("NET+PORT", 0, 65535, 0);
+    controller->Serve();
+    return controller;
+}
 
 // The controller plus the serial handler running its loop on its own pinned thread, as
 // the front-end process does. The handler, its link and its ports live on that thread.
@@ -260,8 +221,8 @@ public:
         std::future<unsigned short> port = listening.get_future();
         m_thread = std::thread([this, &listening] {
             PinToOneCpu();
-            CEventLink link(m_controller.Log(), "ascii_bench_frontend");
-            CVeltraneSerialHandler handler(m_controller.Log(), &link, nullptr);
+            CEventLink link(m_controller->Log(), "ascii_bench_frontend");
+            CVeltraneSerialHandler handler(m_controller->Log(), &link, nullptr);
             handler.Begin(false);
             m_handler = &handler;
             listening.set_value(handler.GetServerPort());
@@ -279,7 +240,7 @@ public:
     unsigned short GetPort() const { return m_port; }
 
 private:
-    CFrontEndController m_controller;
+    std::unique_ptr<CBenchController> m_controller = MakeFrontEndController();
     std::atomic<bool> m_stop{false};
     CSerialHandler* m_handler = nullptr;  // Stop() is the one call allowed from elsewhere
     unsigned short m_port = 0;

@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "BenchController.h"
 #include "BenchRatioReporter.h"
 #include "BenchSockets.h"
 #include "RuntimeRoot.h"
@@ -32,63 +33,20 @@
 
 namespace {
 
-class CAcceptAll : public IControlProxy {
-public:
-    bool ApplyControlValue(const std::string&, int) override { return true; }
-    bool ApplyControlText(const std::string&, const std::string&) override { return true; }
-};
-
-// A controller of `count` integer controls "CTL+0000"... plus "BRI", with its IPC front
-// door served on a pinned thread as in the controller's event loop.
-class CBenchController {
-public:
-    explicit CBenchController(int count, bool serve = true) : m_dispatcher(m_log) {
-        NRuntimeRoot::SetRoot(SocketDir());
-        std::filesystem::create_directories(NRuntimeRoot::Path("/var/run/ui"));
-        m_controls.push_back(std::make_unique<CProjCon>(DT_INTEGER, m_dispatcher, m_proxy, "BRI", false, 0, 100, 50,
-                                                        ACCESS_OPERATOR, 0, 0, 0, false));
-        for (int i = 0; i < count; ++i) {
-            char code[16];
-            snprintf(code, sizeof code, "CTL+%04d", i);
-            m_controls.push_back(std::make_unique<CProjCon>(DT_INTEGER, m_dispatcher, m_proxy, code, false, 0, 1000, 0,
-                                                            ACCESS_OPERATOR, 0, 0, 0, false));
-        }
-        m_ipc = std::make_unique<CIpcEventDispatcher>(
-            m_dispatcher, NRuntimeRoot::Path("/var/run/ui/main_controller.socket").c_str(), m_log);
-        if (serve) {
-            m_thread = std::thread([this] {
-                PinToOneCpu();
-                while (!m_stop) {
-                    CSelectWrapper select;
-                    select.Set(m_ipc->GetDescriptor());
-                    if (select.Select(20u) > 0) {
-                        while (m_ipc->ProcessEvents()) {
-                        }
-                    }
-                }
-            });
-        }
+// A controller of `count` integer controls "CTL+0000"... plus "BRI", served or not.
+std::unique_ptr<CBenchController> MakeController(int count, bool serve) {
+    auto controller = std::make_unique<CBenchController>();
+    controller->AddInteger("BRI", 0, 100, 50);
+    for (int i = 0; i < count; ++i) {
+        char code[16];
+        snprintf(code, sizeof code, "CTL+%04d", i);
+        controller->AddInteger(code, 0, 1000, 0);
     }
-    ~CBenchController() {
-        m_stop = true;
-        if (m_thread.joinable()) {
-            m_thread.join();
-        }
-        m_ipc.reset();
-        m_controls.clear();
+    if (serve) {
+        controller->Serve();
     }
-    CIpcEventDispatcher& Ipc() { return *m_ipc; }
-    ILog& Log() { return m_log; }
-
-private:
-    CLogger m_log;  // no sinks: logging costs only its level check
-    CAcceptAll m_proxy;
-    CEventDispatcher m_dispatcher;
-    std::vector<std::unique_ptr<CProjCon>> m_controls;
-    std::unique_ptr<CIpcEventDispatcher> m_ipc;
-    std::atomic<bool> m_stop{false};
-    std::thread m_thread;
-};
+    return controller;
+}
 
 void BM_RawSetRoundTrip(benchmark::State& state) {
     PinToOneCpu();
@@ -114,8 +72,8 @@ BENCHMARK(BM_RawSetRoundTrip)->UseRealTime();
 
 void BM_EventLinkSetValue(benchmark::State& state) {
     PinToOneCpu();
-    CBenchController controller(0);
-    CEventLink link(controller.Log(), "bench");
+    const auto controller = MakeController(0, true);
+    CEventLink link(controller->Log(), "bench");
     int i = 0;
     for (auto _ : state) {
         int value = ++i % 100;
@@ -129,7 +87,7 @@ BENCHMARK(BM_EventLinkSetValue)->UseRealTime();
 
 void BM_ProcessCommands(benchmark::State& state) {
     const int count = static_cast<int>(state.range(0));
-    CBenchController controller(count, false);
+    const auto controller = MakeController(count, false);
     std::vector<CIpcMessage> commands;
     for (int i = 0; i < 64; ++i) {
         char subcode[8];
@@ -145,7 +103,7 @@ void BM_ProcessCommands(benchmark::State& state) {
     for (auto _ : state) {
         CIpcMessage command = commands[next++ % commands.size()];
         CIpcMessage reply(command);
-        controller.Ipc().ProcessCommands(command, reply);
+        controller->Ipc().ProcessCommands(command, reply);
         benchmark::DoNotOptimize(reply);
     }
 }
@@ -154,11 +112,11 @@ BENCHMARK(BM_ProcessCommands)->Arg(50)->Arg(500)->Arg(5000);
 // The set through one link, then the wait until every one of 50 listeners has the change.
 void BM_NotifyFiftyListeners(benchmark::State& state) {
     PinToOneCpu();
-    CBenchController controller(0);
-    CEventLink setter(controller.Log(), "setter");
+    const auto controller = MakeController(0, true);
+    CEventLink setter(controller->Log(), "setter");
     std::vector<std::unique_ptr<CEventLink>> listeners;
     for (int i = 0; i < 50; ++i) {
-        listeners.push_back(std::make_unique<CEventLink>(controller.Log(), ("listener" + std::to_string(i)).c_str()));
+        listeners.push_back(std::make_unique<CEventLink>(controller->Log(), ("listener" + std::to_string(i)).c_str()));
         listeners.back()->NotifyRegister("BRI", "", listeners.back()->GetNotifySocketName());
     }
     int i = 0;

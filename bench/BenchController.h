@@ -1,0 +1,45 @@
+#pragma once
+// CBenchController: a controller for benchmarks, under the benchmark's private runtime
+// root (SocketDir): a dispatcher whose integer controls accept every value, and its IPC
+// front door, served by Serve() on a pinned thread as in the controller's event loop, or
+// driven in-process by the benchmark itself.
+//
+// Controls are added before Serve(); from then on they belong to the serving thread.
+// Logging has no sinks, so it costs only its level check.
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "control/CProjCon.h"
+#include "dispatch/CEventDispatcher.h"
+#include "dispatch/CIpcEventDispatcher.h"
+#include "log/CLogger.h"
+
+class CBenchController {
+public:
+    CBenchController();
+    ~CBenchController();
+
+    void AddInteger(const std::string& code, int min, int max, int value);
+    void Serve();
+    CIpcEventDispatcher& Ipc() { return *m_ipc; }
+    ILog& Log() { return m_log; }
+
+private:
+    class CAcceptAll : public IControlProxy {
+    public:
+        bool ApplyControlValue(const std::string&, int) override { return true; }
+        bool ApplyControlText(const std::string&, const std::string&) override { return true; }
+    };
+
+    CLogger m_log;
+    CAcceptAll m_proxy;
+    CEventDispatcher m_dispatcher;
+    std::vector<std::unique_ptr<CProjCon>> m_controls;
+    std::unique_ptr<CIpcEventDispatcher> m_ipc;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
