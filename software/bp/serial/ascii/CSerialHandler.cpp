@@ -151,17 +151,19 @@ void CSerialHandler::RunOnce(unsigned int timeoutMs) {
     for (auto it = m_connections.begin(); it != m_connections.end();) {
         CSerialParser& parser = *it->parser;
         const int fd = it->port->GetFd();
-        bool remove = parser.IsSelectable() == false && fd >= 0 && parser.GetProtocol() == PROTOCOL_ASCII;
-        if (!remove && fd >= 0 && parser.IsSelectable() && select.IsSet(fd)) {
+        bool remove = false;
+        if (fd < 0) {
+            m_log.LogError("Attempt processing fd -1!");
+            remove = true;
+        } else if (!parser.IsSelectable()) {
+            remove = true;  // closed after a failed write
+        } else if (select.IsSet(fd)) {
             try {
                 remove = parser.ProcessData() == PARSE_NO_DATA;
             } catch (const CException& e) {
                 m_log.LogError("Closing %s: %s", it->port->GetName().c_str(), e.GetMessage().c_str());
                 remove = true;
             }
-        } else if (fd < 0) {
-            m_log.LogError("Attempt processing fd -1!");
-            remove = true;
         }
         if (remove) {
             if (it->port->GetPortId() == PORT_USB_DEVICE) {
