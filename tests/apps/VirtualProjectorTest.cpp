@@ -74,10 +74,13 @@ bool Eventually(Predicate done, int seconds = 10) {
     return true;
 }
 
-// The exit status of a child (128 + signal when killed), or -1 when it has not ended in time.
-int WaitForExit(pid_t pid, int seconds = 15) {
+// The exit status of a child (128 + signal when killed), or -1 when it had not ended in
+// time and has been killed and reaped.
+int WaitForExit(pid_t pid, int seconds) {
     int status = 0;
     if (!Eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; }, seconds)) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
         return -1;
     }
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -193,35 +196,33 @@ protected:
     int Stop(int signal) {
         link.reset();
         kill(projector, signal);
-        const int status = WaitForExit(projector);
-        if (status < 0) {
-            kill(projector, SIGKILL);
-            waitpid(projector, nullptr, 0);
-        }
+        const int status = WaitForExit(projector, 15);
         projector = -1;
         return status;
     }
 
-    // Kills and reaps the front-ends left by a killed projector (found by the sockets they
-    // leave, and now children of this process); returns how many there were.
-    int ReapOrphanedFrontends() {
-        int found = 0;
+    // The pids of the serial front-ends, from the sockets they keep under /var/run/ui.
+    std::vector<pid_t> FrontendPids() const {
+        std::vector<pid_t> pids;
         std::error_code ignored;
         for (const auto& entry : std::filesystem::directory_iterator(root.Path("/var/run/ui"), ignored)) {
             const std::string name = entry.path().filename().string();
             const size_t mark = name.find("_serial_frontend_");
-            if (mark == std::string::npos || name.find(".notify") != std::string::npos) {
-                continue;
+            if (mark != std::string::npos) {
+                pids.push_back(std::stoi(name.substr(0, mark)));
             }
-            const pid_t pid = std::stoi(name.substr(0, mark));
-            const pid_t state = waitpid(pid, nullptr, WNOHANG);  // -1: not ours (reaped before)
-            if (state == 0) {
+        }
+        return pids;
+    }
+    // Kills and reaps the front-ends left by a killed projector (now children of this process;
+    // waitpid fails for those that are not, or were reaped before).
+    void ReapOrphanedFrontends() {
+        for (const pid_t pid : FrontendPids()) {
+            if (waitpid(pid, nullptr, WNOHANG) == 0) {
                 kill(pid, SIGKILL);
                 waitpid(pid, nullptr, 0);
             }
-            found += state >= 0 ? 1 : 0;
         }
-        return found;
     }
 
     // Sends ASCII commands over a new TCP connection and reads until `expected` arrived
@@ -280,10 +281,6 @@ protected:
         const pid_t pid = Spawn(arguments, out, errFile);
         close(out);
         const int status = pid > 0 ? WaitForExit(pid, 30) : -1;
-        if (status < 0 && pid > 0) {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-        }
         return {status, CTempRoot::ReadFile(outFile), CTempRoot::ReadFile(errFile)};
     }
 
@@ -337,13 +334,12 @@ TEST_F(CVirtualProjectorTest, ARefusedValueAnswers112OnEveryFrontEndAndTheOldVal
     EXPECT_EQ(IpcValue("BRI"), 40);
 }
 
-TEST_F(CVirtualProjectorTest, StoredValuesSurviveACleanStopButThePortOptionIsNotStored) {
+TEST_F(CVirtualProjectorTest, StoredValuesSurviveSigtermAndSigkillButThePortOptionIsNotStored) {
     ASSERT_NO_FATAL_FAILURE(Start());
     EXPECT_EQ(Ascii("(#BRI 077)", ")"), "(#BRI!077)");
     CRpc rpc(jsonPort);
     EXPECT_EQ(rpc.Call("control:set", R"({"code": "NAM", "value": "Booth 2"})")["result"]["value"], "Booth 2");
     const int firstAsciiPort = asciiPort;
-
     EXPECT_EQ(Stop(SIGTERM), 0) << Log();
     std::error_code ignored;
     EXPECT_TRUE(std::filesystem::is_empty(root.Path("/var/run/ui"), ignored)) << "sockets left behind";
@@ -354,28 +350,19 @@ TEST_F(CVirtualProjectorTest, StoredValuesSurviveACleanStopButThePortOptionIsNot
     std::string name;
     EXPECT_EQ(link->GetText(ACCESS_OPERATOR, "NAM", "", name), ERR_NONE);
     EXPECT_EQ(name, "Booth 2");
-}
 
-TEST_F(CVirtualProjectorTest, AValueSavedBeforeASigkillSurvivesIt) {
-    ASSERT_NO_FATAL_FAILURE(Start());
+    // A value saved before a SIGKILL survives it.
     int value = 61;
     EXPECT_EQ(link->SetValue(ACCESS_OPERATOR, "BRI", "", value, true), ERR_NONE);
     ASSERT_TRUE(Eventually([this] { return Stored("BRI") == "61"; })) << Log();
-
     EXPECT_EQ(Stop(SIGKILL), 128 + SIGKILL);
     // Its front-end ends with it (and takes its sockets along) instead of holding the port.
     EXPECT_TRUE(Eventually([this] {
         while (waitpid(-1, nullptr, WNOHANG) > 0) {
         }
-        for (const auto& entry : std::filesystem::directory_iterator(root.Path("/var/run/ui"))) {
-            if (entry.path().filename().string().find("_serial_frontend_") != std::string::npos) {
-                return false;
-            }
-        }
-        return true;
+        return FrontendPids().empty();
     }));
     ReapOrphanedFrontends();
-
     ASSERT_NO_FATAL_FAILURE(Start());
     EXPECT_EQ(IpcValue("BRI"), 61);
     EXPECT_EQ(Ascii("(BRI?)", ")"), "(BRI!061)") << Log();
@@ -383,16 +370,9 @@ TEST_F(CVirtualProjectorTest, AValueSavedBeforeASigkillSurvivesIt) {
 
 TEST_F(CVirtualProjectorTest, ADeadFrontEndIsRestartedWhileJsonRpcGoesOn) {
     ASSERT_NO_FATAL_FAILURE(Start());
-    pid_t frontend = -1;
-    for (const auto& entry : std::filesystem::directory_iterator(root.Path("/var/run/ui"))) {
-        const std::string name = entry.path().filename().string();
-        const size_t mark = name.find("_serial_frontend_");
-        if (mark != std::string::npos) {
-            frontend = std::stoi(name.substr(0, mark));
-        }
-    }
-    ASSERT_GT(frontend, 0);
-    ASSERT_EQ(kill(frontend, SIGKILL), 0);
+    const std::vector<pid_t> frontends = FrontendPids();
+    ASSERT_GT(frontends.empty() ? 0 : frontends.front(), 0);
+    ASSERT_EQ(kill(frontends.front(), SIGKILL), 0);
     CRpc rpc(jsonPort);
     EXPECT_EQ(rpc.Call("control:get", R"(["BRI"])")["result"], 50);  // the controller serves on
     EXPECT_TRUE(Eventually([this] { return Log().find("restarting it") != std::string::npos; })) << Log();
@@ -410,7 +390,6 @@ TEST_F(CVirtualProjectorTest, SimulatedStatusRaisesAndClearsAnAlarm) {
     ASSERT_EQ(alarms.size(), 1u) << alarms;
     alarms[0].removeMember("desc");  // the label's text, which depends on the installed translations
     EXPECT_EQ(alarms[0], J(R"({"group": "LAMP", "idx": 1, "status": 2, "value": "Hot"})"));
-
     EXPECT_EQ(rpc.Call("sim:setStatus", R"({"group": "LAMP", "idx": 1, "severity": 0, "value": "Off"})")["result"],
               J("{}"));
     EXPECT_EQ(rpc.Call("status:getAlarms")["result"], J("[]"));
@@ -452,19 +431,22 @@ TEST_F(CVirtualProjectorTest, ABadConfigurationEndsWithStatus2AndOneMessageNamin
 
 TEST_F(CVirtualProjectorTest, VprojctlReachesTheRunningProjectorThroughEachFrontEnd) {
     ASSERT_NO_FATAL_FAILURE(Start());
-    SRun run = Run({VPROJCTL, "--ascii-port", std::to_string(asciiPort), "ascii", "(BRI?)"});
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.out, "(BRI!050)\n");
-    run = Run({VPROJCTL, "--jsonrpc-port", std::to_string(jsonPort), "rpc", "control:get", R"(["BRI"])"});
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.out, "50\n");
-    run = Run({VPROJCTL, "--root", root.GetDir(), "set", "BRI", "13"});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.err.find("error 112"), std::string::npos) << run.err;
-    EXPECT_EQ(run.out, "50\n");
-    run = Run({VPROJCTL, "--root", root.GetDir(), "get", "NAM"});
-    EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.out, "Virtual Projector\n");
+    const struct {
+        std::vector<std::string> command;
+        int status;
+        std::string out, err;
+    } kRuns[] = {
+        {{VPROJCTL, "--ascii-port", std::to_string(asciiPort), "ascii", "(BRI?)"}, 0, "(BRI!050)\n", ""},
+        {{VPROJCTL, "--jsonrpc-port", std::to_string(jsonPort), "rpc", "control:get", R"(["BRI"])"}, 0, "50\n", ""},
+        {{VPROJCTL, "--root", root.GetDir(), "set", "BRI", "13"}, 1, "50\n", "error 112"},
+        {{VPROJCTL, "--root", root.GetDir(), "get", "NAM"}, 0, "Virtual Projector\n", ""},
+    };
+    for (const auto& expected : kRuns) {
+        const SRun run = Run(expected.command);
+        EXPECT_EQ(run.status, expected.status) << expected.command[3] << ": " << run.err;
+        EXPECT_EQ(run.out, expected.out) << expected.command[3];
+        EXPECT_NE(run.err.find(expected.err), std::string::npos) << run.err;
+    }
 }
 
 TEST_F(CVirtualProjectorTest, VprojctlWithoutAProjectorSaysSoAndExits1) {

@@ -1,10 +1,9 @@
 #pragma once
-// CC4jFixture: the JSON-RPC API of a controller under a private runtime root, driven from
-// the test thread: a dispatcher with a few controls of each kind, a status database, a
-// menu model (empty until a test loads one), the IPC event dispatcher, the JSON-RPC
-// server on 127.0.0.1 (any free port) with a hand-driven clock, the control, menu and
-// status handlers, and the controller loop. The loop turns only inside the helpers, so
-// a test may touch controls and the database directly between exchanges.
+// CC4jFixture: a controller's JSON-RPC API under a private runtime root, driven from the
+// test thread: controls of each kind, a status database, a menu model (empty until loaded),
+// the server on 127.0.0.1 (any free port) with a hand-driven clock, the handlers and the
+// controller loop, which turns only inside the helpers (so tests may touch controls and
+// the database directly between exchanges).
 //
 // Controls (access group 2 unless said):
 //   BRI  integer 0..100, default 50, label text 11 ("Auto Detect")
@@ -201,31 +200,17 @@ private:
     }
 
     void AddControls() {
-        auto add = [this](CProjCon* control) { controls.emplace_back(control); };
+        auto add = [this](CProjCon* control) { return controls.emplace_back(control).get(); };
         add(new CProjCon(DT_INTEGER, dispatcher, proxy, "BRI", false, 0, 100, 50, ACCESS_OPERATOR, 11, 0, 0, false));
-        auto* contrast = new CProjCon(DT_INTEGER_SOFT_LIMITS, dispatcher, proxy, "CON", false, 0, 100, 40,
-                                      ACCESS_OPERATOR, 0, 0, 1, false);
-        add(contrast);
-        contrast->SetSoftRange(10, true, 90, true);
+        add(new CProjCon(DT_INTEGER_SOFT_LIMITS, dispatcher, proxy, "CON", false, 0, 100, 40, ACCESS_OPERATOR, 0, 0, 1,
+                         false))
+            ->SetSoftRange(10, true, 90, true);
         add(new CProjCon(DT_BOOLEAN, dispatcher, proxy, "LMP", false, false, ACCESS_OPERATOR, 0, 0, false));
-        auto* reset = new CProjCon(DT_ACTION, dispatcher, proxy, "RST", false, ACCESS_OPERATOR, 0, 0, 0, false);
-        add(reset);
-        reset->SetConfirmText(5);
-        auto* input = new CProjCon(DT_LIST, dispatcher, proxy, "INP", false, 1, ACCESS_OPERATOR, 0, 0, false);
-        add(input);
-        auto entry = [](int value, const char* text, const char* icon, bool shown, bool selectable) {
-            SListEntry e;
-            e.value = value;
-            e.text = text;
-            e.iconPath = icon;
-            e.shown = shown;
-            e.selectable = selectable;
-            return e;
-        };
-        const SListEntry hdmi = entry(1, "HDMI", "input/hdmi", true, true);
-        const SListEntry dvi = entry(2, "DVI", "", true, false);
-        const SListEntry sdi = entry(3, "SDI", "", false, true);
-        input->AddList({hdmi, dvi, sdi});
+        add(new CProjCon(DT_ACTION, dispatcher, proxy, "RST", false, ACCESS_OPERATOR, 0, 0, 0, false))->SetConfirmText(5);
+        // value, text id, user data, shown, selectable, text, icon
+        add(new CProjCon(DT_LIST, dispatcher, proxy, "INP", false, 1, ACCESS_OPERATOR, 0, 0, false))
+            ->AddList({SListEntry{1, 0, 0, true, true, "HDMI", "input/hdmi"}, SListEntry{2, 0, 0, true, false, "DVI", ""},
+                       SListEntry{3, 0, 0, false, true, "SDI", ""}});
         add(new CProjCon(DT_TEXT, dispatcher, proxy, "NAM", false, 1, 16, "Projector", ACCESS_OPERATOR, 0, 0, false));
         add(new CProjCon(DT_INTEGER, dispatcher, proxy, "RDO", false, 0, 10, 0, ACCESS_OPERATOR, 0, 0, 0, true));
         add(new CProjCon(DT_INTEGER, dispatcher, proxy, "SEC", false, 0, 10, 0, ACCESS_PROTECTED, 0, 0, 0, false));

@@ -7,6 +7,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "CJsonMenu.h"
 #include "TempRoot.h"
@@ -64,23 +65,18 @@ TEST_F(CJsonMenuTest, InitializeLoadsTheNamedOrDefaultMenuAndTheFavourites) {
 
 TEST_F(CJsonMenuTest, FailedMenuLoadsReportTheCauseAndKeepThePreviousMenu) {
     m_root.WriteFile("/etc/menu.json", kMenu);
-    m_root.WriteFile("/etc/broken.json", R"({"MAIN": {"items": [})");
-    m_root.WriteFile("/etc/array.json", R"([{"MAIN": {}}])");
-    m_root.WriteFile("/etc/extra.json", R"({"MAIN": {}} {"PICT": {}})");
-    m_root.WriteFile("/etc/twice.json", R"({"MAIN": {}, "MAIN": {}})");
     m_root.MakeDir("/etc/folder.json");
     m_menu.LoadMenuFile("menu.json");
-
-    const std::string read = "Unable to read menu configuration " + m_root.Path("/etc/");
-    const std::pair<std::string, std::string> cases[] = {
+    std::vector<std::pair<std::string, std::string>> cases = {
         {"", "Unable to find menu configuration - path not specified."},
         {"absent.json", "Unable to find menu configuration " + m_root.Path("/etc/absent.json")},
-        {"broken.json", read + "broken.json"},
-        {"array.json", read + "array.json"},
-        {"extra.json", read + "extra.json"},
-        {"twice.json", read + "twice.json"},
-        {"folder.json", read + "folder.json"},
-    };
+        {"folder.json", "Unable to read menu configuration " + m_root.Path("/etc/folder.json")}};
+    const std::pair<std::string, std::string> unreadable[] = {{"broken", R"({"MAIN": {"items": [})"},
+        {"array", R"([{"MAIN": {}}])"}, {"extra", R"({"MAIN": {}} {"PICT": {}})"}, {"twice", R"({"MAIN": {}, "MAIN": {}})"}};
+    for (const auto& [name, contents] : unreadable) {
+        m_root.WriteFile("/etc/" + name + ".json", contents);
+        cases.emplace_back(name + ".json", "Unable to read menu configuration " + m_root.Path("/etc/" + name + ".json"));
+    }
     for (const auto& c : cases) {
         EXPECT_EQ(ThrownMessage([&] { m_menu.LoadMenuFile(c.first); }), c.second);
         EXPECT_EQ(Listing("MAIN"), J(R"({"label": "Main", "items": ["MMM+PICT", "NAM"]})")) << c.first;
@@ -161,9 +157,8 @@ TEST_F(CJsonMenuTest, FavouriteChangesAreStoredAtOnceCompactly) {
     EXPECT_EQ(StoredFavorites(), "[]");
     EXPECT_EQ(m_menu.GetFavMenuListing(), Json::Value(Json::arrayValue));
     EXPECT_FALSE(fs::exists(m_root.Path(CJsonMenu::kFavoritesTempPath)));
-}
 
-TEST_F(CJsonMenuTest, FavSetRefusesAnythingButAListOfStrings) {
+    // FavSet refuses anything but a list of strings.
     m_menu.FavSet(J(R"(["BRI"])"));
     EXPECT_EQ(ThrownMessage([&] { m_menu.FavSet(J(R"({"0": "CON"})")); }), "Unsupported favorite type: non-array");
     EXPECT_EQ(ThrownMessage([&] { m_menu.FavSet(Json::Value("CON")); }), "Unsupported favorite type: non-array");
@@ -173,7 +168,7 @@ TEST_F(CJsonMenuTest, FavSetRefusesAnythingButAListOfStrings) {
     EXPECT_EQ(StoredFavorites(), R"(["BRI"])");
 }
 
-TEST_F(CJsonMenuTest, FailedSaveKeepsTheStoredFileAndTheList) {
+TEST_F(CJsonMenuTest, FailedSavesAndLoadsOfFavouritesThrowAndKeepTheStoredFileAndTheList) {
     const std::string message = "Unable to save favorites menu file " + FavFile();
     m_root.WriteFile("/var/data", "a file where the directory belongs");
     EXPECT_EQ(ThrownMessage([&] { m_menu.FavAppend("BRI"); }), message);
@@ -187,16 +182,14 @@ TEST_F(CJsonMenuTest, FailedSaveKeepsTheStoredFileAndTheList) {
     EXPECT_EQ(ThrownMessage([&] { m_menu.FavSet(J(R"(["X"])")); }), message);
     EXPECT_EQ(m_menu.GetFavMenuListing(), J(R"(["BRI"])"));
     EXPECT_EQ(StoredFavorites(), R"(["BRI"])");
-}
 
-TEST_F(CJsonMenuTest, UnreadableFavouritesFileThrowsOnLoadAndKeepsTheList) {
-    m_menu.FavSet(J(R"(["BRI"])"));
-    const std::string message = "Unable to read favorites menu file " + FavFile();
+    // An unreadable file throws on load and keeps the list.
+    const std::string readMessage = "Unable to read favorites menu file " + FavFile();
     const std::string cases[] = {"", "[\"CON\"", "{\"a\": \"CON\"}", "\"CON\"", "[\"CON\", 5]", "[] []",
                                  std::string(100000, '[')};
     for (const std::string& contents : cases) {
         m_root.WriteFile(CJsonMenu::kFavoritesPath, contents);
-        EXPECT_EQ(ThrownMessage([&] { m_menu.FavLoad(); }), message) << contents.substr(0, 20);
+        EXPECT_EQ(ThrownMessage([&] { m_menu.FavLoad(); }), readMessage) << contents.substr(0, 20);
         EXPECT_EQ(m_menu.GetFavMenuListing(), J(R"(["BRI"])"));
     }
     fs::remove(FavFile());

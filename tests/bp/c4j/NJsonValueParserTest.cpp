@@ -23,48 +23,41 @@ Json::Value J(const std::string& text) {
     return value;
 }
 
-// One element text, placed both as [X] and as {"v": X}, and what every reader form must
-// make of it.
+// One element text, placed both as [X] and as {"v": X}, and what every reader form of one
+// number type must make of it: the value, else the given default (0 for the one-result form).
 struct SNumberCase {
     const char* element;
     bool found;
     long long value;
 };
 
-TEST(NJsonValueParserTest, IntReadersAcceptWholeNumbersInRangeOnly) {
-    const SNumberCase cases[] = {
-        {"3", true, 3},           {"-7", true, -7},          {"3.0", true, 3},
-        {"-0.0", true, 0},        {"2147483647", true, INT_MAX}, {"-2147483648", true, INT_MIN},
-        {"3.5", false, 0},        {"1e20", false, 0},        {"2147483648", false, 0},
-        {"-2147483649", false, 0}, {"true", false, 0},       {"\"3\"", false, 0},
-        {"null", false, 0},       {"[3]", false, 0},
-    };
+template <typename T, typename FromObj, typename FromArray2, typename FromArray>
+void CheckReaders(std::initializer_list<SNumberCase> cases, T fallback, FromObj fromObj, FromArray2 fromArray2,
+                  FromArray fromArray) {
     for (const SNumberCase& c : cases) {
         SCOPED_TRACE(c.element);
         const Json::Value array = J(std::string("[") + c.element + "]");
-        const Json::Value object = J(std::string("{\"v\":") + c.element + "}");
-        const int expected = c.found ? static_cast<int>(c.value) : -99;
-        EXPECT_EQ(GetIntFromObj(object, "v", -99), std::make_pair(c.found, expected));
-        EXPECT_EQ(GetIntFromArray2(array, 0, -99), std::make_pair(c.found, expected));
-        EXPECT_EQ(GetIntFromArray(array, 0), c.found ? expected : 0);
+        const T expected = c.found ? static_cast<T>(c.value) : fallback;
+        EXPECT_EQ(fromObj(J(std::string("{\"v\":") + c.element + "}"), "v", fallback), std::make_pair(c.found, expected));
+        EXPECT_EQ(fromArray2(array, 0, fallback), std::make_pair(c.found, expected));
+        EXPECT_EQ(fromArray(array, 0), c.found ? expected : T(0));
     }
 }
 
+TEST(NJsonValueParserTest, IntReadersAcceptWholeNumbersInRangeOnly) {
+    CheckReaders({{"3", true, 3},            {"-7", true, -7},          {"3.0", true, 3},
+                  {"-0.0", true, 0},         {"2147483647", true, INT_MAX}, {"-2147483648", true, INT_MIN},
+                  {"3.5", false, 0},         {"1e20", false, 0},        {"2147483648", false, 0},
+                  {"-2147483649", false, 0}, {"true", false, 0},        {"\"3\"", false, 0},
+                  {"null", false, 0},        {"[3]", false, 0}},
+                 -99, GetIntFromObj, GetIntFromArray2, GetIntFromArray);
+}
+
 TEST(NJsonValueParserTest, UIntReadersRefuseNegativesAndValuesBeyondUnsignedRange) {
-    const SNumberCase cases[] = {
-        {"0", true, 0},       {"4294967295", true, UINT_MAX}, {"7.0", true, 7},
-        {"-1", false, 0},     {"-1.0", false, 0},             {"4294967296", false, 0},
-        {"0.5", false, 0},    {"false", false, 0},            {"\"7\"", false, 0},
-    };
-    for (const SNumberCase& c : cases) {
-        SCOPED_TRACE(c.element);
-        const Json::Value array = J(std::string("[") + c.element + "]");
-        const Json::Value object = J(std::string("{\"v\":") + c.element + "}");
-        const unsigned int expected = c.found ? static_cast<unsigned int>(c.value) : 99u;
-        EXPECT_EQ(GetUIntFromObj(object, "v", 99u), std::make_pair(c.found, expected));
-        EXPECT_EQ(GetUIntFromArray2(array, 0, 99u), std::make_pair(c.found, expected));
-        EXPECT_EQ(GetUIntFromArray(array, 0), c.found ? expected : 0u);
-    }
+    CheckReaders({{"0", true, 0},    {"4294967295", true, UINT_MAX}, {"7.0", true, 7},
+                  {"-1", false, 0},  {"-1.0", false, 0},             {"4294967296", false, 0},
+                  {"0.5", false, 0}, {"false", false, 0},            {"\"7\"", false, 0}},
+                 99u, GetUIntFromObj, GetUIntFromArray2, GetUIntFromArray);
 }
 
 TEST(NJsonValueParserTest, BoolReadersAcceptRealBooleansOnly) {
@@ -124,19 +117,17 @@ TEST(NJsonValueParserTest, WrongContainersAndMissingElementsGiveTheDefault) {
     EXPECT_EQ(GetBoolFromObj(object, "w", true), std::make_pair(false, true));
 }
 
-TEST(NJsonValueParserTest, ArrayAndObjectMembersAreReturnedOnlyWithTheirKind) {
-    const Json::Value object = J(R"({"list": [1, "a"], "map": {"k": 2}, "n": 3})");
+TEST(NJsonValueParserTest, ArrayObjectAndStringsMembersAreReturnedOnlyWithTheirKind) {
+    Json::Value object = J(R"({"list": [1, "a"], "map": {"k": 2}, "n": 3})");
     EXPECT_EQ(GetArrayFromObj(object, "list"), J(R"([1, "a"])"));
     EXPECT_TRUE(GetArrayFromObj(object, "map").isNull());
     EXPECT_TRUE(GetArrayFromObj(object, "n").isNull());
     EXPECT_EQ(GetObjFromObj(object, "map"), J(R"({"k": 2})"));
     EXPECT_TRUE(GetObjFromObj(object, "list").isNull());
     EXPECT_TRUE(GetObjFromObj(object, "missing").isNull());
-}
 
-TEST(NJsonValueParserTest, StringsFromObjTakesOneTextOrTheTextsOfAList) {
-    const Json::Value object = J(R"({"one": "BRI", "list": ["BRI", "CON"], "mixed": [1, "CON", null, "BRI"],
-                                     "number": 5, "map": {"a": "b"}})");
+    // Strings take one text or the texts of a list.
+    object = J(R"({"one": "BRI", "list": ["BRI", "CON"], "mixed": [1, "CON", null, "BRI"], "number": 5, "map": {"a": "b"}})");
     using Texts = std::vector<std::string>;
     EXPECT_EQ(GetStringsFromObj(object, "one"), Texts({"BRI"}));
     EXPECT_EQ(GetStringsFromObj(object, "list"), Texts({"BRI", "CON"}));
@@ -146,7 +137,7 @@ TEST(NJsonValueParserTest, StringsFromObjTakesOneTextOrTheTextsOfAList) {
     EXPECT_EQ(GetStringsFromObj(object, "missing"), Texts());
 }
 
-TEST(NJsonValueParserTest, CodeOfARequestIsTheFirstParameterOrCodeMemberInUpperCase) {
+TEST(NJsonValueParserTest, CodeOfARequestIsTheFirstParameterOrCodeMemberInUpperCaseAsciiOnly) {
     const std::pair<const char*, const char*> cases[] = {
         {R"(["summ"])", "SUMM"},  {R"({"code": "gio+stat"})", "GIO+STAT"}, {R"(["Bri", 5])", "BRI"},
         {"5", ""},                {R"("bri")", ""},                         {"[]", ""},
@@ -156,9 +147,7 @@ TEST(NJsonValueParserTest, CodeOfARequestIsTheFirstParameterOrCodeMemberInUpperC
     for (const auto& c : cases) {
         EXPECT_EQ(GetCodeFromParams(J(c.first)), c.second) << c.first;
     }
-}
-
-TEST(NJsonValueParserTest, ParseCodeUpperCasesAsciiAndLeavesTheCodeOnNonStrings) {
+    // ParseCode upper-cases ASCII only and leaves the code alone on non-strings.
     std::string code = "OLD";
     EXPECT_FALSE(ParseCode(Json::Value(12), code));
     EXPECT_EQ(code, "OLD");

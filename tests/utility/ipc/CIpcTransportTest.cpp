@@ -30,6 +30,10 @@ std::vector<unsigned char> Wire(CIpcMessage& message) {
     return std::vector<unsigned char>(data, data + size);
 }
 
+void Send(CDomainSocket& from, const std::vector<unsigned char>& bytes, const std::string& to) {
+    from.SendTo(bytes.data(), static_cast<int>(bytes.size()), to.c_str(), 0);
+}
+
 class CIpcTransport : public ::testing::Test {
 protected:
     static CIpcMessage Command() {
@@ -63,8 +67,7 @@ protected:
         reply.MakeReply(0);
         reply.SetSequence(sequence);
         reply.AddArg(0, value);
-        const auto bytes = Wire(reply);
-        server.SendTo(bytes.data(), static_cast<int>(bytes.size()), request.GetReplyAddress().c_str(), 0);
+        Send(server, Wire(reply), request.GetReplyAddress());
     }
 
     CTempRoot root;
@@ -109,12 +112,6 @@ TEST_F(CIpcTransport, SocketErrorsNameThePaths) {
     }
 }
 
-TEST_F(CIpcTransport, NonBlockingReceiveWithNothingWaitingReturnsZero) {
-    CDomainSocket socket(serverPath.c_str());
-    unsigned char buffer[16];
-    EXPECT_EQ(socket.RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), 0);
-}
-
 TEST_F(CIpcTransport, QueueDepthIsWrittenUnderTheRuntimeRoot) {
     const std::string file = root.WriteFile("/proc/sys/net/unix/max_dgram_qlen", "10\n");
     CDomainSocket::SetQueueDepth(512);
@@ -132,8 +129,7 @@ TEST_F(CIpcTransport, ServerAnswersEachClientUnderItsSequence) {
             bool complete = false;
             ASSERT_TRUE(server.GetMessage(request, &complete));
             ASSERT_TRUE(complete);
-            std::string value;
-            request.GetArg(0, value);
+            const std::string value = ValueOf(request);
             request.MakeReply(0);
             request.AddArg(0, "echo " + value);
             ASSERT_TRUE(server.ResponseMessage(request));
@@ -159,49 +155,35 @@ TEST_F(CIpcTransport, ServerAnswersEachClientUnderItsSequence) {
     EXPECT_EQ(second.GetSequence(), 1u);
 }
 
-TEST_F(CIpcTransport, LateRepliesAreSkippedWithinTheSameWait) {
+TEST_F(CIpcTransport, WaitSkipsLateRepliesAndEndsOnANewerOne) {
     CDomainSocket server(serverPath.c_str());
     CIpcClient client(serverPath.c_str(), clientPath.c_str());
-    CIpcMessage first = Command();
-    client.TransmitMessage(first);  // transaction 1 times out without a reply
-    CIpcMessage second(first);
-    client.TransmitMessage(second);
-
+    CIpcMessage message = Command();
+    CIpcMessage reply;
+    client.TransmitMessage(message);  // transaction 1 times out without a reply
+    client.TransmitMessage(message);
     const CIpcMessage request1 = ReceiveOnRawServer(server);
     const CIpcMessage request2 = ReceiveOnRawServer(server);
     EXPECT_EQ(request1.GetSequence(), 1u);
     EXPECT_EQ(request2.GetSequence(), 2u);
     SendReply(server, request1, 1, "late");
     SendReply(server, request2, 2, "current");
-
-    CIpcMessage reply;
     ASSERT_TRUE(client.MessageWait(reply, 5000));
     EXPECT_EQ(ValueOf(reply), "current");
-}
 
-TEST_F(CIpcTransport, ReplyToANewerTransactionEndsTheWait) {
-    CDomainSocket server(serverPath.c_str());
-    CIpcClient client(serverPath.c_str(), clientPath.c_str());
-    CIpcMessage message = Command();
+    // A reply to a newer transaction ends the wait even with the right one queued behind it.
     client.TransmitMessage(message);
-    const CIpcMessage request = ReceiveOnRawServer(server);
-    SendReply(server, request, 9, "future");
-    SendReply(server, request, 1, "current");
-    CIpcMessage reply;
+    const CIpcMessage request3 = ReceiveOnRawServer(server);
+    SendReply(server, request3, 9, "future");
+    SendReply(server, request3, 3, "current");
     EXPECT_FALSE(client.MessageWait(reply, 5000));
-}
 
-TEST_F(CIpcTransport, OnlyLateRepliesMeanATimeOut) {
-    CDomainSocket server(serverPath.c_str());
-    CIpcClient client(serverPath.c_str(), clientPath.c_str());
-    CIpcMessage message = Command();
+    // Nothing but late replies is a time-out.
     client.TransmitMessage(message);
     client.TransmitMessage(message);
-    const CIpcMessage request = ReceiveOnRawServer(server);
     for (int i = 0; i < 3; ++i) {
-        SendReply(server, request, 1, "late");
+        SendReply(server, request3, 4, "late");
     }
-    CIpcMessage reply;
     EXPECT_FALSE(client.MessageWait(reply, 100));
 }
 
@@ -214,7 +196,7 @@ TEST_F(CIpcTransport, IncompleteDatagramsAreIgnoredOnBothSides) {
     proper.AddArg(0, 50);
     auto bytes = Wire(proper);
     bytes[22] = static_cast<unsigned char>(bytes[22] + 1);  // size off by one
-    stranger.SendTo(bytes.data(), static_cast<int>(bytes.size()), serverPath.c_str(), 0);
+    Send(stranger, bytes, serverPath);
 
     CIpcMessage received;
     received.SetCode("OLD");
@@ -232,7 +214,7 @@ TEST_F(CIpcTransport, IncompleteDatagramsAreIgnoredOnBothSides) {
     received.AddArg(0, "broken");
     auto broken = Wire(received);
     broken.pop_back();
-    stranger.SendTo(broken.data(), static_cast<int>(broken.size()), clientPath.c_str(), 0);
+    Send(stranger, broken, clientPath);
     received.AddArg(0, "whole");
     ASSERT_TRUE(server.ResponseMessage(received));
 
@@ -241,8 +223,10 @@ TEST_F(CIpcTransport, IncompleteDatagramsAreIgnoredOnBothSides) {
     EXPECT_EQ(ValueOf(reply), "whole");
 }
 
-TEST_F(CIpcTransport, NoReplyIsATimeOutNotAnError) {
+TEST_F(CIpcTransport, NothingWaitingIsATimeOutNotAnError) {
     CDomainSocket server(serverPath.c_str());
+    unsigned char buffer[16];
+    EXPECT_EQ(server.RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), 0);
     CIpcClient client(serverPath.c_str(), clientPath.c_str());
     CIpcMessage message = Command();
     CIpcMessage reply;

@@ -37,57 +37,42 @@ protected:
     const std::string m_dir = m_root.MakeDir("/var/log/projector") + "/";
 };
 
-TEST_F(CLogFileByDateTest, FileNamedByDirectoryPrefixAndLocalDate) {
+TEST_F(CLogFileByDateTest, FileNamedByDirectoryPrefixAndLocalDateForEverySinkOfTheProcess) {
     CLogFileByDate::Update(NoonOn(2031, 3, 14));
-    CLogFileByDate sink(m_dir.substr(0, m_dir.size() - 1), "control-", 7);
-    EXPECT_EQ(sink.GetFileName(), m_dir + "control-2031-03-14");
+    CLogFileByDate control(m_dir.substr(0, m_dir.size() - 1), "control-", 7);
+    EXPECT_EQ(control.GetFileName(), m_dir + "control-2031-03-14");
     EXPECT_TRUE(Exists(m_dir + "control-2031-03-14"));
 
-    CLogFileByDate::Update(NoonOn(2031, 3, 15));
-    EXPECT_EQ(sink.GetFileName(), m_dir + "control-2031-03-15");
+    CLogFileByDate service(m_dir, "service-", 3);
+    CLogFileByDate::Update(NoonOn(2031, 3, 15));  // the sinks change day together
+    EXPECT_EQ(control.GetFileName(), m_dir + "control-2031-03-15");
+    EXPECT_EQ(service.GetFileName(), m_dir + "service-2031-03-15");
     EXPECT_TRUE(Exists(m_dir + "control-2031-03-15"));
 }
 
-TEST_F(CLogFileByDateTest, MissingDirectoryThrows) {
+TEST_F(CLogFileByDateTest, MissingDirectoryThrowsAtStartAndAtDayChange) {
     const std::string missing = m_root.Path("/var/log/absent/");
     EXPECT_EQ(ThrownMessage([&] { CLogFileByDate sink(missing, "control-", 7); }),
               "Cannot locate log-by-date directory: " + missing);
-}
-
-TEST_F(CLogFileByDateTest, DirectoryGoneAtDayChangeReportedLikeAtStart) {
     CLogFileByDate sink(m_dir, "control-", 7);
     std::filesystem::remove_all(m_dir);
     EXPECT_EQ(ThrownMessage([] { ChangeDayTo(2031, 5, 20); }), "Cannot locate log-by-date directory: " + m_dir);
 }
 
-TEST_F(CLogFileByDateTest, DayChangeDeletesOwnFilesKeepDaysOld) {
+TEST_F(CLogFileByDateTest, DayChangeDeletesOwnFilesKeepDaysOldUnlessKeepDaysIsZero) {
     for (const char* name : {"control-2031-07-03", "control-2031-07-04", "service-2031-06-01", "control-notes"}) {
         m_root.WriteFile("/var/log/projector/" + std::string(name), "old\n");
     }
     CLogFileByDate::Update(NoonOn(2031, 7, 9));
     CLogFileByDate sink(m_dir, "control-", 7);
+    CLogFileByDate keepAll(m_dir, "service-", 0);
     EXPECT_TRUE(Exists(m_dir + "control-2031-07-03")) << "deleted before its day came";
 
     CLogFileByDate::Update(NoonOn(2031, 7, 10));
     EXPECT_FALSE(Exists(m_dir + "control-2031-07-03"));
-    EXPECT_TRUE(Exists(m_dir + "control-2031-07-04"));
-    EXPECT_TRUE(Exists(m_dir + "service-2031-06-01"));
-    EXPECT_TRUE(Exists(m_dir + "control-notes"));
-}
-
-TEST_F(CLogFileByDateTest, KeepDaysZeroKeepsEveryFile) {
-    m_root.WriteFile("/var/log/projector/control-2001-01-01", "old\n");
-    CLogFileByDate sink(m_dir, "control-", 0);
-    ChangeDayTo(2031, 9, 2);
-    EXPECT_TRUE(Exists(m_dir + "control-2001-01-01"));
-}
-
-TEST_F(CLogFileByDateTest, SinksOfOneProcessChangeDayTogether) {
-    CLogFileByDate control(m_dir, "control-", 7);
-    CLogFileByDate service(m_dir, "service-", 3);
-    ChangeDayTo(2031, 11, 6);
-    EXPECT_EQ(control.GetFileName(), m_dir + "control-2031-11-06");
-    EXPECT_EQ(service.GetFileName(), m_dir + "service-2031-11-06");
+    for (const char* kept : {"control-2031-07-04", "service-2031-06-01", "control-notes"}) {
+        EXPECT_TRUE(Exists(m_dir + kept)) << kept;
+    }
 }
 
 TEST_F(CLogFileByDateTest, SizeCountsBytesWritten) {

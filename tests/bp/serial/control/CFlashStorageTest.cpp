@@ -27,7 +27,6 @@ protected:
     std::string File(const std::string& code) const { return m_root.Path(kDir + code); }
     void Store(const std::string& code, const std::string& contents) { m_root.WriteFile(kDir + code, contents); }
     bool Logged(const std::string& text) const { return m_log.Logged(text); }
-    size_t Count(const std::string& text) const { return m_log.Count(text); }
 
     CTempRoot m_root;
     CBufferedLog m_log{64};
@@ -40,7 +39,8 @@ protected:
     CFlashStorage m_storage{m_dispatcher, m_log, m_clock, kDir, 1000};
 };
 
-TEST_F(CFlashStorageTest, SaveWritesPendingControlsOrAllWhenForced) {
+TEST_F(CFlashStorageTest, SaveWritesPendingControlsOrAllWhenForcedButNeverBindsANonPersistentOne) {
+    EXPECT_THROW(m_storage.Bind(m_volatile), CException);
     m_bri.SetValue(70);
     m_volatile.SetValue(5);
     EXPECT_EQ(m_storage.Save(), 1u);
@@ -89,10 +89,7 @@ TEST_F(CFlashStorageTest, MissingOrUnreadableFileKeepsDefault) {
 TEST_F(CFlashStorageTest, StoredValueOutsideTodaysRangeIsLimitedByTheControl) {
     Store("BRI", "150");
     CProjCon input(DT_LIST, m_dispatcher, m_proxy, "INP", true, 1, ACCESS_OPERATOR, 0, 0, false);
-    SListEntry entries[2];
-    entries[0].value = 1;
-    entries[1].value = 2;
-    input.AddList({entries[0], entries[1]});
+    input.AddList({{1, 0, 0, true, true, "", ""}, {2, 0, 0, true, true, "", ""}});  // entries 1 and 2
     m_storage.Bind(input);
     Store("INP", "7");
     m_storage.LoadAll();
@@ -129,11 +126,10 @@ TEST_F(CFlashStorageTest, FailedSaveKeepsOldFileAndSavePending) {
     EXPECT_EQ(CTempRoot::ReadFile(File("BRI")), "70");
 
     // The directory has gone and a file stands in its place.
-    m_log.Clear();
     fs::remove_all(m_root.Path(kDir));
     m_root.WriteFile("/var/data/controls", "not a directory");
     EXPECT_EQ(m_storage.Save(), 0u);
-    EXPECT_TRUE(Logged("Save value of BRI error: "));
+    EXPECT_EQ(m_log.Count("Save value of BRI error: "), 2u);
     EXPECT_TRUE(m_bri.IsSavePending());
     EXPECT_EQ(CTempRoot::ReadFile(m_root.Path("/var/data/controls")), "not a directory");
 }
@@ -154,7 +150,7 @@ TEST_F(CFlashStorageTest, DispatcherUpdateSavesBurstOnceAfterTheDelay) {
         m_clock.AdvanceMs(5000);
         m_dispatcher.Update();
     }
-    EXPECT_EQ(Count("save value of BRI"), 1u);
+    EXPECT_EQ(m_log.Count("save value of BRI"), 1u);
 
     // A later change waits its own delay from the moment it is seen.
     m_bri.SetValue(63);
@@ -167,8 +163,5 @@ TEST_F(CFlashStorageTest, DispatcherUpdateSavesBurstOnceAfterTheDelay) {
     EXPECT_EQ(CTempRoot::ReadFile(File("BRI")), "63");
 }
 
-TEST_F(CFlashStorageTest, BindRejectsNonPersistentControl) {
-    EXPECT_THROW(m_storage.Bind(m_volatile), CException);
-}
 
 }  // namespace

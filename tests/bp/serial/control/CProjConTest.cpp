@@ -18,11 +18,7 @@ namespace {
 EDisplayType Type(int type) { return static_cast<EDisplayType>(type); }
 
 SListEntry Entry(int value, bool selectable = true, const std::string& text = "") {
-    SListEntry entry;
-    entry.value = value;
-    entry.selectable = selectable;
-    entry.text = text;
-    return entry;
+    return {value, 0, 0, true, selectable, text, ""};
 }
 
 class CProjConTest : public ::testing::Test {
@@ -44,9 +40,13 @@ protected:
         return std::make_unique<CProjCon>(Type(type), m_dispatcher, m_proxy, code, true, minLength, maxLength, text,
                                           ACCESS_OPERATOR, 0, 0, false);
     }
-    std::unique_ptr<CProjCon> List(int value) {
-        return std::make_unique<CProjCon>(DT_LIST, m_dispatcher, m_proxy, "INP", false, value, ACCESS_OPERATOR, 0,
+    std::unique_ptr<CProjCon> List(int value, int type = DT_LIST, const std::string& code = "INP") {
+        return std::make_unique<CProjCon>(Type(type), m_dispatcher, m_proxy, code, false, value, ACCESS_OPERATOR, 0,
                                           0, false);
+    }
+    std::unique_ptr<CProjCon> Action(int type, const std::string& code, int continueText = 0) {
+        return std::make_unique<CProjCon>(Type(type), m_dispatcher, m_proxy, code, false, ACCESS_OPERATOR, 0, 0,
+                                          continueText, false);
     }
     std::unique_ptr<CProjCon> Boolean(int type, const std::string& code = "BRI") {
         return std::make_unique<CProjCon>(Type(type), m_dispatcher, m_proxy, code, false, false, ACCESS_OPERATOR, 0,
@@ -78,16 +78,8 @@ TEST_F(CProjConTest, ConstructorRejectsInvalidArgumentsAndLeavesNoRegistration) 
         {[&] { Integer(0, 10, 5, 300); }, "Invalid integer type 300"},
         {[&] { Integer(0, 10, 5, DT_INTEGER, false, false, 8); }, "Invalid number of decimals 8"},
         {[&] { Boolean(200); }, "Invalid boolean type 200"},
-        {[&] {
-             std::make_unique<CProjCon>(DT_INTEGER, m_dispatcher, m_proxy, "BRI", false, 0, ACCESS_OPERATOR, 0, 0,
-                                        false);
-         },
-         "Invalid list type 200"},
-        {[&] {
-             std::make_unique<CProjCon>(DT_BOOLEAN, m_dispatcher, m_proxy, "BRI", false, ACCESS_OPERATOR, 0, 0, 0,
-                                        false);
-         },
-         "Invalid action type 100"},
+        {[&] { List(0, DT_INTEGER, "BRI"); }, "Invalid list type 200"},
+        {[&] { Action(DT_BOOLEAN, "BRI"); }, "Invalid action type 100"},
         {[&] { Menu(500, "BRI"); }, "Invalid menu/custom type 500"},
         {[&] { Text(300, 5, 2, "abc", "BRI"); }, "Invalid min/max range 5 < 2"},
         {[&] { Text(303, 2, 4, "abcdef", "BRI"); }, "Invalid default string length 2 < abcdef < 4"},
@@ -104,7 +96,10 @@ TEST_F(CProjConTest, ConstructorRejectsInvalidArgumentsAndLeavesNoRegistration) 
     EXPECT_NE(Integer(0, 10, 5), nullptr);
 }
 
-TEST_F(CProjConTest, RegistersOnceUnderUpperCasedCodeUntilDestroyed) {
+TEST_F(CProjConTest, RegistersOnceUnderUpperCasedCodeUntilDestroyedWithItsBaseDisplayType) {
+    auto action = Action(550, "ACT", 7);
+    EXPECT_EQ(action->GetDisplayType(), DT_ACTION);
+    EXPECT_EQ(action->GetContinueText(), 7);
     auto first = Boolean(150, "bri");
     EXPECT_EQ(first->GetCode(), "BRI");
     EXPECT_EQ(first->GetDisplayType(), DT_BOOLEAN);
@@ -114,12 +109,6 @@ TEST_F(CProjConTest, RegistersOnceUnderUpperCasedCodeUntilDestroyed) {
     EXPECT_EQ(m_dispatcher.GetControl("BRI"), first.get());
     first.reset();
     EXPECT_EQ(m_dispatcher.GetControl("BRI"), nullptr);
-}
-
-TEST_F(CProjConTest, ActionReportsItsBaseDisplayType) {
-    CProjCon action(Type(550), m_dispatcher, m_proxy, "ACT", false, ACCESS_OPERATOR, 0, 0, 7, false);
-    EXPECT_EQ(action.GetDisplayType(), DT_ACTION);
-    EXPECT_EQ(action.GetContinueText(), 7);
 }
 
 TEST_F(CProjConTest, ClampedValueIsAppliedAndNotifiedEvenWhenUnchanged) {
@@ -176,9 +165,8 @@ TEST_F(CProjConTest, ListTakesOnlyItsSelectableEntriesUnlessForced) {
 TEST_F(CProjConTest, MenuIgnoresItsCurrentValueButCustomAnnouncesItAgain) {
     auto menu = Menu(DT_MENU, "MNU");
     EXPECT_EQ(menu->SetValue(0), ERR_NONE);
-    for (EChangeMode mode : {CHANGE_NORMAL, CHANGE_UPDATE_HARDWARE}) {
-        EXPECT_EQ(menu->Refresh(mode), ERR_NONE);
-    }
+    EXPECT_EQ(menu->Refresh(CHANGE_NORMAL), ERR_NONE);
+    EXPECT_EQ(menu->Refresh(CHANGE_UPDATE_HARDWARE), ERR_NONE);
     EXPECT_TRUE(m_proxy.calls.empty());
     EXPECT_TRUE(m_notifier.notices.empty());
 
@@ -188,7 +176,7 @@ TEST_F(CProjConTest, MenuIgnoresItsCurrentValueButCustomAnnouncesItAgain) {
     EXPECT_EQ(NoticeTypes(), std::vector<int>{NOTIFY_VALUE});
 }
 
-TEST_F(CProjConTest, Ipv4AddressIsNormalisedOrRejectedQuietly) {
+TEST_F(CProjConTest, TextIsNormalisedCutOrRejectedAndKindsAreNotMixed) {
     auto control = Text(DT_IPV4_ADDRESS, 7, 15, "0.0.0.0", "IPA");
     EXPECT_EQ(control->SetText("010.1.1.1"), ERR_NONE);
     EXPECT_EQ(control->GetText(), "10.1.1.1");
@@ -196,10 +184,8 @@ TEST_F(CProjConTest, Ipv4AddressIsNormalisedOrRejectedQuietly) {
         EXPECT_EQ(control->SetText(bad), ERR_INVALID_VALUE) << bad;
         EXPECT_EQ(control->GetText(), "10.1.1.1") << bad;
     }
-    EXPECT_EQ(m_log.GetContents(), "");
-}
+    EXPECT_EQ(m_log.GetContents(), "");  // an address is rejected quietly
 
-TEST_F(CProjConTest, LengthLimitedTextIsCutOrRejectedAndKindsAreNotMixed) {
     auto text = Text(DT_TEXT, 2, 5, "abc");
     EXPECT_EQ(text->SetText("abcdefgh"), ERR_NONE);
     EXPECT_EQ(text->GetText(), "abcde");
@@ -212,7 +198,7 @@ TEST_F(CProjConTest, LengthLimitedTextIsCutOrRejectedAndKindsAreNotMixed) {
     EXPECT_EQ(number->GetValue(), 5);
 }
 
-TEST_F(CProjConTest, ReadOnlyControlTakesOnlyForcedChanges) {
+TEST_F(CProjConTest, ReadOnlyControlTakesOnlyForcedChangesAndUpdateHardwareStillReappliesIt) {
     auto control = Integer(0, 100, 5, DT_INTEGER, false, true);
     EXPECT_FALSE(control->GetEnabled());
     m_notifier.notices.clear();
@@ -225,8 +211,19 @@ TEST_F(CProjConTest, ReadOnlyControlTakesOnlyForcedChanges) {
     ASSERT_EQ(NoticeTypes(), std::vector<int>{NOTIFY_VALUE});
 
     EXPECT_EQ(control->SetValue(7, CHANGE_UPDATE_HARDWARE), ERR_NONE);
-    ASSERT_EQ(m_proxy.calls.size(), 1u);
+    EXPECT_TRUE(control->UpdateHardware());
+    ASSERT_EQ(m_proxy.calls.size(), 2u);
     EXPECT_EQ(m_proxy.calls[0].value, 7);
+    EXPECT_EQ(m_proxy.calls[1].value, 7);
+
+    m_proxy.refusedValues = {7};
+    EXPECT_FALSE(control->UpdateHardware());
+    EXPECT_TRUE(Logged("BRI UpdateHardware() failed"));
+    m_proxy.calls.clear();
+    m_notifier.notices.clear();
+    EXPECT_EQ(control->Refresh(CHANGE_STORE_ONLY), ERR_NONE);
+    EXPECT_TRUE(m_proxy.calls.empty());
+    EXPECT_EQ(NoticeTypes(), std::vector<int>{NOTIFY_VALUE});
 }
 
 TEST_F(CProjConTest, EnabledCombinesFlagsAndAnnouncesEachChangeOnce) {
@@ -251,7 +248,7 @@ TEST_F(CProjConTest, EnabledCombinesFlagsAndAnnouncesEachChangeOnce) {
     }
 }
 
-TEST_F(CProjConTest, RefusedValueRevertsAndNotifies) {
+TEST_F(CProjConTest, RefusedChangeRevertsWithoutPendingSaveAndOnlyAValueIsAnnouncedAgain) {
     auto control = Integer(0, 100, 10, DT_INTEGER, true);
     m_proxy.refusedValues = {30};
     m_proxy.throwValues = {40};
@@ -264,16 +261,15 @@ TEST_F(CProjConTest, RefusedValueRevertsAndNotifies) {
         EXPECT_TRUE(Logged("BRI ApplyValue(" + std::to_string(refused) + ") failed!!! reverting value: 10"));
         EXPECT_FALSE(control->IsSavePending());
     }
-}
 
-TEST_F(CProjConTest, RefusedTextRevertsWithoutNotice) {
-    auto control = Text(DT_TEXT_FREE, 0, 0, "abc");
+    auto text = Text(DT_TEXT_FREE, 0, 0, "abc");
     m_proxy.refusedTexts = {"bad"};
-    EXPECT_EQ(control->SetText("bad"), ERR_HARDWARE_REFUSED);
-    EXPECT_EQ(control->GetText(), "abc");
+    m_notifier.notices.clear();
+    EXPECT_EQ(text->SetText("bad"), ERR_HARDWARE_REFUSED);
+    EXPECT_EQ(text->GetText(), "abc");
     EXPECT_TRUE(m_notifier.notices.empty());
     EXPECT_TRUE(Logged("NAM ApplyText(bad) failed!!! reverting text: abc"));
-    EXPECT_FALSE(control->IsSavePending());
+    EXPECT_FALSE(text->IsSavePending());
 }
 
 TEST_F(CProjConTest, OnlyPersistentControlPendsSaveOnAcceptedChange) {
@@ -286,7 +282,7 @@ TEST_F(CProjConTest, OnlyPersistentControlPendsSaveOnAcceptedChange) {
     }
 }
 
-TEST_F(CProjConTest, SetRangeAnnouncesAndClampsValueAndDefault) {
+TEST_F(CProjConTest, SetRangeAnnouncesAndClampsValueAndDefaultAndAnInvalidNewDefaultThrows) {
     auto control = Integer(0, 100, 80);
     EXPECT_EQ(control->SetRange(0, 50), ERR_NONE);
     EXPECT_EQ(control->GetMaxValue(), 50);
@@ -300,7 +296,13 @@ TEST_F(CProjConTest, SetRangeAnnouncesAndClampsValueAndDefault) {
     EXPECT_EQ(control->GetMinValue(), 0);
     EXPECT_EQ(control->GetMaxValue(), 50);
     EXPECT_TRUE(m_notifier.notices.empty());
+    EXPECT_EQ(ThrownMessage([&] { control->SetDefaultValue(51); }), "New default value for BRI (51) is not valid");
+    control->SetDefaultValue(0);
+    EXPECT_EQ(control->GetDefaultValue(), 0);
 
+    auto address = Text(DT_IPV4_ADDRESS, 7, 15, "1.1.1.1", "IPA");
+    EXPECT_EQ(ThrownMessage([&] { address->SetDefaultText("abc"); }), "New default text for IPA (abc) is not valid");
+    EXPECT_EQ(address->GetDefaultText(), "1.1.1.1");
     control.reset();
     EXPECT_EQ(Boolean(100)->SetRange(0, 5), ERR_WRONG_CONTROL_TYPE);
     EXPECT_EQ(List(1)->SetRange(0, 5), ERR_WRONG_CONTROL_TYPE);
@@ -321,7 +323,6 @@ TEST_F(CProjConTest, ListEditingAnnouncesAndTracksBoundsButKeepsValue) {
     EXPECT_FALSE(control->RemoveListEntry(42));
     EXPECT_EQ(control->GetMaxValue(), 5);
     EXPECT_TRUE(control->RemoveListEntry(5));
-    EXPECT_EQ(control->GetValue(), 5);
     control->ClearList();
     EXPECT_EQ(control->GetListSize(), 0u);
     EXPECT_EQ(control->GetValue(), 5);
@@ -333,34 +334,6 @@ TEST_F(CProjConTest, ListEditingAnnouncesAndTracksBoundsButKeepsValue) {
     EXPECT_THROW(number->SetListEntry(Entry(1)), CException);
     EXPECT_THROW(number->RemoveListEntry(1), CException);
     EXPECT_THROW(number->ClearList(), CException);
-}
-
-TEST_F(CProjConTest, InvalidNewDefaultThrows) {
-    auto number = Integer(0, 100, 10);
-    EXPECT_EQ(ThrownMessage([&] { number->SetDefaultValue(101); }), "New default value for BRI (101) is not valid");
-    number->SetDefaultValue(100);
-    EXPECT_EQ(number->GetDefaultValue(), 100);
-
-    auto address = Text(DT_IPV4_ADDRESS, 7, 15, "1.1.1.1", "IPA");
-    EXPECT_EQ(ThrownMessage([&] { address->SetDefaultText("abc"); }), "New default text for IPA (abc) is not valid");
-    EXPECT_EQ(address->GetDefaultText(), "1.1.1.1");
-}
-
-TEST_F(CProjConTest, UpdateHardwareReappliesEvenWhenDisabled) {
-    auto control = Integer(0, 100, 10, DT_INTEGER, false, true);
-    EXPECT_TRUE(control->UpdateHardware());
-    ASSERT_EQ(m_proxy.calls.size(), 1u);
-    EXPECT_EQ(m_proxy.calls[0].value, 10);
-
-    m_proxy.refusedValues = {10};
-    EXPECT_FALSE(control->UpdateHardware());
-    EXPECT_TRUE(Logged("BRI UpdateHardware() failed"));
-
-    m_proxy.calls.clear();
-    m_notifier.notices.clear();
-    EXPECT_EQ(control->Refresh(CHANGE_STORE_ONLY), ERR_NONE);
-    EXPECT_TRUE(m_proxy.calls.empty());
-    EXPECT_EQ(NoticeTypes(), std::vector<int>{NOTIFY_VALUE});
 }
 
 }  // namespace

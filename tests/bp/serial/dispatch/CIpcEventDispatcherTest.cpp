@@ -27,7 +27,26 @@ protected:
         return replies;
     }
 
-    EError Command(CIpcMessage& command, CIpcMessage& reply, int access = ACCESS_OPERATOR) {
+    // The single reply of a request (an empty message, after a failure, when there is not exactly one).
+    static CIpcMessage Only(const std::list<CIpcMessage>& replies) {
+        EXPECT_EQ(replies.size(), 1u);
+        return replies.size() == 1 ? replies.front() : CIpcMessage();
+    }
+
+    // A command setting `code` to `value`, optionally with a modifier.
+    CIpcMessage Set(const std::string& code, int value, unsigned char modifier = 0) const {
+        CIpcMessage command = Message(code);
+        command.AddArg(0, value, PARM_TEXT, modifier);
+        return command;
+    }
+
+    std::list<std::string> Recipients(const std::string& code) {
+        std::list<std::string> recipients;
+        controller->RunOnController([&] { dispatcher.GetIpcNotifyRecipientList(code, recipients); });
+        return recipients;
+    }
+
+    EError Command(CIpcMessage command, CIpcMessage& reply, int access = ACCESS_OPERATOR) {
         return link->SendCommand(access, command, reply, 5000);
     }
 };
@@ -52,32 +71,22 @@ TEST_F(CIpcEventDispatcherTest, SetAndGetThroughTheLink) {
 
 TEST_F(CIpcEventDispatcherTest, CommandErrorsCarryTheValueThatStands) {
     CIpcMessage reply;
-    CIpcMessage unknown = Message("XXX");
-    unknown.AddArg(0, 1);
-    EXPECT_EQ(Command(unknown, reply), ERR_CONTROL_NOT_FOUND);
+    EXPECT_EQ(Command(Set("XXX", 1), reply), ERR_CONTROL_NOT_FOUND);
     EXPECT_TRUE(Logged("XXX NOT FOUND!"));
 
-    CIpcMessage bare = Message("BRI");
-    EXPECT_EQ(Command(bare, reply), ERR_TOO_FEW_PARAMETERS);
-    CIpcMessage two = Message("BRI");
-    two.AddArg(0, 1);
+    EXPECT_EQ(Command(Message("BRI"), reply), ERR_TOO_FEW_PARAMETERS);
+    CIpcMessage two = Set("BRI", 1);
     two.AddArg(1, 2);
     EXPECT_EQ(Command(two, reply), ERR_TOO_MANY_PARAMETERS);
 
-    CIpcMessage modified = Message("BRI");
-    modified.AddArg(0, 20, PARM_TEXT, 'D');
-    EXPECT_EQ(Command(modified, reply), ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Command(Set("BRI", 20, 'D'), reply), ERR_INVALID_PARAMETER);
     EXPECT_EQ(Arg(reply, CIpcMessage::kErrorTextParm), "Unsupported modifier");
 
     proxy.refusedValues.insert(33);
-    CIpcMessage refused = Message("BRI");
-    refused.AddArg(0, 33);
-    EXPECT_EQ(Command(refused, reply), ERR_HARDWARE_REFUSED);
+    EXPECT_EQ(Command(Set("BRI", 33), reply), ERR_HARDWARE_REFUSED);
     EXPECT_EQ(Arg(reply, 0), "50");
 
-    CIpcMessage readOnly = Message("RDO");
-    readOnly.AddArg(0, 3);
-    EXPECT_EQ(Command(readOnly, reply), ERR_DISABLED_CONTROL);
+    EXPECT_EQ(Command(Set("RDO", 3), reply), ERR_DISABLED_CONTROL);
     EXPECT_EQ(Arg(reply, CIpcMessage::kErrorTextParm), "This control is read-only");
     EXPECT_EQ(Arg(reply, 0), "0");
 
@@ -86,20 +95,10 @@ TEST_F(CIpcEventDispatcherTest, CommandErrorsCarryTheValueThatStands) {
     EXPECT_EQ(value, 50);
 }
 
-TEST_F(CIpcEventDispatcherTest, ActionRunsWithoutArgument) {
-    CIpcMessage reply;
-    CIpcMessage action = Message("RST");
-    EXPECT_EQ(Command(action, reply), ERR_NONE);
-    ASSERT_FALSE(proxy.calls.empty());
-    EXPECT_EQ(proxy.calls.back().code, "RST");
-}
-
 TEST_F(CIpcEventDispatcherTest, AccessLevelComesFromParameter231) {
     CIpcMessage reply;
-    CIpcMessage command = Message("FAC");
-    command.AddArg(0, 4);
-    EXPECT_EQ(Command(command, reply, ACCESS_SERVICE), ERR_INVALID_ACCESS_GROUP);
-    EXPECT_EQ(Command(command, reply, ACCESS_FACTORY), ERR_NONE);
+    EXPECT_EQ(Command(Set("FAC", 4), reply, ACCESS_SERVICE), ERR_INVALID_ACCESS_GROUP);
+    EXPECT_EQ(Command(Set("FAC", 4), reply, ACCESS_FACTORY), ERR_NONE);
     // Without a level the sender counts as 1, below the default group 2.
     int value = 5;
     EXPECT_EQ(link->SetValue(CEventLink::kNoAccessLevel, "BRI", "", value, false), ERR_INVALID_ACCESS_GROUP);
@@ -114,20 +113,15 @@ TEST_F(CIpcEventDispatcherTest, AttributeRequestsEchoTheirModifier) {
     } cases[] = {{"BRI", 'D', "50"}, {"NAM", 'D', "Projector"}, {"RDO", 'E', "1"}, {"BRI", 'E', "0"},
                  {"FAC", 'G', "5"},  {"BRI", 'T', "200"},       {"BRI", 'C', "0"}, {"LMP", 'N', "On"}};
     for (const auto& c : cases) {
-        const auto replies = Request(c.code, "", ACCESS_FACTORY, c.modifier);
-        ASSERT_EQ(replies.size(), 1u) << c.code << c.modifier;
-        EXPECT_EQ(Arg(replies.front(), 0), c.expected) << c.code << c.modifier;
+        const CIpcMessage reply = Only(Request(c.code, "", ACCESS_FACTORY, c.modifier));
+        EXPECT_EQ(Arg(reply, 0), c.expected) << c.code << c.modifier;
         unsigned char modifier = 0;
-        replies.front().GetModifier(0, modifier);
+        reply.GetModifier(0, modifier);
         EXPECT_EQ(modifier, c.modifier);
     }
-    const auto range = Request("NET", "PORT", ACCESS_OPERATOR, 'M');
-    ASSERT_EQ(range.size(), 1u);
-    EXPECT_EQ(Arg(range.front(), 0), "1");
-    EXPECT_EQ(Arg(range.front(), 1), "65535");
-    const auto unknown = Request("BRI", "", ACCESS_OPERATOR, 'Z');
-    ASSERT_EQ(unknown.size(), 1u);
-    EXPECT_EQ(ErrorOf(unknown.front()), ERR_INVALID_PARAMETER);
+    const CIpcMessage range = Only(Request("NET", "PORT", ACCESS_OPERATOR, 'M'));
+    EXPECT_EQ(Arg(range, 0) + ".." + Arg(range, 1), "1..65535");
+    EXPECT_EQ(ErrorOf(Only(Request("BRI", "", ACCESS_OPERATOR, 'Z'))), ERR_INVALID_PARAMETER);
 }
 
 TEST_F(CIpcEventDispatcherTest, ListRequestAnswersEntriesThenEnd) {
@@ -147,21 +141,21 @@ TEST_F(CIpcEventDispatcherTest, ListRequestAnswersEntriesThenEnd) {
     EXPECT_EQ(Arg(single.front(), 3), "DVI");
     EXPECT_EQ(Arg(single.back(), 3), "--END--");
 
-    const auto notList = Request("BRI", "", ACCESS_OPERATOR, 'L', 0, PARM_NUMBER);
-    ASSERT_EQ(notList.size(), 1u);
-    EXPECT_EQ(ErrorOf(notList.front()), ERR_UNKNOWN_REQUEST);
-    EXPECT_EQ(Arg(notList.front(), CIpcMessage::kErrorTextParm), "Invalid list / Not a list control");
+    const CIpcMessage notList = Only(Request("BRI", "", ACCESS_OPERATOR, 'L', 0, PARM_NUMBER));
+    EXPECT_EQ(ErrorOf(notList), ERR_UNKNOWN_REQUEST);
+    EXPECT_EQ(Arg(notList, CIpcMessage::kErrorTextParm), "Invalid list / Not a list control");
 }
 
-TEST_F(CIpcEventDispatcherTest, ValueRequestsByKind) {
-    const auto list = Request("INP", "", ACCESS_OPERATOR);
-    ASSERT_EQ(list.size(), 1u);
-    EXPECT_EQ(Arg(list.front(), 0), "1");
-    EXPECT_EQ(Arg(list.front(), 3), "HDMI");
-    const auto action = Request("RST", "", ACCESS_OPERATOR);
-    ASSERT_EQ(action.size(), 1u);
-    EXPECT_EQ(ErrorOf(action.front()), ERR_INVALID_PARAMETER);
-    EXPECT_EQ(Arg(action.front(), CIpcMessage::kErrorTextParm), "This control can not be read");
+TEST_F(CIpcEventDispatcherTest, ListIsReadWithItsEntryTextAndActionRunsWithoutArgumentButCannotBeRead) {
+    const CIpcMessage list = Only(Request("INP", "", ACCESS_OPERATOR));
+    EXPECT_EQ(Arg(list, 0) + " " + Arg(list, 3), "1 HDMI");
+    CIpcMessage reply;
+    EXPECT_EQ(Command(Message("RST"), reply), ERR_NONE);
+    ASSERT_FALSE(proxy.calls.empty());
+    EXPECT_EQ(proxy.calls.back().code, "RST");
+    const CIpcMessage action = Only(Request("RST", "", ACCESS_OPERATOR));
+    EXPECT_EQ(ErrorOf(action), ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Arg(action, CIpcMessage::kErrorTextParm), "This control can not be read");
 }
 
 TEST_F(CIpcEventDispatcherTest, NotificationsCarryEachTypeInOrder) {
@@ -182,46 +176,33 @@ TEST_F(CIpcEventDispatcherTest, NotificationsCarryEachTypeInOrder) {
     ASSERT_EQ(notes.size(), 2u);
     EXPECT_EQ(notes.front().GetCode(), "BRI");
     EXPECT_EQ(Arg(notes.front(), 0), "80");
-    const CIpcMessage& all = notes.back();
-    EXPECT_EQ(Arg(all, 0), "80");
-    EXPECT_EQ(Arg(all, 241), "0");
-    EXPECT_EQ(Arg(all, 242), "100");
-    EXPECT_EQ(Arg(all, 240), "1");
-    EXPECT_EQ(Arg(all, 243), "0");
+    const CIpcMessage& all = notes.back();  // value, enabled, range and list
+    EXPECT_EQ(Arg(all, 0) + " " + Arg(all, 240) + " " + Arg(all, 241) + ".." + Arg(all, 242) + " " + Arg(all, 243),
+              "80 1 0..100 0");
 }
 
-TEST_F(CIpcEventDispatcherTest, RegistrationsAreCountedAndRemovable) {
+TEST_F(CIpcEventDispatcherTest, RegistrationsAreCountedAndRemovableAndAMalformedRequestChangesNothing) {
     const std::string address = link->GetNotifySocketName();
     ASSERT_EQ(link->NotifyRegister("LMP", "", address), ERR_NONE);
     ASSERT_EQ(link->NotifyRegister("LMP", "", address), ERR_NONE);
     ASSERT_EQ(link->NotifyUnregister("LMP", "", address, false), ERR_NONE);
-    std::list<std::string> recipients;
-    controller->RunOnController([&] { dispatcher.GetIpcNotifyRecipientList("LMP", recipients); });
-    EXPECT_EQ(recipients, std::list<std::string>{address});
+    EXPECT_EQ(Recipients("LMP"), std::list<std::string>{address});
     ASSERT_EQ(link->NotifyRegister("NET", "PORT", address), ERR_NONE);
     ASSERT_EQ(link->NotifyUnregisterAll(address), ERR_NONE);
-    controller->RunOnController([&] {
-        dispatcher.GetIpcNotifyRecipientList("LMP", recipients);
-        EXPECT_TRUE(recipients.empty());
-        dispatcher.GetIpcNotifyRecipientList("NET+PORT", recipients);
-    });
-    EXPECT_TRUE(recipients.empty());
-}
+    EXPECT_TRUE(Recipients("LMP").empty());
+    EXPECT_TRUE(Recipients("NET+PORT").empty());
 
-TEST_F(CIpcEventDispatcherTest, MalformedNotificationRequestChangesNothing) {
     CIpcMessage request = Message("NOT");
     request.AddArg(0, "BRI", 'R');
     request.AddArg(1, "LMP", 'Q');
-    request.AddArg(CIpcEventDispatcher::kNotifyAddressParm, link->GetNotifySocketName());
+    request.AddArg(CIpcEventDispatcher::kNotifyAddressParm, address);
     CIpcMessage reply;
     EXPECT_EQ(link->SendCommand(CEventLink::kNoAccessLevel, request, reply, 5000), ERR_INVALID_PARAMETER);
     EXPECT_EQ(Arg(reply, CIpcMessage::kErrorTextParm).rfind("Notification System Error: ", 0), 0u);
     CIpcMessage noAddress = Message("NOT");
     noAddress.AddArg(0, "BRI", 'R');
     EXPECT_EQ(link->SendCommand(CEventLink::kNoAccessLevel, noAddress, reply, 5000), ERR_INVALID_PARAMETER);
-    std::list<std::string> recipients;
-    controller->RunOnController([&] { dispatcher.GetIpcNotifyRecipientList("BRI", recipients); });
-    EXPECT_TRUE(recipients.empty());
+    EXPECT_TRUE(Recipients("BRI").empty());
 }
 
 TEST_F(CIpcEventDispatcherTest, DeadOrStuckListenersNeverStopTheController) {

@@ -24,13 +24,11 @@ long ElapsedMs(Clock::time_point start) {
 // A port on one end of a non-blocking local stream socket pair; the test is the peer.
 class CCommPortRecords : public ::testing::Test {
 protected:
-    static int MakePair(int& peer) {
-        int fds[2] = {-1, -1};
+    static int MakePair(int (&fds)[2]) {
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, fds), 0);
-        peer = fds[1];
         return fds[0];
     }
-    CCommPortRecords() : port(PORT_ETHERNET, MakePair(peer), "peer") {}
+    CCommPortRecords() : port(PORT_ETHERNET, MakePair(fds), "peer") {}
     ~CCommPortRecords() override { close(peer); }
     void Send(const std::string& text) {
         ASSERT_EQ(write(peer, text.data(), text.size()), static_cast<ssize_t>(text.size()));
@@ -42,7 +40,8 @@ protected:
         return length < 0 ? "-1" : std::string(out.begin(), out.begin() + length);
     }
 
-    int peer = -1;
+    int fds[2] = {-1, -1};
+    const int& peer = fds[1];
     CCommPort port;
 };
 
@@ -62,14 +61,11 @@ TEST(CCommPortNames, SubCodesAndIdsMapBothWays) {
     EXPECT_EQ(CCommPort::GetPortId("prta"), PORT_NONE);
 }
 
-TEST_F(CCommPortRecords, SecondRecordOfOneReadComesWithoutWaiting) {
+TEST_F(CCommPortRecords, RecordsComeOneAtATimeAndATimeOutKeepsThePartialRecord) {
     Send("PWR?\rBRI 50\r");
     EXPECT_EQ(Record(64, 1000), "PWR?\r");
-    EXPECT_EQ(Record(64, 0), "BRI 50\r");  // a zero time-out gives -1 when it has to wait
-    EXPECT_EQ(Record(64, 0), "-1");
-}
-
-TEST_F(CCommPortRecords, TimeOutKeepsThePartialRecord) {
+    EXPECT_EQ(Record(64, 0), "BRI 50\r");  // the second record of one read comes without waiting
+    EXPECT_EQ(Record(64, 0), "-1");        // a zero time-out gives -1 when it has to wait
     Send("PA");
     const Clock::time_point start = Clock::now();
     EXPECT_EQ(Record(64, 100), "-1");
@@ -79,17 +75,14 @@ TEST_F(CCommPortRecords, TimeOutKeepsThePartialRecord) {
 }
 
 TEST_F(CCommPortRecords, FullBufferWithoutTerminatorIsDroppedAndTheNextCallStartsEmpty) {
-    Send(std::string(CCommPort::kBufferSize, 'x'));
-    EXPECT_EQ(ThrownMessage([&] { Record(2048, 1000); }),
-              "Failed read on peer (Receive buffer full without containing ' \r ' character.)");
-    Send("OK\r");
-    EXPECT_EQ(Record(64, 1000), "OK\r");
-
-    Send(std::string(CCommPort::kBufferSize, 'x'));
-    EXPECT_EQ(ThrownMessage([&] { Record(CCommPort::kBufferSize, 1000); }),
-              "Failed read on peer (Output buffer too small.)");
-    Send("OK\r");
-    EXPECT_EQ(Record(64, 1000), "OK\r");
+    for (const auto& [outSize, message] :
+         {std::pair<unsigned int, std::string>{2048, "Receive buffer full without containing ' \r ' character."},
+          {CCommPort::kBufferSize, "Output buffer too small."}}) {
+        Send(std::string(CCommPort::kBufferSize, 'x'));
+        EXPECT_EQ(ThrownMessage([&] { Record(outSize, 1000); }), "Failed read on peer (" + message + ")");
+        Send("OK\r");
+        EXPECT_EQ(Record(64, 1000), "OK\r");
+    }
 }
 
 TEST_F(CCommPortRecords, RecordLongerThanTheOutputIsDroppedWithWhatFollows) {

@@ -72,7 +72,7 @@ TEST_F(CSerialPortTest, OpensRawWithSoftwareFlowAndKeepsTheDeviceSpeed) {
     EXPECT_EQ(settings.c_oflag & (ONLCR | OCRNL), 0u);
 }
 
-TEST_F(CSerialPortTest, SetPortRateCoversTheTableAndFallsBackTo115200) {
+TEST_F(CSerialPortTest, PortRateCoversTheTableAndFallsBackTo115200AndFlowControlReadsBack) {
     // 1500000 is accepted by Linux pseudo-terminals like any other speed.
     const speed_t speeds[] = {B1200, B2400, B9600, B19200, B38400, B57600, B115200, B1500000};
     CSerialPort port(PORT_A);
@@ -88,6 +88,12 @@ TEST_F(CSerialPortTest, SetPortRateCoversTheTableAndFallsBackTo115200) {
         port.SetPortRate(static_cast<EBaudRate>(outside));
         EXPECT_EQ(port.GetPortRate(), BAUD_115200) << outside;
     }
+    for (int flow : {FLOW_HARDWARE, FLOW_NONE, FLOW_SOFTWARE}) {
+        port.SetFlowControl(static_cast<ESerialFlowCtrl>(flow));
+        EXPECT_EQ(port.GetFlowControl(), flow);
+    }
+    EXPECT_EQ(Terminal().c_iflag & (IXON | IXOFF | IXANY), tcflag_t(IXON | IXOFF | IXANY));
+    EXPECT_EQ(Terminal().c_cflag & CRTSCTS, 0u);
 }
 
 TEST(CSerialPortModes, EachModeSetsItsCharacterFormatAndReadsBack) {
@@ -108,16 +114,6 @@ TEST(CSerialPortModes, EachModeSetsItsCharacterFormatAndReadsBack) {
     ESerialMode decoded;
     settings.c_cflag = CS8 | CSTOPB;  // 8N2
     EXPECT_FALSE(CSerialPort::DecodeSerialMode(settings, decoded));
-}
-
-TEST_F(CSerialPortTest, FlowControlReadsBack) {
-    CSerialPort port(PORT_A);
-    for (int flow : {FLOW_HARDWARE, FLOW_NONE, FLOW_SOFTWARE}) {
-        port.SetFlowControl(static_cast<ESerialFlowCtrl>(flow));
-        EXPECT_EQ(port.GetFlowControl(), flow);
-    }
-    EXPECT_EQ(Terminal().c_iflag & (IXON | IXOFF | IXANY), tcflag_t(IXON | IXOFF | IXANY));
-    EXPECT_EQ(Terminal().c_cflag & CRTSCTS, 0u);
 }
 
 // Pseudo-terminals keep 8 data bits without parity whatever is asked, so the 7-bit modes

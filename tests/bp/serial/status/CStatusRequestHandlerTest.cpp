@@ -74,14 +74,12 @@ protected:
     CStatusRequestHandler handler;
 };
 
-TEST_F(CStatusRequestHandlerTest, OwnsTheStatusCodeAndDeclinesCommands) {
+TEST_F(CStatusRequestHandlerTest, OwnsTheStatusCodeDeclinesCommandsAndAnswersAnItemRequest) {
     EXPECT_EQ(dispatcher.GetCustomHandler("STA"), &handler);
     EXPECT_TRUE(handler.IsExclusive());
     CIpcMessage reply;
     EXPECT_FALSE(handler.HandleCommand(ItemRequest("Lamp", 1), reply));
-}
 
-TEST_F(CStatusRequestHandlerTest, ItemRequestAnswersTheItem) {
     db.UpdateStatusValue("Lamp", 1, 2, 55, "hot");
     const std::list<CIpcMessage> replies = Ask(ItemRequest("Lamp", 1));
     SStatus status;

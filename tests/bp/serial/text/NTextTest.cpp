@@ -32,56 +32,42 @@ protected:
 
 std::unique_ptr<CTempRoot> NTextTest::s_root;
 
-TEST_F(NTextTest, EnglishTextsByResourceId) {
-    EXPECT_EQ(NText::GetString(1), "On");
-    EXPECT_EQ(NText::GetString(29), "Lamp Info");
-    EXPECT_EQ(NText::GetString(2340), "Vert");
-    EXPECT_EQ(NText::GetString(0), "");
-    EXPECT_EQ(NText::GetString(500), "");
-    EXPECT_EQ(NText::GetString(2341), "");
-}
-
-TEST_F(NTextTest, ResourceIdOutsideRangeThrows) {
+TEST_F(NTextTest, EnglishTextsByResourceIdAndOutsideRangeThrows) {
+    const std::pair<int, std::string> texts[] = {{1, "On"}, {29, "Lamp Info"}, {2340, "Vert"},
+                                                 {0, ""},   {500, ""},          {2341, ""}};
+    for (const auto& [id, text] : texts) {
+        EXPECT_EQ(NText::GetString(id), text) << id;
+    }
     EXPECT_EQ(ThrownMessage([] { NText::GetString(2342); }), "Invalid Resource Id: 2342");
     EXPECT_EQ(ThrownMessage([] { NText::GetString(-1); }), "Invalid Resource Id: -1");
 }
 
-TEST_F(NTextTest, FrenchTranslatesCurrentLanguageTexts) {
+TEST_F(NTextTest, CurrentLanguageTranslatesAndExplicitLanguageLeavesItAlone) {
     NText::SetLanguage(NText::LANG_FRENCH);
     EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_FRENCH);
     EXPECT_EQ(NText::GetString(1), "Activ\xC3\xA9");
-    EXPECT_EQ(NText::GetString(29), "Infos lampe");
     EXPECT_EQ(NText::GetString(2340), "Vert");  // no translation: stays English
     EXPECT_EQ(NText::GetSourceString(1), "On");
+    EXPECT_EQ(NText::GetString(29, NText::LANG_GERMAN), "Lampeninfo");  // explicit language
+    EXPECT_EQ(NText::GetString(29), "Infos lampe");                     // leaves the current one alone
 
     NText::SetLanguage(NText::LANG_ENGLISH);
+    EXPECT_EQ(NText::GetString(1, NText::LANG_GERMAN), "Ein");
+    EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_ENGLISH);
     EXPECT_EQ(NText::GetString(1), "On");
     EXPECT_EQ(NText::GetString(29), "Lamp Info");
 }
 
-TEST_F(NTextTest, ExplicitLanguageLeavesCurrentOneAlone) {
-    EXPECT_EQ(NText::GetString(1, NText::LANG_GERMAN), "Ein");
-    EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_ENGLISH);
-    EXPECT_EQ(NText::GetString(1), "On");
-
-    NText::SetLanguage(NText::LANG_FRENCH);
-    EXPECT_EQ(NText::GetString(29, NText::LANG_GERMAN), "Lampeninfo");
-    EXPECT_EQ(NText::GetString(29), "Infos lampe");
-}
-
-TEST_F(NTextTest, MissingTranslationFileLeavesLanguageUnchanged) {
+TEST_F(NTextTest, MissingFileOrUnsupportedLanguageLeavesLanguageUnchanged) {
     NText::SetLanguage(NText::LANG_GERMAN);
     EXPECT_EQ(ThrownMessage([] { NText::SetLanguage(NText::LANG_SPANISH); }), "Unable to load translator file");
     EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_GERMAN);
     EXPECT_EQ(NText::GetString(1), "Ein");
     EXPECT_EQ(ThrownMessage([] { NText::GetString(1, NText::LANG_SPANISH); }), "Unable to load translator file");
-}
-
-TEST_F(NTextTest, UnsupportedLanguageRejected) {
     EXPECT_EQ(ThrownMessage([] { NText::SetLanguage(static_cast<NText::ELanguage>(99)); }), "Unsupported language 99");
     EXPECT_EQ(ThrownMessage([] { NText::SetLanguage(static_cast<NText::ELanguage>(-2)); }), "Unsupported language -2");
     EXPECT_EQ(ThrownMessage([] { NText::GetString(1, static_cast<NText::ELanguage>(99)); }), "Unsupported language 99");
-    EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_ENGLISH);
+    EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_GERMAN);
 }
 
 TEST_F(NTextTest, ApplicationTranslationFollowsLanguage) {
