@@ -9,13 +9,20 @@
 
 namespace NFileUtil {
 
-bool ReadFile(const std::string& path, size_t maxBytes, std::string& contents, std::string& error) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+EReadResult ReadFile(const std::string& path, size_t maxBytes, std::string& contents, std::string& error) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
-        error = strerror(errno);
-        return false;
+        const int code = errno;
+        error = strerror(code);
+        return code == ENOENT ? EReadResult::MISSING : EReadResult::FAILED;
     }
-    contents.clear();
+    struct stat info {};
+    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        close(fd);
+        error = "not a regular file";
+        return EReadResult::FAILED;
+    }
+    std::string text;
     char buffer[4096];
     for (;;) {
         const ssize_t n = read(fd, buffer, sizeof buffer);
@@ -25,20 +32,22 @@ bool ReadFile(const std::string& path, size_t maxBytes, std::string& contents, s
         if (n < 0) {
             error = strerror(errno);
             close(fd);
-            return false;
+            return EReadResult::FAILED;
         }
         if (n == 0) {
             break;
         }
-        contents.append(buffer, static_cast<size_t>(n));
-        if (contents.size() > maxBytes) {
+        // Checked while reading, not from fstat: the file may grow meanwhile.
+        if (text.size() + static_cast<size_t>(n) > maxBytes) {
             error = "file too large";
             close(fd);
-            return false;
+            return EReadResult::FAILED;
         }
+        text.append(buffer, static_cast<size_t>(n));
     }
     close(fd);
-    return true;
+    contents.swap(text);
+    return EReadResult::READ;
 }
 
 std::string TemporaryPathFor(const std::string& path) {

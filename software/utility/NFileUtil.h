@@ -17,9 +17,13 @@
 
 namespace NFileUtil {
 
-// Reads the whole file. False, with the reason in `error`, when it cannot be opened or
-// read, or holds more than maxBytes ("file too large"); `contents` is then unspecified.
-bool ReadFile(const std::string& path, size_t maxBytes, std::string& contents, std::string& error);
+enum class EReadResult { READ, MISSING, FAILED };
+
+// Reads a whole regular file of at most maxBytes. MISSING only when there is no such
+// file; FAILED, with the reason in `error`, for anything else that keeps it from being
+// read (a directory or device, more than maxBytes: "file too large", a read error).
+// `contents` changes only on READ.
+EReadResult ReadFile(const std::string& path, size_t maxBytes, std::string& contents, std::string& error);
 
 // Replaces `path` by `contents` as described above. False, with errno set, when any step
 // up to the rename fails: the old file is then untouched and no temporary file is left.

@@ -49,10 +49,11 @@ TEST_F(NFileUtilTest, ReadsAreBounded) {
     ASSERT_TRUE(NFileUtil::WriteFileAtomically(path, std::string(100, 'x'), 0644));
     std::string contents;
     std::string error;
-    EXPECT_TRUE(NFileUtil::ReadFile(path, 100, contents, error));
+    EXPECT_EQ(NFileUtil::ReadFile(path, 100, contents, error), NFileUtil::EReadResult::READ);
     EXPECT_EQ(contents.size(), 100u);
-    EXPECT_FALSE(NFileUtil::ReadFile(path, 99, contents, error));
+    EXPECT_EQ(NFileUtil::ReadFile(path, 99, contents, error), NFileUtil::EReadResult::FAILED);
     EXPECT_EQ(error, "file too large");
-    EXPECT_FALSE(NFileUtil::ReadFile(dir + "/absent", 100, contents, error));
-    EXPECT_FALSE(error.empty());
+    EXPECT_EQ(contents.size(), 100u);  // untouched by a failed read
+    EXPECT_EQ(NFileUtil::ReadFile(dir + "/absent", 100, contents, error), NFileUtil::EReadResult::MISSING);
+    EXPECT_EQ(NFileUtil::ReadFile(dir, 100, contents, error), NFileUtil::EReadResult::FAILED);
 }

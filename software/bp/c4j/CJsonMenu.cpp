@@ -1,9 +1,5 @@
 #include "CJsonMenu.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <filesystem>
 #include <memory>
@@ -14,53 +10,6 @@
 #include "RuntimeRoot.h"
 
 namespace {
-
-enum class EReadResult { READ, MISSING, FAILED };
-
-// A file descriptor closed when the scope ends.
-struct SFd {
-    int fd = -1;
-    ~SFd() {
-        if (fd >= 0) {
-            close(fd);
-        }
-    }
-};
-
-// Reads a regular file of at most CJsonMenu::kMaxFileSize bytes. Only "no such file" is
-// MISSING; a directory, a device, an oversized file or a read error is FAILED.
-EReadResult ReadSmallFile(const std::string& path, std::string& contents) {
-    SFd file;
-    file.fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file.fd < 0) {
-        return errno == ENOENT ? EReadResult::MISSING : EReadResult::FAILED;
-    }
-    struct stat info;
-    if (fstat(file.fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-        return EReadResult::FAILED;
-    }
-    std::string text;
-    char buffer[4096];
-    for (;;) {
-        const ssize_t got = read(file.fd, buffer, sizeof buffer);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got < 0) {
-            return EReadResult::FAILED;
-        }
-        if (got == 0) {
-            break;
-        }
-        // The size is checked while reading, not from fstat: the file may grow meanwhile.
-        if (text.size() + static_cast<size_t>(got) > CJsonMenu::kMaxFileSize) {
-            return EReadResult::FAILED;
-        }
-        text.append(buffer, static_cast<size_t>(got));
-    }
-    contents.swap(text);
-    return EReadResult::READ;
-}
 
 // Parses one JSON value; comments are allowed, trailing text and repeated keys are not.
 bool ParseJson(const std::string& text, Json::Value& out) {
@@ -107,12 +56,13 @@ void CJsonMenu::LoadMenuFile(const std::string& name) {
     }
     const std::string path = NRuntimeRoot::Path(kMenuDirectory + name);
     std::string text;
-    const EReadResult result = ReadSmallFile(path, text);
-    if (result == EReadResult::MISSING) {
+    std::string reason;
+    const NFileUtil::EReadResult result = NFileUtil::ReadFile(path, kMaxFileSize, text, reason);
+    if (result == NFileUtil::EReadResult::MISSING) {
         THROW_EXCEPTION("Unable to find menu configuration %s", path.c_str());
     }
     Json::Value menu;
-    if (result != EReadResult::READ || !ParseJson(text, menu) || !menu.isObject()) {
+    if (result != NFileUtil::EReadResult::READ || !ParseJson(text, menu) || !menu.isObject()) {
         THROW_EXCEPTION("Unable to read menu configuration %s", path.c_str());
     }
     m_menu.swap(menu);
@@ -154,13 +104,14 @@ void CJsonMenu::RemoveMenuItem(const std::string& menuId, const std::string& ite
 void CJsonMenu::FavLoad() {
     const std::string path = NRuntimeRoot::Path(kFavoritesPath);
     std::string text;
-    const EReadResult result = ReadSmallFile(path, text);
-    if (result == EReadResult::MISSING) {
+    std::string reason;
+    const NFileUtil::EReadResult result = NFileUtil::ReadFile(path, kMaxFileSize, text, reason);
+    if (result == NFileUtil::EReadResult::MISSING) {
         m_favorites = Json::Value(Json::arrayValue);
         return;
     }
     Json::Value favorites;
-    if (result != EReadResult::READ || !ParseJson(text, favorites) || !IsListOfStrings(favorites)) {
+    if (result != NFileUtil::EReadResult::READ || !ParseJson(text, favorites) || !IsListOfStrings(favorites)) {
         THROW_EXCEPTION("Unable to read favorites menu file %s", path.c_str());
     }
     m_favorites.swap(favorites);

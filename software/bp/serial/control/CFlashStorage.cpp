@@ -1,9 +1,5 @@
 #include "control/CFlashStorage.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -82,8 +78,10 @@ void CFlashStorage::Load(CProjCon& control) {
     const char* code = control.GetCode().c_str();
     const bool text = IsTextType(control.GetDisplayType());
     const std::string path = GetFilePath(control.GetCode());
-    struct stat info;
-    if (stat(path.c_str(), &info) != 0 && errno == ENOENT) {
+    std::string contents;
+    std::string error;
+    const NFileUtil::EReadResult read = NFileUtil::ReadFile(path, kMaxFileSize, contents, error);
+    if (read == NFileUtil::EReadResult::MISSING) {
         if (text) {
             m_log.Log("Load default text of %s : %s", code, control.GetText().c_str());
         } else {
@@ -91,10 +89,7 @@ void CFlashStorage::Load(CProjCon& control) {
         }
         return;
     }
-
-    std::string contents;
-    std::string error;
-    if (!NFileUtil::ReadFile(path, kMaxFileSize, contents, error)) {
+    if (read != NFileUtil::EReadResult::READ) {
         m_log.LogError("Load value of %s error: %s", code, error.c_str());
         return;
     }

@@ -1,11 +1,8 @@
 #include "security/CSecurityManager.h"
 
-#include <fcntl.h>
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
@@ -78,30 +75,6 @@ bool FromHex(const std::string& text, std::array<unsigned char, N>& bytes) {
         }
         bytes[i] = static_cast<unsigned char>(high << 4 | low);
     }
-    return true;
-}
-
-// Reads a whole small file; false with the reason in errno (EFBIG when too large).
-bool ReadSmallFile(const std::string& path, std::string& contents) {
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    char buffer[4096];
-    ssize_t n = 0;
-    while ((n = read(fd, buffer, sizeof buffer)) != 0) {
-        if (n < 0 && errno == EINTR) {
-            continue;
-        }
-        if (n < 0 || contents.size() + static_cast<size_t>(n) > kMaxFileSize) {
-            const int error = n < 0 ? errno : EFBIG;
-            close(fd);
-            errno = error;
-            return false;
-        }
-        contents.append(buffer, static_cast<size_t>(n));
-    }
-    close(fd);
     return true;
 }
 
@@ -258,13 +231,15 @@ std::vector<std::string> CSecurityManager::GetUserNames() const {
 void CSecurityManager::Load(const std::string& path) {
     const std::string file = NRuntimeRoot::Path(path);
     std::string contents;
-    if (!ReadSmallFile(file, contents)) {
-        if (errno == ENOENT) {
-            m_users.clear();
-            m_log.Log("No users file %s: no users", file.c_str());
-            return;
-        }
-        THROW_EXCEPTION("Users file %s: %s", file.c_str(), strerror(errno));
+    std::string reason;
+    const NFileUtil::EReadResult read = NFileUtil::ReadFile(file, kMaxFileSize, contents, reason);
+    if (read == NFileUtil::EReadResult::MISSING) {
+        m_users.clear();
+        m_log.Log("No users file %s: no users", file.c_str());
+        return;
+    }
+    if (read != NFileUtil::EReadResult::READ) {
+        THROW_EXCEPTION("Users file %s: %s", file.c_str(), reason.c_str());
     }
 
     Json::CharReaderBuilder builder;
