@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "JsonText.h"
 #include "CJsonRpcTcpClient.h"
 #include "TempRoot.h"
 #include "link/CEventLink.h"
@@ -33,14 +34,6 @@ extern char** environ;
 namespace {
 
 using SteadyClock = std::chrono::steady_clock;
-
-Json::Value J(const std::string& text) {
-    Json::Value value;
-    std::string errors;
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, &errors)) << text;
-    return value;
-}
 
 // Starts a program with the given standard streams; returns its pid (-1 on failure).
 pid_t Spawn(const std::vector<std::string>& arguments, int outFd, const std::string& errFile) {

@@ -29,6 +29,7 @@
 #include <string>
 #include <vector>
 
+#include "JsonText.h"
 #include "BufferedLog.h"
 #include "CC4jControl.h"
 #include "CC4jMenu.h"
@@ -55,18 +56,6 @@ struct STestClient {
 using TClient = std::unique_ptr<STestClient>;
 
 // A JSON value from its text; a test failure when the text is not JSON.
-inline Json::Value J(const std::string& text) {
-    Json::Value value;
-    std::string errors;
-    Json::CharReaderBuilder builder;
-    builder["failIfExtra"] = true;
-    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
-        ADD_FAILURE() << "not JSON: " << text << ": " << errors;
-    }
-    return value;
-}
-
 class CC4jFixture : public ::testing::Test {
 protected:
     static constexpr size_t kBigTextSize = 64 * 1024;

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "JsonText.h"
 #include "CJsonMenu.h"
 #include "TempRoot.h"
 #include "ThrownMessage.h"
@@ -16,16 +17,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-Json::Value J(const std::string& text) {
-    Json::Value value;
-    std::string errors;
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
-        ADD_FAILURE() << "bad test JSON " << text << ": " << errors;
-    }
-    return value;
-}
 
 const char* const kMenu = R"({
     // comments are allowed in the menu file

@@ -7,21 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "JsonText.h"
 #include "NJsonValueParser.h"
 
 namespace {
 
 using namespace NJsonValueParser;
-
-Json::Value J(const std::string& text) {
-    Json::Value value;
-    std::string errors;
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
-        ADD_FAILURE() << "bad test JSON " << text << ": " << errors;
-    }
-    return value;
-}
 
 // One element text, placed both as [X] and as {"v": X}, and what every reader form of one
 // number type must make of it: the value, else the given default (0 for the one-result form).
