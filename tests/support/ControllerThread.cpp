@@ -2,7 +2,7 @@
 
 #include <future>
 
-#include "ipc/CSelectWrapper.h"
+#include "ipc/CPollSet.h"
 
 CControllerThread::CControllerThread(CEventDispatcher& dispatcher, const std::string& socketPath, ILog& log)
     : m_ipc(std::make_unique<CIpcEventDispatcher>(dispatcher, socketPath.c_str(), log)), m_dispatcher(dispatcher) {}
@@ -39,11 +39,12 @@ void CControllerThread::RunOnController(const std::function<void()>& work) {
 
 void CControllerThread::Loop() {
     while (!m_stop) {
-        CSelectWrapper select;
-        select.Set(m_ipc->GetDescriptor());
-        if (select.Select(5u) > 0) {
+        CPollSet poll;
+        m_ipc->AddDescriptors(poll);
+        if (poll.Wait(5) > 0) {
             while (m_ipc->ProcessEvents()) {
             }
+            m_ipc->ProcessReady(poll);
         }
         std::deque<std::function<void()>> work;
         {

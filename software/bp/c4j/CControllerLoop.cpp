@@ -46,7 +46,7 @@ void CControllerLoop::Run() {
 
 void CControllerLoop::RunOnce(int timeoutMs) {
     CPollSet poll;
-    poll.Add(m_ipc.GetDescriptor(), true, false);
+    m_ipc.AddDescriptors(poll);
     poll.Add(m_wakePipe[0], true, false);
     int wait = std::min(timeoutMs, kMaxWaitMs);
     if (m_json) {
@@ -68,6 +68,7 @@ void CControllerLoop::RunOnce(int timeoutMs) {
         for (int handled = 0; handled < kMaxIpcPerTurn && m_ipc.ProcessEvents(); ++handled) {
         }
     }
+    m_ipc.ProcessReady(poll);
     if (m_json) {
         m_json->ProcessReady(poll);
     }

@@ -3,11 +3,13 @@
 // JSON-RPC server touch the same controls, so both are driven from this one loop and
 // nothing needs a lock:
 //
-//   each turn:  poll over the controller's IPC socket, the JSON-RPC listening socket and
+//   each turn:  poll over the controller's IPC socket (and, for writing, the IPC
+//               receivers whose replies wait in the outbox), the JSON-RPC listening socket and
 //               every JSON-RPC client (for writing too while its output is queued), and a
 //               wake-up pipe; the wait ends at the next queued JSON notification's
 //               deadline and at most after kMaxWaitMs;
-//               then the waiting IPC messages (up to kMaxIpcPerTurn), the
+//               then the waiting IPC messages (up to kMaxIpcPerTurn), the IPC replies
+//               that can go on now, the
 //               JSON-RPC traffic that is ready, the work posted from other threads, the
 //               dispatcher's periodic duties (stored values) and the due notifications.
 //

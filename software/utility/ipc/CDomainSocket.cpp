@@ -153,6 +153,16 @@ int CDomainSocket::SendTo(const unsigned char* data, int length, const CDomainSo
     return SendTo(data, length, to.m_address.sun_path, flags);
 }
 
+void CDomainSocket::Connect(const char* path) {
+    if (m_fd == -1) {
+        THROW_EXCEPTION("Uninitialized socket");
+    }
+    const sockaddr_un to = MakeAddress(path ? path : "");
+    if (connect(m_fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) {
+        THROW_ERRNO_EXCEPTION("Socket connect failed from %s to %s", m_address.sun_path, to.sun_path);
+    }
+}
+
 void CDomainSocket::SetSockAddr(const char* path) {
     m_address = sockaddr_un{};
     m_address.sun_family = AF_UNIX;

@@ -55,6 +55,11 @@ public:
     int SendTo(const unsigned char* data, int length, const char* path, int flags);
     int SendTo(const unsigned char* data, int length, const CDomainSocket& to, int flags);
 
+    // Connects the socket to path, so that sends need no address and a poll for writing
+    // waits until the peer's receive queue has room. Throws "Socket connect failed from
+    // %s to %s" (with errno) or "Uninitialized socket".
+    void Connect(const char* path);
+
     // Sets the address without a socket (the path is cut at 107 characters).
     void SetSockAddr(const char* path);
 

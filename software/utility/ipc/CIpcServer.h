@@ -32,6 +32,8 @@ public:
     bool SendMessage(CIpcMessage& message, const std::string& path);
 
     int GetDescriptor() const { return m_socket.GetDescriptor(); }
+    // The bound socket, for an outbox that sends from the server's address.
+    CDomainSocket& GetSocket() { return m_socket; }
     std::string GetPath() const { return m_socket.GetPath(); }
 
 private:

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <exception>
 #include <vector>
 
@@ -50,7 +51,7 @@ std::string JoinedCode(const CIpcMessage& message) {
 }  // namespace
 
 CIpcEventDispatcher::CIpcEventDispatcher(CEventDispatcher& dispatcher, const char* socketPath, ILog& log)
-    : m_dispatcher(dispatcher), m_log(log), m_server(socketPath),
+    : m_dispatcher(dispatcher), m_log(log), m_server(socketPath), m_outbox(m_server.GetSocket(), log),
       m_internalPrefix(NRuntimeRoot::Path("/var/run/ui/") + std::to_string(getpid()) + "_") {
     m_dispatcher.SetIpcEventDispatcher(this);
 }
@@ -141,18 +142,46 @@ bool CIpcEventDispatcher::ProcessEvents() {
     return true;
 }
 
+void CIpcEventDispatcher::AddDescriptors(CPollSet& poll) const {
+    poll.Add(m_server.GetDescriptor(), true, false);
+    m_outbox.AddDescriptors(poll);
+}
+
+bool CIpcEventDispatcher::Deliver(CIpcMessage& message, const std::string& address, const char* what) {
+    if (address.empty()) {
+        m_log.LogError("Unable to send %s: no address", what);
+        return false;
+    }
+    unsigned char* data = nullptr;
+    const int size = message.SerializeMessage(data);
+    if (size >= static_cast<int>(CIpcMessage::kMaxMessageSize)) {
+        m_log.LogError("Unable to send %s to %s: %d bytes do not fit one message", what, address.c_str(), size);
+        return false;
+    }
+    return m_outbox.Send(data, size, address);
+}
+
 void CIpcEventDispatcher::SendReplies(std::list<CIpcMessage>& replies) {
+    for (const CIpcMessage& reply : replies) {
+        unsigned char* data = nullptr;
+        CIpcMessage sized(reply);
+        const int size = sized.SerializeMessage(data);
+        if (size >= static_cast<int>(CIpcMessage::kMaxMessageSize)) {
+            // Half an answer would mislead; the sender learns why it gets none.
+            m_log.LogError("Reply to %s of %d bytes does not fit one message", reply.GetReplyAddress().c_str(), size);
+            char text[80];
+            snprintf(text, sizeof text, "Reply too large for one message (%d bytes)", size);
+            const CIpcMessage error = ErrorReplyTo(reply, ERR_COMM_FAILURE, text);
+            replies.assign(1, error);
+            break;
+        }
+    }
     size_t left = replies.size();
     for (CIpcMessage& reply : replies) {
         --left;
         const uint16_t flags = reply.GetFlags();
         reply.SetFlags(static_cast<uint16_t>(left > 0 ? flags | MSG_FLAG_MORE_FOLLOWS : flags & ~MSG_FLAG_MORE_FOLLOWS));
-        try {
-            if (!m_server.ResponseMessage(reply)) {
-                m_log.LogError("Unable to send reply to %s", reply.GetReplyAddress().c_str());
-            }
-        } catch (const CException& e) {
-            m_log.LogError("Unable to send reply to %s. %s", reply.GetReplyAddress().c_str(), e.GetMessage().c_str());
+        if (!Deliver(reply, reply.GetReplyAddress(), "reply")) {
             return;
         }
     }
@@ -445,13 +474,9 @@ void CIpcEventDispatcher::SendIpcNotifications(CIpcMessage& notification, const 
 }
 
 bool CIpcEventDispatcher::SendNotify(CIpcMessage& notification, const std::string& address) {
-    try {
-        if (m_server.SendMessage(notification, address)) {
-            return true;
-        }
-        m_log.LogError("Unable to send notification to %s", address.c_str());
-    } catch (const CException& e) {
-        m_log.LogError("Unable to send notification to %s. %s", address.c_str(), e.GetMessage().c_str());
+    if (Deliver(notification, address, "notification")) {
+        return true;
     }
+    m_log.LogError("Unable to send notification to %s", address.c_str());
     return false;
 }

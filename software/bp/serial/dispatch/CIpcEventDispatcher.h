@@ -5,9 +5,14 @@
 // change notifications to the registered IPC listeners.
 //
 // Commands and requests never throw to their sender: every failure is an error reply
-// (parameter 220 = EError, 221 = text). Replies and notifications are sent without
-// blocking: a listener whose socket is gone or whose queue is full is logged and
-// skipped, and the controller goes on serving.
+// (parameter 220 = EError, 221 = text). An answer that cannot travel (a reply of 4096
+// bytes or more) is replaced by one error reply 111 saying so, so the sender never waits
+// for a reply that was never sent.
+//
+// Replies and notifications go out through a CIpcOutbox: what a receiver's full queue
+// cannot take now waits for that receiver alone and follows in order as it reads, so
+// every reply of a long list arrives and a slow receiver never stalls the controller.
+// The owner's loop polls the outbox (AddDescriptors) and lets it send (ProcessReady).
 //
 // Wire conventions served here:
 //  - parameter 231 on a command or request: the sender's access level (1 when absent);
@@ -31,7 +36,9 @@
 
 #include "EError.h"
 #include "control/ControlTypes.h"
+#include "ipc/CIpcOutbox.h"
 #include "ipc/CIpcServer.h"
+#include "ipc/CPollSet.h"
 #include "log/ILog.h"
 
 class CEventDispatcher;
@@ -56,6 +63,11 @@ public:
     bool ProcessEvents();
     // The controller socket's descriptor, for the event loop's select.
     int GetDescriptor() const { return m_server.GetDescriptor(); }
+    // The controller socket for reading and the outbox's waiting receivers for writing.
+    void AddDescriptors(CPollSet& poll) const;
+    // Sends what waiting receivers take now (the controller socket is read by
+    // ProcessEvents).
+    void ProcessReady(const CPollSet& poll) { m_outbox.ProcessReady(poll); }
     std::string GetSocketPath() const { return m_server.GetPath(); }
 
     // The reply keeps the command's header; parameter 231 is taken off the command.
@@ -78,9 +90,12 @@ private:
     void AnswerValue(const CProjCon& control, const CIpcMessage& request, std::list<CIpcMessage>& replies);
     bool IsInternalSender(const std::string& address) const;
     void SendReplies(std::list<CIpcMessage>& replies);
+    // Serialises and sends (or queues); false with a log line when it cannot travel.
+    bool Deliver(CIpcMessage& message, const std::string& address, const char* what);
 
     CEventDispatcher& m_dispatcher;
     ILog& m_log;
     CIpcServer m_server;
+    CIpcOutbox m_outbox;
     std::string m_internalPrefix;
 };

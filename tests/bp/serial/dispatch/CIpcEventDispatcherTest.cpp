@@ -5,11 +5,16 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <list>
+#include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "ControllerFixture.h"
 #include "ipc/CDomainSocket.h"
+#include "ipc/CIpcClient.h"
 
 namespace {
 
@@ -144,6 +149,51 @@ TEST_F(CIpcEventDispatcherTest, ListRequestAnswersEntriesThenEnd) {
     const CIpcMessage notList = Only(Request("BRI", "", ACCESS_OPERATOR, 'L', 0, PARM_NUMBER));
     EXPECT_EQ(ErrorOf(notList), ERR_UNKNOWN_REQUEST);
     EXPECT_EQ(Arg(notList, CIpcMessage::kErrorTextParm), "Invalid list / Not a list control");
+}
+
+TEST_F(CIpcEventDispatcherTest, EveryReplyOfALongAnswerReachesARequesterThatReadsLate) {
+    std::unique_ptr<CProjCon> longList;
+    controller->RunOnController([&] {
+        longList = std::make_unique<CProjCon>(DT_LIST, dispatcher, proxy, "LNG", false, 0, ACCESS_OPERATOR, 0, 0, false);
+        for (int value = 0; value < 30; ++value) {
+            longList->SetListEntry(SListEntry{value, 0, 0, true, true, "entry " + std::to_string(value), ""});
+        }
+    });
+    // Far more replies than the requester's socket queues (10 by default) arrive while it
+    // is not reading yet.
+    CIpcClient client(root.Path(kControllerSocket).c_str(), root.Path("/var/run/ui/late").c_str());
+    CIpcMessage request = Message("LNG");
+    request.SetFlags(MSG_FLAG_REQUEST | MSG_FLAG_REPLY_WANTED);
+    request.AddArg(0, 0, PARM_NUMBER, 'L');
+    request.AddArg(CIpcEventDispatcher::kAccessLevelParm, ACCESS_OPERATOR);
+    client.TransmitMessage(request);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    std::vector<std::string> texts;
+    CIpcMessage reply;
+    while (client.MessageWait(reply, 2000)) {
+        texts.push_back(Arg(reply, 3));
+        if (!reply.HasFlag(MSG_FLAG_MORE_FOLLOWS)) {
+            break;
+        }
+    }
+    ASSERT_EQ(texts.size(), 31u);
+    EXPECT_EQ(texts[29], "entry 29");
+    EXPECT_EQ(texts[30], "--END--");
+    controller->RunOnController([&] { longList.reset(); });
+}
+
+TEST_F(CIpcEventDispatcherTest, AnAnswerTooLargeForOneMessageIsAnErrorNotASilence) {
+    std::unique_ptr<CProjCon> big;
+    controller->RunOnController([&] {
+        big = std::make_unique<CProjCon>(DT_TEXT_FREE, dispatcher, proxy, "BIG", false, 0, 0, std::string(5000, 'b'),
+                                         ACCESS_OPERATOR, 0, 0, false);
+    });
+    const auto started = std::chrono::steady_clock::now();
+    std::string text;
+    EXPECT_EQ(link->GetText(ACCESS_OPERATOR, "BIG", "", text), ERR_COMM_FAILURE);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+    EXPECT_TRUE(Logged("does not fit one message"));
+    controller->RunOnController([&] { big.reset(); });
 }
 
 TEST_F(CIpcEventDispatcherTest, ListIsReadWithItsEntryTextAndActionRunsWithoutArgumentButCannotBeRead) {

@@ -1,0 +1,115 @@
+#include "ipc/CIpcOutbox.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+
+#include "CException.h"
+
+CIpcOutbox::ESend CIpcOutbox::SendNow(const std::string& datagram, const std::string& path) {
+    try {
+        const int size = static_cast<int>(datagram.size());
+        const int sent = m_socket.SendTo(reinterpret_cast<const unsigned char*>(datagram.data()), size,
+                                         path.c_str(), MSG_DONTWAIT);
+        if (sent == size) {
+            return ESend::SENT;
+        }
+        m_log.LogError("Unable to send to %s: %d of %d bytes sent", path.c_str(), sent, size);
+    } catch (const CException& e) {
+        if (e.GetErrno() == EAGAIN || e.GetErrno() == EWOULDBLOCK) {
+            return ESend::FULL;
+        }
+        m_log.LogError("Unable to send to %s. %s", path.c_str(), e.GetMessage().c_str());
+    }
+    return ESend::FAILED;
+}
+
+bool CIpcOutbox::Send(const unsigned char* data, int size, const std::string& path) {
+    std::string datagram(reinterpret_cast<const char*>(data), static_cast<size_t>(size));
+    auto waiting = m_waiting.find(path);
+    if (waiting != m_waiting.end()) {
+        SDestination& destination = waiting->second;
+        if (destination.bytes + datagram.size() > kMaxQueuedBytes) {
+            m_log.LogError("Dropping %zu datagrams waiting for %s: it does not read", destination.datagrams.size() + 1,
+                           path.c_str());
+            m_waiting.erase(waiting);
+            return false;
+        }
+        destination.bytes += datagram.size();
+        destination.datagrams.push_back(std::move(datagram));
+        return true;
+    }
+
+    const ESend result = SendNow(datagram, path);
+    if (result != ESend::FULL) {
+        return result == ESend::SENT;
+    }
+    if (m_waiting.size() >= kMaxDestinations) {
+        m_log.LogError("Unable to send to %s: its queue is full and %zu others wait", path.c_str(), m_waiting.size());
+        return false;
+    }
+    SDestination destination;
+    try {
+        destination.probe.Create("");
+        destination.probe.Connect(path.c_str());
+    } catch (const CException& e) {
+        m_log.LogError("Unable to wait for %s. %s", path.c_str(), e.GetMessage().c_str());
+        return false;
+    }
+    destination.bytes = datagram.size();
+    destination.datagrams.push_back(std::move(datagram));
+    m_waiting.emplace(path, std::move(destination));
+    return true;
+}
+
+void CIpcOutbox::AddDescriptors(CPollSet& poll) const {
+    for (const auto& entry : m_waiting) {
+        poll.Add(entry.second.probe.GetDescriptor(), false, true);
+    }
+}
+
+bool CIpcOutbox::Drain(const std::string& path, SDestination& destination) {
+    while (!destination.datagrams.empty()) {
+        const ESend result = SendNow(destination.datagrams.front(), path);
+        if (result == ESend::FULL) {
+            return true;
+        }
+        if (result == ESend::FAILED) {
+            return false;
+        }
+        destination.bytes -= destination.datagrams.front().size();
+        destination.datagrams.pop_front();
+    }
+    return true;
+}
+
+void CIpcOutbox::ProcessReady(const CPollSet& poll) {
+    for (auto it = m_waiting.begin(); it != m_waiting.end();) {
+        const int probe = it->second.probe.GetDescriptor();
+        const bool failed = poll.HasFailed(probe);
+        if (!poll.IsWritable(probe) && !failed) {
+            ++it;
+            continue;
+        }
+        bool alive = Drain(it->first, it->second);
+        if (alive && failed && !it->second.datagrams.empty()) {
+            // The socket the probe watched was replaced by a new one at the same path
+            // whose queue is full too: watch the new one.
+            try {
+                it->second.probe.Create("");
+                it->second.probe.Connect(it->first.c_str());
+            } catch (const CException& e) {
+                m_log.LogError("Unable to wait for %s. %s", it->first.c_str(), e.GetMessage().c_str());
+                alive = false;
+            }
+        }
+        if (!alive) {
+            m_log.LogError("Dropping %zu datagrams waiting for %s", it->second.datagrams.size(), it->first.c_str());
+            it = m_waiting.erase(it);
+        } else if (it->second.datagrams.empty()) {
+            it = m_waiting.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}

@@ -1,0 +1,68 @@
+#pragma once
+// CIpcOutbox: the datagrams a server sends, kept per destination while the destination's
+// receive queue is full and sent in order as it makes room, so that every reply of a
+// long answer arrives however short the receiver's queue is (the system's default is 10
+// datagrams), and the server never blocks on a slow receiver.
+//
+// How it waits: a Unix datagram socket connected to a destination polls writable only
+// while the destination's receive queue has room. For each destination with datagrams
+// waiting the outbox keeps one such probe socket (unbound, used only for the poll); the
+// datagrams themselves leave from the server's own socket, so receivers see the
+// server's address as their sender.
+//
+// Order: a datagram for a destination that has datagrams waiting is queued behind them,
+// never sent ahead.
+//
+// Bounds: a destination holds at most kMaxQueuedBytes waiting; a datagram past that
+// drops the destination's whole queue with a log line (its receiver stopped reading;
+// what it missed is stale by now). At most kMaxDestinations wait at a time; a further
+// destination whose queue is full loses that datagram, logged. A destination that is
+// gone (no socket at its path) drops its queue at once, logged.
+//
+// Lifetime: the socket outlives the outbox. Thread contract: the server's thread only.
+
+#include <deque>
+#include <map>
+#include <string>
+
+#include "ipc/CDomainSocket.h"
+#include "ipc/CPollSet.h"
+#include "log/ILog.h"
+
+class CIpcOutbox {
+public:
+    static constexpr size_t kMaxQueuedBytes = 256 * 1024;
+    static constexpr size_t kMaxDestinations = 64;
+
+    CIpcOutbox(CDomainSocket& socket, ILog& log) : m_socket(socket), m_log(log) {}
+    CIpcOutbox(const CIpcOutbox&) = delete;
+    CIpcOutbox& operator=(const CIpcOutbox&) = delete;
+
+    // Sends one datagram to path now, or queues it behind what waits for path. False
+    // (with a log line) when it was dropped.
+    bool Send(const unsigned char* data, int size, const std::string& path);
+
+    // The probe of every destination with datagrams waiting, for writing.
+    void AddDescriptors(CPollSet& poll) const;
+    // Sends what the destinations that became writable take now.
+    void ProcessReady(const CPollSet& poll);
+
+    size_t GetWaitingDestinations() const { return m_waiting.size(); }
+
+private:
+    struct SDestination {
+        CDomainSocket probe;
+        std::deque<std::string> datagrams;
+        size_t bytes = 0;
+    };
+    enum class ESend { SENT, FULL, FAILED };
+
+    ESend SendNow(const std::string& datagram, const std::string& path);
+    // Sends from the front while the destination takes datagrams; false when the
+    // destination failed and its queue is to be dropped.
+    bool Drain(const std::string& path, SDestination& destination);
+
+    CDomainSocket& m_socket;
+    ILog& m_log;
+    std::map<std::string, SDestination> m_waiting;
+};
