@@ -1,8 +1,11 @@
 #include "link/CEventLink.h"
 
+#include <cerrno>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <thread>
 
@@ -109,9 +112,20 @@ EError CEventLink::Exchange(int accessLevel, CIpcMessage& message, std::list<CIp
             arrived = m_client->MessageWait(reply, timeoutMs);
         }
     } catch (const CException& e) {
-        // An absent or unreachable controller is, to the caller, a controller that did
-        // not answer in time.
         m_log.LogError("%s cannot reach the controller: %s", m_name.c_str(), e.GetMessage().c_str());
+        // An absent or busy controller is, to the caller, a controller that did not
+        // answer in time, and may answer later; anything else (a message too large to
+        // send, a path too long) fails the same way every time.
+        switch (e.GetErrno()) {
+        case ENOENT:
+        case ECONNREFUSED:
+        case EAGAIN:
+        case ENOBUFS:
+        case EINTR:
+            return ERR_COMM_TIMEOUT;
+        default:
+            return ERR_COMM_FAILURE;
+        }
     }
     return ERR_COMM_TIMEOUT;
 }
@@ -124,7 +138,7 @@ EError CEventLink::WithRetries(int accessLevel, CIpcMessage& message, std::list<
     const std::string subcode = message.GetSubCode();
     for (;;) {
         const EError outcome = Exchange(accessLevel, message, replies, timeoutMs);
-        if (outcome == ERR_NONE || !CheckForRetryAndSleep(outcome, delay)) {
+        if (outcome == ERR_NONE || outcome == ERR_COMM_FAILURE || !CheckForRetryAndSleep(outcome, delay)) {
             if (retried) {
                 m_log.Log("%s successful, returned:%d, %s+%s", m_name.c_str(), outcome, code.c_str(), subcode.c_str());
             }

@@ -13,7 +13,10 @@
 // Retries (SendCommand and SendRequest alike): mode 0 never retries; mode 1 retries
 // after the retry delay for as long as the failure lasts; mode 2 doubles the delay before
 // each retry (2, 4, 8 s from the default of 1 s) and gives up once the delay is above 7.
-// The retry time unit is one second; SetRetryTimeUnitMs shortens it for tests.
+// The retry time unit is one second; SetRetryTimeUnitMs shortens it for tests. A
+// failure no retry can mend ends the exchange at once in every mode with 111: a message
+// that cannot be sent (too large, a bad path), or a controller's answer of 111 (its
+// reply was too large to travel).
 //
 // Notification registrations ("NOT" commands): parameter 232 carries the listener's
 // notification address; each argument is a joined code whose modifier says R register,
@@ -26,8 +29,9 @@
 // Thread contract: one thread uses a link at a time; a process that needs parallel
 // exchanges makes several links. Notifications are read by the owner, usually after a
 // select on GetNotifyDescriptor().
-// Errors: results are EError codes (110 on time-out, the controller's parameter 220 as it
-// is); transport failures throw CException from the IPC classes.
+// Errors: results are EError codes (110 on time-out or an absent controller, 111 for a
+// message that cannot be sent, the controller's parameter 220 as it is); nothing throws
+// once the link is built.
 
 #include <list>
 #include <memory>

@@ -91,6 +91,14 @@ TEST_F(CEventLinkAgainstRawServer, ErrorReplyEndsTheExchangeAtOnce) {
     fake.join();
 }
 
+TEST_F(CEventLinkTest, AFailureNoRetryCanMendEndsAtOnceEvenInRetryModeOne) {
+    link->SetRetryMode(1);
+    link->SetRetryTimeUnitMs(1);
+    std::string tooLong(5000, 'x');  // no message can carry it
+    EXPECT_EQ(link->SetText(ACCESS_OPERATOR, "NAM", "", tooLong, false), ERR_COMM_FAILURE);
+    EXPECT_EQ(log.Count("busy or not responding"), 0u);
+}
+
 TEST_F(CEventLinkTest, SendOnlyCommandGetsNoReply) {
     CIpcMessage command = Message("LMP");
     command.AddArg(0, 1);
