@@ -13,8 +13,8 @@
 
 namespace {
 
-// A stored text longer than this is not one this system wrote.
-const size_t kMaxFileSize = 64 * 1024;
+// A stored text longer than any control holds is not one this system wrote.
+const size_t kMaxFileSize = kMaxControlTextLength;
 
 // Whole-text decimal integer in the int range.
 bool ParseInt(const std::string& text, int& value) {

@@ -132,6 +132,9 @@ CProjCon::CProjCon(EDisplayType type, CEventDispatcher& dispatcher, IControlProx
         if (minLength > maxLength) {
             THROW_EXCEPTION("Invalid min/max range %d < %d", minLength, maxLength);
         }
+        if (maxLength > static_cast<int>(kMaxControlTextLength)) {
+            THROW_EXCEPTION("Invalid text length limit %d (at most %zu)", maxLength, kMaxControlTextLength);
+        }
         if (length < minLength || length > maxLength) {
             THROW_EXCEPTION("Invalid default string length %d < %s < %d", minLength, defaultText.c_str(), maxLength);
         }
@@ -175,13 +178,21 @@ void CProjCon::AddToDispatcher(const std::string& code) {
     m_registered = true;
 }
 
-void CProjCon::Announce(ENotifyType type) { m_dispatcher.SendNotificationMessage(*this, type); }
+void CProjCon::Announce(ENotifyType type) {
+    // A change has happened by now; a listener that cannot be told must not undo that
+    // for the others, nor for the stored value.
+    try {
+        m_dispatcher.SendNotificationMessage(*this, type);
+    } catch (const std::exception& e) {
+        m_dispatcher.GetLog().LogError("%s Announcing a change failed: %s", m_code.c_str(), e.what());
+    }
+}
 
 void CProjCon::MarkChanged() {
-    Announce(NOTIFY_VALUE);
     if (m_persistent) {
         m_savePending = true;
     }
+    Announce(NOTIFY_VALUE);
 }
 
 bool CProjCon::Apply(int value) {
@@ -244,6 +255,9 @@ EError CProjCon::LimitValue(int& value, EChangeMode mode) const {
 }
 
 EError CProjCon::LimitText(std::string& text, EChangeMode) const {
+    if (text.find('\0') != std::string::npos) {
+        return ERR_INVALID_PARAMETER;  // no message, file or listener could carry it
+    }
     const int length = static_cast<int>(text.size());
     switch (static_cast<int>(m_displayType)) {
     case DT_TEXT:
@@ -257,7 +271,7 @@ EError CProjCon::LimitText(std::string& text, EChangeMode) const {
         return ERR_NONE;
     case DT_TEXT_FREE:
     case DT_TEXT_FREE_305:
-        return ERR_NONE;
+        return text.size() > kMaxControlTextLength ? ERR_INVALID_VALUE : ERR_NONE;
     case DT_IPV4_ADDRESS: {
         if (length < m_min || length > m_max) {
             return ERR_INVALID_VALUE;
@@ -392,7 +406,7 @@ EError CProjCon::SetRange(int min, int max, EChangeMode mode) {
     if (!IsIntegerType(type) && !lengthLimited) {
         return ERR_WRONG_CONTROL_TYPE;
     }
-    if (min > max || (lengthLimited && min < 0)) {
+    if (min > max || (lengthLimited && (min < 0 || max > static_cast<int>(kMaxControlTextLength)))) {
         return ERR_INVALID_VALUE;
     }
     if (min == m_min && max == m_max) {

@@ -10,8 +10,13 @@
 // Lifetime: the constructor registers the control with the dispatcher and the destructor
 // removes it; dispatcher and proxy must outlive the control.
 // Thread contract: used only on the controller's event thread; no locks.
-// Errors: construction and programming errors throw CException; changes never throw and
-// return EError codes: 0 accepted (also when clamped or replaced), 103 wrong kind,
+// Texts: no text control holds a NUL character (refused with 3: no message, file or
+// listener could carry it) or more than kMaxControlTextLength bytes (free text refuses
+// longer ones with 104; length limits cannot be set above it).
+//
+// Errors: construction and programming errors throw CException; changes never throw
+// (a listener that cannot be told is logged; the change stands and is stored) and
+// return EError codes: 0 accepted (also when clamped or replaced), 3 text with a NUL, 103 wrong kind,
 // 104 out of range / not in the list / list empty, 105 disabled or entry not selectable,
 // 112 refused by the application and reverted.
 //

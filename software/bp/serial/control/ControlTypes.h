@@ -2,6 +2,7 @@
 // The small types shared by controls, the dispatcher and the front-ends. Their numbers
 // travel on the wire (IPC arguments, ASCII replies, JSON results) and never change.
 
+#include <cstddef>
 #include <string>
 
 // A control's display type; its hundreds select the kind. Any number inside a kind's
@@ -21,6 +22,10 @@ enum EDisplayType : int {
     DT_MENU = 600,
     DT_CUSTOM = 700,
 };
+
+// The longest text any text control holds, in bytes: what its stored file may hold, so
+// that every text a control accepts loads back after a restart.
+constexpr size_t kMaxControlTextLength = 64 * 1024;
 
 // Bits of the mode passed with every change.
 enum EChangeMode : int {

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <filesystem>
+#include <map>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "CException.h"
 #include "ManualClock.h"
@@ -71,6 +75,61 @@ TEST_F(CFlashStorageTest, LoadAllRestoresValuesAndTextsEvenOfReadOnlyControls) {
         EXPECT_FALSE(control->IsSavePending()) << control->GetCode();
     }
     EXPECT_EQ(m_storage.Save(), 0u);
+}
+
+TEST_F(CFlashStorageTest, EveryKindAtItsLimitsLoadsBackAfterARestart) {
+    std::string everyByte;
+    for (int c = 1; c < 256; ++c) {
+        everyByte += static_cast<char>(c);
+    }
+    std::string longest(kMaxControlTextLength, 'x');
+    longest.replace(0, everyByte.size(), everyByte);
+    // One controller's worth of persistent controls, built anew for each "boot".
+    auto boot = [this](CEventDispatcher& dispatcher) {
+        std::vector<std::unique_ptr<CProjCon>> made;
+        auto add = [&made](CProjCon* control) { made.emplace_back(control); };
+        add(new CProjCon(DT_INTEGER, dispatcher, m_proxy, "LOW", true, INT_MIN, INT_MAX, 0, ACCESS_OPERATOR, 0, 0, 0,
+                         false));
+        add(new CProjCon(DT_INTEGER, dispatcher, m_proxy, "TOP", true, INT_MIN, INT_MAX, 0, ACCESS_OPERATOR, 0, 0, 0,
+                         false));
+        add(new CProjCon(DT_BOOLEAN, dispatcher, m_proxy, "ONF", true, false, ACCESS_OPERATOR, 0, 0, false));
+        add(new CProjCon(DT_LIST, dispatcher, m_proxy, "INP", true, 1, ACCESS_OPERATOR, 0, 0, false));
+        made.back()->AddList({SListEntry{1, 0, 0, true, true, "a", ""}, SListEntry{99999, 0, 0, true, true, "b", ""}});
+        add(new CProjCon(DT_TEXT_FREE, dispatcher, m_proxy, "BIG", true, 0, 0, "", ACCESS_OPERATOR, 0, 0, false));
+        add(new CProjCon(DT_TEXT, dispatcher, m_proxy, "ALL", true, 0, 255, "", ACCESS_OPERATOR, 0, 0, false));
+        add(new CProjCon(DT_TEXT_303, dispatcher, m_proxy, "WSP", true, 0, 16, "", ACCESS_OPERATOR, 0, 0, false));
+        add(new CProjCon(DT_IPV4_ADDRESS, dispatcher, m_proxy, "IPA", true, 7, 15, "0.0.0.0", ACCESS_OPERATOR, 0, 0,
+                         false));
+        return made;
+    };
+    const std::map<std::string, std::string> wanted = {
+        {"LOW", std::to_string(INT_MIN)}, {"TOP", std::to_string(INT_MAX)}, {"ONF", "1"},
+        {"INP", "99999"}, {"BIG", longest}, {"ALL", everyByte}, {"WSP", " \r\n a \t\n"}, {"IPA", "255.255.255.255"}};
+    auto standing = [](const CProjCon& control) {
+        return IsTextType(control.GetDisplayType()) ? control.GetText() : std::to_string(control.GetValue());
+    };
+    {
+        CEventDispatcher first(m_log);
+        auto made = boot(first);
+        for (auto& control : made) {
+            const std::string& value = wanted.at(control->GetCode());
+            const EError result = IsTextType(control->GetDisplayType()) ? control->SetText(value)
+                                                                        : control->SetValue(std::stoi(value));
+            ASSERT_EQ(result, ERR_NONE) << control->GetCode();
+            ASSERT_EQ(standing(*control), value) << control->GetCode();
+        }
+        CFlashStorage storage(first, m_log, m_clock, kDir, 1000);
+        storage.BindAllPersistent();
+        EXPECT_EQ(storage.Save(), made.size());
+    }
+    CEventDispatcher second(m_log);
+    auto made = boot(second);
+    CFlashStorage storage(second, m_log, m_clock, kDir, 1000);
+    storage.BindAllPersistent();
+    storage.LoadAll();
+    for (auto& control : made) {
+        EXPECT_EQ(standing(*control), wanted.at(control->GetCode())) << control->GetCode();
+    }
 }
 
 TEST_F(CFlashStorageTest, MissingOrUnreadableFileKeepsDefault) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -270,6 +271,27 @@ TEST_F(CProjConTest, RefusedChangeRevertsWithoutPendingSaveAndOnlyAValueIsAnnoun
     EXPECT_TRUE(m_notifier.notices.empty());
     EXPECT_TRUE(Logged("NAM ApplyText(bad) failed!!! reverting text: abc"));
     EXPECT_FALSE(text->IsSavePending());
+}
+
+TEST_F(CProjConTest, TextWithANulOrOverTheLimitIsRefusedAndAFailingListenerCannotUndoAChange) {
+    auto text = Text(DT_TEXT_FREE, 0, 0, "abc");
+    EXPECT_EQ(text->SetText(std::string("a\0b", 3)), ERR_INVALID_PARAMETER);
+    EXPECT_EQ(text->SetText(std::string(kMaxControlTextLength + 1, 'x')), ERR_INVALID_VALUE);
+    EXPECT_EQ(text->GetText(), "abc");
+    EXPECT_THROW(Text(DT_TEXT, 0, static_cast<int>(kMaxControlTextLength) + 1, "", "LNG"), CException);
+    EXPECT_EQ(text->SetRange(0, static_cast<int>(kMaxControlTextLength) + 1), ERR_WRONG_CONTROL_TYPE);
+
+    struct CFailingNotifier : IControlNotifier {
+        void MakeNotification(const CProjCon&, ENotifyType, const std::list<std::string>&) override {
+            throw CException("MakeNotification", "test", 1, false, "listener gone");
+        }
+    } failing;
+    m_dispatcher.SetJsonNotifier(&failing);
+    EXPECT_EQ(text->SetText(std::string(kMaxControlTextLength, 'y')), ERR_NONE);
+    EXPECT_EQ(text->GetText().size(), kMaxControlTextLength);
+    EXPECT_TRUE(text->IsSavePending());
+    EXPECT_TRUE(Logged("NAM Announcing a change failed: listener gone"));
+    m_dispatcher.SetJsonNotifier(&m_notifier);
 }
 
 TEST_F(CProjConTest, OnlyPersistentControlPendsSaveOnAcceptedChange) {
