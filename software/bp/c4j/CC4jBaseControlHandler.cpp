@@ -14,6 +14,15 @@ std::string CC4jBaseControlHandler::Text(int textId) {
     }
 }
 
+bool CC4jBaseControlHandler::IsAdmitted(int clientId, const CProjCon& control) const {
+    if (control.GetAccessGroup() != ACCESS_PROTECTED) {
+        return true;
+    }
+    const EAccessLevel level =
+        clientId < 0 ? ACCESS_USER : GetServer().GetClientAccessLevel(static_cast<unsigned int>(clientId));
+    return level == ACCESS_OPERATOR || level == ACCESS_PROTECTED;
+}
+
 bool CC4jBaseControlHandler::AddValueToResult(const CProjCon& control, Json::Value& result) {
     const int type = control.GetDisplayType();
     Json::Value value;

@@ -15,6 +15,12 @@
 //               null; 100-199: a bool; else the integer, with "decimals" when non-zero),
 //               "icon" (when the control has one)
 // The helpers return false when the result they should add to is not an object.
+//
+// Access: a control of the protected group 6 is admitted only to clients at level 2 or 6
+// (an operator or a protected session, raised by "session:connect"); every other
+// control is open to every client. Every path that reveals or changes a value (get, set,
+// properties, attributes, listening and each notification, menu entries) asks IsAdmitted
+// at the moment it acts, so a client whose level is lowered stops hearing at once.
 // Thread contract: the server's thread only.
 
 #include "CC4jBaseHandler.h"
@@ -30,6 +36,12 @@ public:
     static bool AddListToResult(const CProjCon& control, Json::Value& result, bool compact);
     static bool AddPropToResult(const CProjCon& control, Json::Value& result, bool compact);
     static bool AddAttrToResult(const CProjCon& control, Json::Value& result);
+    // Whether the client (an id, or -1 for none) may read and change the control.
+    bool IsAdmitted(int clientId, const CProjCon& control) const;
+    bool IsAdmitted(const Json::Value& request, const CProjCon& control) const {
+        return IsAdmitted(GetClientFd(request), control);
+    }
+
     // A resource text in the current language; "" for id 0 or an unknown id.
     static std::string Text(int textId);
 };

@@ -94,16 +94,11 @@ CProjCon* CC4jControl::FindControl(const Json::Value& request, Json::Value& resp
         MakeErrorResponse(request, response, ERR_CONTROL_NOT_FOUND);
         return nullptr;
     }
-    if (control->GetAccessGroup() == ACCESS_PROTECTED) {
-        const int fd = GetClientFd(request);
-        const EAccessLevel level =
-            fd < 0 ? ACCESS_USER : GetServer().GetClientAccessLevel(static_cast<unsigned int>(fd));
-        if (level != ACCESS_OPERATOR && level != ACCESS_PROTECTED) {
-            GetLog().LogWarning("Client%s not logged in for executing the protected code: %s ",
-                                GetClientIdString(request).c_str(), code.c_str());
-            MakeErrorResponse(request, response, ERR_INVALID_ACCESS_GROUP);
-            return nullptr;
-        }
+    if (!IsAdmitted(request, *control)) {
+        GetLog().LogWarning("Client%s not logged in for executing the protected code: %s ",
+                            GetClientIdString(request).c_str(), code.c_str());
+        MakeErrorResponse(request, response, ERR_INVALID_ACCESS_GROUP);
+        return nullptr;
     }
     return control;
 }
@@ -246,8 +241,7 @@ bool CC4jControl::AddListener(const Json::Value& request, Json::Value& response)
         return true;
     }
     for (const std::string& code : codes) {
-        if (!GetDispatcher().GetControl(code)) {
-            MakeErrorResponse(request, response, ERR_CONTROL_NOT_FOUND, code + " not found");
+        if (!FindControl(request, response, code)) {
             return true;
         }
     }
@@ -344,8 +338,16 @@ void CC4jControl::SendNotification(const std::string& key, const std::list<std::
         return;
     }
     SJsonNotify notify;
+    for (const std::string& client : clients) {
+        if (IsAdmitted(CJsonRpcServer::GetJsonClientDescriptorFromString(client), *control)) {
+            notify.recipients.push_back(client);
+        }
+    }
+    if (notify.recipients.empty()) {
+        return;
+    }
+    notify.key = control->GetCode();
     notify.message = Json::Rpc::Handler::GetString(MakeNotifyText(*control));
-    notify.recipients = clients;
     GetServer().NotifyPush(notify);
 }
 

@@ -80,8 +80,11 @@ bool CC4jMenu::BuildItem(const Json::Value& request, const Json::Value& item, bo
     if (const CProjCon* control = validCode ? GetDispatcher().GetControl(code) : nullptr) {
         AddAttrToResult(*control, entry);
         AddPropToResult(*control, entry, compact);
-        AddValueToResult(*control, entry);
         entry["code"] = code;
+        if (!IsAdmitted(request, *control)) {
+            return true;  // the entry is shown, its value is not, and nobody listens to it
+        }
+        AddValueToResult(*control, entry);
         if (listen) {
             const std::string address = GetClientDescriptor(request);
             if (address.empty()) {

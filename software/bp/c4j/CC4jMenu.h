@@ -10,6 +10,8 @@
 //                          when a control "MMM+<id>" exists, and "items": one entry per
 //                          menu item:
 //                            a control   its attributes, properties, value and "code"
+//                                        (no value, and no listening, for a protected
+//                                        control the client is not admitted to)
 //                            a sub-menu  {"type": 600, "code", "label" (the sub-menu's
 //                                        "label" member or the code), "icon": "menu/" +
 //                                        its "icon" member, when it has one}

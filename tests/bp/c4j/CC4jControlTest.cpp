@@ -65,17 +65,49 @@ TEST_F(CC4jControlTest, RefusalsCarryTheControlsCode) {
     EXPECT_EQ(Control("RDO").GetValue(), 0);
 }
 
-TEST_F(CC4jControlTest, ProtectedControlNeedsAnOperatorClient) {
-    EXPECT_EQ(ErrorCode(*client, "get", R"(["SEC"])"), ERR_INVALID_ACCESS_GROUP);
-    EXPECT_EQ(ErrorCode(*client, "set", R"(["SEC",4])"), ERR_INVALID_ACCESS_GROUP);
-    EXPECT_EQ(ErrorCode(*client, "getAttributes", R"(["SEC"])"), ERR_INVALID_ACCESS_GROUP);
+TEST_F(CC4jControlTest, EveryMethodTakingACodeKeepsAProtectedControlFromAClientNotAdmitted) {
+    root.WriteFile("/etc/menu.json", R"({"MAIN":{"items":["SEC","BRI"]}})");
+    menu.Initialize("menu.json");
+    const char* const calls[][2] = {
+        {"get", R"(["SEC"])"},
+        {"control:get", R"({"code":"sec"})"},
+        {"set", R"(["SEC",4])"},
+        {"control:set", R"({"code":"SEC","value":4})"},
+        {"getProperties", R"(["SEC"])"},
+        {"control:getProperties", R"({"code":"SEC"})"},
+        {"getAttributes", R"(["SEC"])"},
+        {"control:getAttributes", R"({"code":"SEC"})"},
+        {"addListener", R"(["SEC"])"},
+        {"control:addListener", R"({"code":["BRI","SEC"]})"},
+    };
+    for (const auto& call : calls) {
+        EXPECT_EQ(ErrorCode(*client, call[0], call[1]), ERR_INVALID_ACCESS_GROUP) << call[0];
+    }
     EXPECT_TRUE(log.Logged("not logged in for executing the protected code: SEC"));
-    TClient other = Connect();
+    EXPECT_EQ(Control("SEC").GetValue(), 0);
+    Control("SEC").SetValue(3);
+    EXPECT_TRUE(Quiet(*client));  // nothing was registered, nothing was sent
+    const Json::Value items = Result(*client, "menu:get", R"({"code":"MMM+MAIN","addListener":true})")["items"];
+    EXPECT_EQ(items[0]["code"], "SEC");
+    EXPECT_FALSE(items[0].isMember("value"));
+    EXPECT_EQ(items[1]["value"], 50);
+    Control("SEC").SetValue(4);
+    EXPECT_EQ(Registry().GetNotifyList("SEC").json.size(), 0u);
+
+    // An operator (or protected) connection is admitted everywhere, and hears changes
+    // only while it stays admitted; 6 is a group apart, not "above" 5.
     ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_OPERATOR));
-    EXPECT_EQ(Result(*client, "set", R"(["SEC",4])"), 4);
-    EXPECT_EQ(ErrorCode(*other, "get", R"(["SEC"])"), ERR_INVALID_ACCESS_GROUP);
-    ASSERT_TRUE(server.SetClientAccessLevel(other->id, ACCESS_FACTORY));  // 6 is a group apart, not "above" 5
-    EXPECT_EQ(ErrorCode(*other, "get", R"(["SEC"])"), ERR_INVALID_ACCESS_GROUP);
+    for (const auto& call : calls) {
+        EXPECT_EQ(ErrorCode(*client, call[0], call[1]), ERR_NONE) << call[0];
+    }
+    EXPECT_EQ(Result(*client, "menu:get", R"(["MMM+MAIN"])")["items"][0]["value"], 4);
+    client->notes.clear();
+    Control("SEC").SetValue(7);
+    EXPECT_EQ(Next(*client), Notify("SEC", 7));
+    ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_FACTORY));
+    EXPECT_EQ(ErrorCode(*client, "get", R"(["SEC"])"), ERR_INVALID_ACCESS_GROUP);
+    Control("SEC").SetValue(8);
+    EXPECT_TRUE(Quiet(*client));
 }
 
 TEST_F(CC4jControlTest, PropertiesAndAttributesDependOnTheKind) {
