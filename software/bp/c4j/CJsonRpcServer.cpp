@@ -86,7 +86,7 @@ void CJsonRpcServer::SendOneNotification(const SJsonNotify& notify) {
             continue;
         }
         try {
-            Send(static_cast<unsigned int>(id), notify.message);
+            Send(static_cast<unsigned int>(id), notify.message, notify.key);
             served += std::to_string(id) + ",";
         } catch (const CException& e) {
             if (e.GetErrno() == EAGAIN) {

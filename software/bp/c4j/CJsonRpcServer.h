@@ -7,9 +7,10 @@
 // key: a second push of a queued key replaces its message and recipients but keeps the
 // first push's deadline, so a burst of changes sends only the latest state once the
 // first change's delay has run out. Update() sends what is due. Sending to a client that
-// is gone drops its registrations (CNotificationManager::NotifyUnregisterAll); to a client
-// that cannot take the message now (EAGAIN) drops only that message; any other failure
-// drops the client's registrations. A client whose connection ends loses its
+// is gone drops its registrations (CNotificationManager::NotifyUnregisterAll); a client
+// too far behind (EAGAIN) gets the message once it has caught up, or a later one of the
+// same key instead (see CJsonRpcTcpServer); any other failure drops the client's
+// registrations. A client whose connection ends loses its
 // registrations too.
 //
 // Built-in methods: "getModules" (the modules in name order, each {"module","version"})

@@ -1,6 +1,7 @@
 #include "CJsonRpcTcpServer.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -17,9 +18,14 @@
 unsigned int SJsonRpcClient::mGlobalId = 0;
 
 CJsonRpcTcpServer::CJsonRpcTcpServer(const std::string& address, unsigned short port, ILog& log)
-    : Json::Rpc::Server(address, port), m_log(log) {}
+    : Json::Rpc::Server(address, port), m_log(log), m_reserveFd(open("/dev/null", O_RDONLY | O_CLOEXEC)) {}
 
-CJsonRpcTcpServer::~CJsonRpcTcpServer() { Close(); }
+CJsonRpcTcpServer::~CJsonRpcTcpServer() {
+    Close();
+    if (m_reserveFd >= 0) {
+        close(m_reserveFd);
+    }
+}
 
 void CJsonRpcTcpServer::Close() {
     for (auto& client : m_clients) {
@@ -34,10 +40,20 @@ void CJsonRpcTcpServer::Close() {
 int CJsonRpcTcpServer::Accept() {
     sockaddr_in peer{};
     socklen_t length = sizeof peer;
-    const int fd = accept4(GetSocket(), reinterpret_cast<sockaddr*>(&peer), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    int fd = accept4(GetSocket(), reinterpret_cast<sockaddr*>(&peer), &length, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0) {
+        if ((errno == EMFILE || errno == ENFILE) && m_reserveFd >= 0) {
+            close(m_reserveFd);
+            Refuse(accept(GetSocket(), nullptr, nullptr), "no descriptor left");
+            m_reserveFd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        }
         return 0;
     }
+    if (m_clients.size() >= m_maxClients) {
+        Refuse(fd, "client limit reached");
+        return 0;
+    }
+    m_refusing = false;
     const int one = 1;
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
     char address[INET_ADDRSTRLEN] = "";
@@ -47,6 +63,16 @@ int CJsonRpcTcpServer::Accept() {
     m_clients.push_back(std::make_unique<SJsonRpcClient>(fd, name));
     m_log.Log("Accepted connection from %s [ID:%d]", name, m_clients.back()->id);
     return 1;
+}
+
+void CJsonRpcTcpServer::Refuse(int fd, const char* why) {
+    if (fd >= 0) {
+        close(fd);
+    }
+    if (!m_refusing) {
+        m_log.LogError("Refusing JSON-RPC connections: %s (%zu clients connected)", why, m_clients.size());
+        m_refusing = true;
+    }
 }
 
 void CJsonRpcTcpServer::AddDescriptors(CPollSet& poll) const {
@@ -166,6 +192,15 @@ bool CJsonRpcTcpServer::Flush(SJsonRpcClient& client) {
     if (client.outputSent == client.output.size()) {
         client.output.clear();
         client.outputSent = 0;
+        if (!client.missed.empty()) {
+            // Caught up: what it missed follows, the latest of each key.
+            for (const auto& missed : client.missed) {
+                client.output.append(missed.second);
+                client.output.push_back('\0');
+            }
+            client.missed.clear();
+            return Flush(client);
+        }
     } else if (client.outputSent > 64 * 1024) {
         client.output.erase(0, client.outputSent);  // keep the queue from growing by what was sent
         client.outputSent = 0;
@@ -173,30 +208,28 @@ bool CJsonRpcTcpServer::Flush(SJsonRpcClient& client) {
     return true;
 }
 
-int CJsonRpcTcpServer::Send(unsigned int clientId, const std::string& text) {
+void CJsonRpcTcpServer::Send(unsigned int clientId, const std::string& text, const std::string& key) {
     SJsonRpcClient* client = FindClient(clientId);
     if (!client) {
         THROW_EXCEPTION("Unable to send data to client ID:%d (client not found)", clientId);
     }
-    if (client->outputSent < client->output.size()) {
-        errno = EAGAIN;  // earlier output still waits: this message would have to wait too
+    const std::string& slot = key.empty() ? text : key;
+    if (client->output.size() - client->outputSent + text.size() + 1 > kMaxNotifyBacklogBytes) {
+        client->missed[slot] = text;
+        if (client->missed.size() > kMaxMissedKeys) {
+            m_log.LogError("Closing %s [ID:%d]: behind on more than %zu notifications", client->peerName.c_str(),
+                           client->id, kMaxMissedKeys);
+            MarkForPurge(*client);
+        }
+        errno = EAGAIN;
         THROW_ERRNO_EXCEPTION("Unable to send data to client ID:%d", clientId);
     }
-    std::string message = text;
-    message.push_back('\0');
-    ssize_t sent;
-    do {
-        sent = send(client->fd, message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    } while (sent < 0 && errno == EINTR);
-    if (sent < 0) {
+    client->missed.erase(slot);
+    client->output.append(text);
+    client->output.push_back('\0');
+    if (!Flush(*client)) {
         THROW_ERRNO_EXCEPTION("Unable to send data to client ID:%d", clientId);
     }
-    if (static_cast<size_t>(sent) < message.size()) {
-        // Part of the message is out: the rest must follow, or the stream loses its framing.
-        client->output = message.substr(static_cast<size_t>(sent));
-        client->outputSent = 0;
-    }
-    return static_cast<int>(sent);
 }
 
 SJsonRpcClient* CJsonRpcTcpServer::FindClient(unsigned int clientId) const {
@@ -258,6 +291,11 @@ bool CJsonRpcTcpServer::SetClientAccessLevel(unsigned int clientId, EAccessLevel
 EAccessLevel CJsonRpcTcpServer::GetClientAccessLevel(unsigned int clientId) const {
     const SJsonRpcClient* client = FindClient(clientId);
     return client ? client->accessLevel : ACCESS_USER;
+}
+
+std::string CJsonRpcTcpServer::GetClientPeerName(unsigned int clientId) const {
+    const SJsonRpcClient* client = FindClient(clientId);
+    return client ? client->peerName : std::string();
 }
 
 void CJsonRpcTcpServer::OnClientClosed(const SJsonRpcClient&) {}

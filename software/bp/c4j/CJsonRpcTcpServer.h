@@ -11,9 +11,18 @@
 // what the socket does not take at once is queued per client and sent as the socket
 // becomes writable. Replies are always queued; a client whose unsent replies pass
 // kMaxQueuedBytes (a client that sends requests and never reads) is closed with a log
-// line. A notification to a client that still has unsent output, or whose socket takes
-// nothing, is refused with EAGAIN (Send throws with errno 11): a slow reader loses
-// notifications, not its connection.
+// line. Notifications queue behind whatever is unsent up to kMaxNotifyBacklogBytes; past
+// that one is refused with EAGAIN (Send throws with errno 11) but not forgotten: the
+// latest refused notification of each key is kept and sent as soon as the client's
+// backlog has drained, and a notification of that key accepted meanwhile replaces it.
+// So a slow reader may miss intermediate states, never the one that stands. A client
+// that falls behind on more than kMaxMissedKeys keys (it has stopped reading) is closed.
+//
+// Clients: at most the configured number (kDefaultMaxClients) are served at a time; a
+// connection beyond that is accepted and closed at once, logged once until a place is
+// free again. When accept fails for lack of descriptors, one descriptor held in reserve
+// is released to accept and close the connection, so the listening socket does not stay
+// readable and spin the loop; that too is logged once until an accept succeeds.
 //
 // The owner's loop either calls WaitMessage (one poll of its own), or puts the server's
 // descriptors into its own poll with AddDescriptors and hands the result to
@@ -35,6 +44,9 @@ class CJsonRpcTcpServer : public Json::Rpc::Server {
 public:
     static constexpr size_t kMaxRequestBytes = 1024 * 1024;
     static constexpr size_t kMaxQueuedBytes = 4 * 1024 * 1024;
+    static constexpr size_t kMaxNotifyBacklogBytes = 256 * 1024;
+    static constexpr size_t kMaxMissedKeys = 4096;
+    static constexpr size_t kDefaultMaxClients = 64;
 
     CJsonRpcTcpServer(const std::string& address, unsigned short port, ILog& log);
     ~CJsonRpcTcpServer() override;
@@ -52,9 +64,11 @@ public:
 
     // Sends text plus its NUL to a client now, as far as the socket takes it without
     // waiting (the rest is queued). Throws CException "Unable to send data to client
-    // ID:%d (client not found)", or with errno 11 when the client cannot take anything
-    // now, or with the socket's error. Returns the bytes written at once.
-    int Send(unsigned int clientId, const std::string& text);
+    // ID:%d (client not found)", or with errno 11 when the client's backlog is over its
+    // bound (the text is then kept as the latest missed one of `key`; an empty key means
+    // the text itself), or with the socket's error. Returns the bytes written at once.
+    void Send(unsigned int clientId, const std::string& text, const std::string& key = "");
+    void SetMaxClients(size_t count) { m_maxClients = count; }
     // Queues a reply (never refused while under the cap).
     void QueueReply(SJsonRpcClient& client, const std::string& text);
 
@@ -63,6 +77,8 @@ public:
     bool SetClientAccessLevel(unsigned int clientId, EAccessLevel level);
     // 1 for an unknown client.
     EAccessLevel GetClientAccessLevel(unsigned int clientId) const;
+    // "a.b.c.d-port"; empty for an unknown client.
+    std::string GetClientPeerName(unsigned int clientId) const;
     size_t GetClientCount() const { return m_clients.size(); }
     void Close();
 
@@ -81,7 +97,13 @@ private:
     void Purge();
     void CloseClient(std::unique_ptr<SJsonRpcClient>& client);
 
+    // Accepts the waiting connection and closes it at once; `why` is logged once per spell.
+    void Refuse(int fd, const char* why);
+
     ILog& m_log;
+    size_t m_maxClients = kDefaultMaxClients;
+    bool m_refusing = false;
+    int m_reserveFd = -1;
     std::list<std::unique_ptr<SJsonRpcClient>> m_clients;
     std::list<unsigned int> m_purge;
     char m_receiveArea[4096];

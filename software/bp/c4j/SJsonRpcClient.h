@@ -7,6 +7,7 @@
 // identifier is never reused while the process runs and a reconnecting client is a new
 // client. Owned by CJsonRpcTcpServer; used on the server's event thread only.
 
+#include <map>
 #include <string>
 
 #include "control/ControlTypes.h"
@@ -23,6 +24,9 @@ struct SJsonRpcClient {
     CNulFramer receiveBuffer;
     std::string output;    // queued, not yet sent
     size_t outputSent = 0; // bytes of `output` already sent
+    // Notifications refused while the backlog was over its bound, the latest per key; sent
+    // once the backlog has drained.
+    std::map<std::string, std::string> missed;
 
     static unsigned int mGlobalId;
 };

@@ -2,10 +2,13 @@
 // methods, client identifiers, keyed notifications, and how misbehaving or vanished
 // clients are dropped without disturbing the others.
 
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 
 #include "C4jFixture.h"
 
@@ -135,9 +138,9 @@ TEST_F(JsonRpcServerTest, KeyedPushSendsOnlyTheLatestMessageOnceTheFirstDeadline
     TClient client = Connect();
     EXPECT_EQ(server.GetNextDeadlineMs(), -1);
     const std::list<std::string> to = {Address(client->id)};
-    server.NotifyPush("key", SJsonNotify{R"({"jsonrpc":"2.0","method":"tick","params":[1]})", to}, 100);
+    server.NotifyPush("key", SJsonNotify{R"({"jsonrpc":"2.0","method":"tick","params":[1]})", to, ""}, 100);
     clock.AdvanceMs(60);
-    server.NotifyPush("key", SJsonNotify{R"({"jsonrpc":"2.0","method":"tick","params":[2]})", to}, 100);
+    server.NotifyPush("key", SJsonNotify{R"({"jsonrpc":"2.0","method":"tick","params":[2]})", to, ""}, 100);
     EXPECT_EQ(server.GetNextDeadlineMs(), 40);  // the second push does not restart the delay
     clock.AdvanceMs(39);
     EXPECT_TRUE(Quiet(*client));
@@ -209,4 +212,75 @@ TEST_F(JsonRpcServerTest, RegistrationsGoWithAClientThatHasGone) {
     ASSERT_EQ(Registry().GetNotifyList("BRI").json.size(), 1u);
     EXPECT_EQ(Registry().GetNotifyList("BRI").json.front().address, Address(staying->id));
     EXPECT_EQ(Next(*staying), J(R"({"jsonrpc":"2.0","method":"control:notify","params":{"code":"BRI","value":60}})"));
+}
+
+TEST_F(JsonRpcServerTest, AListenerThatFellBehindStillEndsWithTheValuesThatStand) {
+    TClient slow = Connect();
+    Result(*slow, "addListener", R"({"code":["BIG","BRI"],"sendNow":false})");
+    // Changes of 64 KiB each while the client reads nothing: far past what the sockets and
+    // the backlog hold.
+    for (int round = 0; round < 200; ++round) {
+        Control("BIG").SetText(std::string(kBigTextSize, static_cast<char>('a' + round % 26)));
+        Control("BRI").SetValue(round % 100);
+        loop->RunOnce(0);
+    }
+    EXPECT_TRUE(log.Logged("Can't send notification to blocked client"));
+    std::map<std::string, Json::Value> last;
+    for (int exchange = 0; exchange < 100; ++exchange) {
+        Call(*slow, "getC4JVersion");
+        if (slow->notes.empty()) {
+            break;
+        }
+        for (const Json::Value& note : slow->notes) {
+            last[note["params"]["code"].asString()] = note["params"]["value"];
+        }
+        slow->notes.clear();
+    }
+    EXPECT_EQ(last["BIG"], std::string(kBigTextSize, static_cast<char>('a' + 199 % 26)));
+    EXPECT_EQ(last["BRI"], 99);
+}
+
+TEST_F(JsonRpcServerTest, ConnectionsPastTheLimitAreRefusedAndLoggedOnceWhileOthersAreServed) {
+    server.SetMaxClients(2);
+    TClient first = Connect();
+    TClient second = Connect();
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        CJsonRpcTcpClient refused("127.0.0.1", server.GetPort());
+        EXPECT_TRUE(TurnUntil([&] {
+            char byte;
+            return recv(refused.GetSocket(), &byte, 1, MSG_DONTWAIT) == 0;
+        }));
+    }
+    EXPECT_EQ(log.Count("Refusing JSON-RPC connections: client limit reached (2 clients connected)"), 1u);
+    EXPECT_EQ(Result(*first, "getC4JVersion"), 2);
+    const unsigned int secondId = second->id;
+    second.reset();
+    ASSERT_TRUE(TurnUntil([&] { return !server.IsClientConnected(secondId); }));
+    TClient third = Connect();
+    EXPECT_EQ(Result(*third, "getC4JVersion"), 2);
+}
+
+TEST_F(JsonRpcServerTest, RunningOutOfDescriptorsRefusesTheConnectionInsteadOfSpinning) {
+    TClient served = Connect();
+    CJsonRpcTcpClient waiting("127.0.0.1", server.GetPort());  // in the backlog, not accepted yet
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+    const int lowestFree = dup(0);
+    close(lowestFree);
+    rlimit tight = saved;
+    tight.rlim_cur = static_cast<rlim_t>(lowestFree);  // every descriptor number is taken
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+    const bool closed = TurnUntil([&] {
+        char byte;
+        return recv(waiting.GetSocket(), &byte, 1, MSG_DONTWAIT) == 0;
+    });
+    CPollSet poll;
+    server.AddDescriptors(poll);
+    poll.Wait(0);
+    const bool listenerQuiet = !poll.IsReadable(server.GetSocket());
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+    EXPECT_TRUE(closed);
+    EXPECT_TRUE(listenerQuiet);
+    EXPECT_EQ(log.Count("Refusing JSON-RPC connections: no descriptor left"), 1u);
+    EXPECT_EQ(Result(*served, "getC4JVersion"), 2);
 }
