@@ -136,6 +136,9 @@ std::list<std::string> CC4jStatus::GetNotifyMethods(const Json::Value& params) c
         if (method == "status:notifyAlarms") {
             return {"ALRM"};
         }
+        if (method == kGroupNotify || method == kAlarmNotify) {
+            return {method};
+        }
     }
     std::list<std::string> groups;
     if (params.isArray()) {
@@ -170,6 +173,12 @@ bool CC4jStatus::AddListener(const Json::Value& request, Json::Value& response) 
     if (address.empty()) {
         MakeErrorResponse(request, response, ERR_TOO_FEW_PARAMETERS, "Can't find client identifier");
         return true;
+    }
+    for (const std::string& group : groups) {
+        if (!m_database.HasGroup(group)) {
+            MakeErrorResponse(request, response, ERR_UNKNOWN_REQUEST, "Cannot find status group");
+            return true;
+        }
     }
     for (const std::string& group : groups) {
         GetDispatcher().GetNotificationManager().NotifyRegister(group, address);
@@ -219,23 +228,39 @@ bool CC4jStatus::ChangeKey(const Json::Value& request, Json::Value& response, co
     return true;
 }
 
+bool CC4jStatus::ListenerKey(const Json::Value& request, Json::Value& response, const std::string& standard,
+                             const char* alternative, std::string& key) {
+    const auto method = NJsonValueParser::GetStringFromObj(request["params"], "notifyMethod", "");
+    if (!method.first || method.second == alternative) {
+        key = method.first ? alternative : standard;
+        return true;
+    }
+    MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, "Unsupported notifyMethod " + method.second);
+    return false;
+}
+
 bool CC4jStatus::AddGroupListener(const Json::Value& request, Json::Value& response) {
-    return ChangeKey(request, response, "SUMM", true, true);
+    std::string key;
+    return !ListenerKey(request, response, "SUMM", kGroupNotify, key) || ChangeKey(request, response, key, true, true);
 }
 
 bool CC4jStatus::RemoveGroupListener(const Json::Value& request, Json::Value& response) {
-    return ChangeKey(request, response, "SUMM", false, true);
+    std::string key;
+    return !ListenerKey(request, response, "SUMM", kGroupNotify, key) || ChangeKey(request, response, key, false, true);
 }
 
 bool CC4jStatus::AddAlarmListener(const Json::Value& request, Json::Value& response) {
     const bool sendNow = NJsonValueParser::GetBoolFromObj(request["params"], "sendNow", false).second;
     GetLog().LogDebug("Recv'd 'status:addAlarmListener' from %s %s", GetClientIdString(request).c_str(),
                       sendNow ? "sendNow" : "");
-    return ChangeKey(request, response, "ALRM", true, false);
+    std::string key;
+    return !ListenerKey(request, response, "ALRM", kAlarmNotify, key) || ChangeKey(request, response, key, true, false);
 }
 
 bool CC4jStatus::RemoveAlarmListener(const Json::Value& request, Json::Value& response) {
-    return ChangeKey(request, response, "ALRM", false, false);
+    std::string key;
+    return !ListenerKey(request, response, "ALRM", kAlarmNotify, key) ||
+           ChangeKey(request, response, key, false, false);
 }
 
 void CC4jStatus::Push(const std::string& key, const std::string& method, const Json::Value& params,
@@ -250,6 +275,7 @@ void CC4jStatus::Push(const std::string& key, const std::string& method, const J
     message["method"] = method;
     message["params"] = params;
     notify.message = Json::Rpc::Handler::GetString(message);
+    notify.key = method;
     if (delayMs == 0) {
         GetServer().NotifyPush(notify);
     } else {
@@ -260,11 +286,11 @@ void CC4jStatus::Push(const std::string& key, const std::string& method, const J
 void CC4jStatus::SendNotification(const std::string& key, const std::list<std::string>& clients) {
     Json::Value message;
     message["jsonrpc"] = "2.0";
-    if (key == "SUMM") {
-        message["method"] = "status:notifyGroupSummary";
+    if (key == "SUMM" || key == kGroupNotify) {
+        message["method"] = key == "SUMM" ? "status:notifyGroupSummary" : kGroupNotify;
         message["params"] = GroupEntries();
-    } else if (key == "ALRM") {
-        message["method"] = "status:notifyAlarms";
+    } else if (key == "ALRM" || key == kAlarmNotify) {
+        message["method"] = key == "ALRM" ? "status:notifyAlarms" : kAlarmNotify;
         message["params"] = AlarmEntries();
     } else if (m_database.HasGroup(key)) {
         message["method"] = "status:notifyItems";
@@ -278,6 +304,7 @@ void CC4jStatus::SendNotification(const std::string& key, const std::list<std::s
     SJsonNotify notify;
     notify.message = Json::Rpc::Handler::GetString(message);
     notify.recipients = clients;
+    notify.key = message["method"].asString() + "." + key;
     GetServer().NotifyPush(notify);
 }
 
@@ -291,12 +318,21 @@ void CC4jStatus::Notify(const std::string& group, int idx, const std::string& de
     notify.message = "{\"jsonrpc\":\"2.0\",\"method\":\"status:notify\",\"params\":[{\"idx\":" + std::to_string(idx) +
                      ",\"group\":" + Quoted(group) + ",\"status\":" + std::to_string(status) +
                      ",\"desc\":" + Quoted(desc) + ",\"value\":" + Quoted(value) + "}]}";
+    notify.key = "status:notify." + group + "." + std::to_string(idx);
     GetServer().NotifyPush(notify);
 }
 
-void CC4jStatus::NotifySummary() { Push("SUMM", "status:notifyGroupSummary", GroupEntries(), 0); }
+void CC4jStatus::NotifySummary() {
+    const Json::Value groups = GroupEntries();
+    Push("SUMM", "status:notifyGroupSummary", groups, 0);
+    Push(kGroupNotify, kGroupNotify, groups, 0);
+}
 
-void CC4jStatus::NotifyAlarms() { Push("ALRM", "status:notifyAlarms", AlarmEntries(), kAlarmDelayMs); }
+void CC4jStatus::NotifyAlarms() {
+    const Json::Value alarms = AlarmEntries();
+    Push("ALRM", "status:notifyAlarms", alarms, kAlarmDelayMs);
+    Push(kAlarmNotify, kAlarmNotify, alarms, kAlarmDelayMs);
+}
 
 void CC4jStatus::StatusAlarmsChanged() {
     NotifySummary();

@@ -10,7 +10,15 @@
 //   getAlarms; addListener / removeListener {"group": id or [ids], "sendNow" (default
 //   true)}; addGroupListener / removeGroupListener ("SUMM", "sendNow" default true);
 //   addAlarmListener / removeAlarmListener ("ALRM", "sendNow" default FALSE: an alarm
-//   listener gets the current list only when it asks for it).
+//   listener gets the current list only when it asks for it). addListener names groups
+//   that exist (error 9 "Cannot find status group" otherwise; nothing is registered).
+//
+// The group and alarm listeners choose the method of their pushes with "notifyMethod":
+// the group listener "status:notifyGroupSummary" (the default, key "SUMM") or
+// "status:groupNotify" (key "status:groupNotify"); the alarm listener
+// "status:notifyAlarms" (the default, key "ALRM") or "status:alarmNotify" (key
+// "status:alarmNotify"). Both names of a pair carry the same params; any other
+// notifyMethod is error 3.
 //
 // Pushes: a stored item change goes at once to its group's listeners as
 // {"jsonrpc":"2.0","method":"status:notify","params":[item entry]}, formatted directly
@@ -31,6 +39,8 @@
 class CC4jStatus : public CC4jBaseHandler, public IStatusListener {
 public:
     static constexpr unsigned int kAlarmDelayMs = 100;
+    static constexpr const char* kGroupNotify = "status:groupNotify";
+    static constexpr const char* kAlarmNotify = "status:alarmNotify";
 
     CC4jStatus(CJsonRpcServer& server, CStatusDb& database);
     ~CC4jStatus() override;
@@ -61,6 +71,10 @@ private:
     Json::Value GroupEntries() const;
     Json::Value ItemEntry(const SStatus& item) const;
     Json::Value AlarmEntries() const;
+    // The registry key of a group or alarm listener request: `standard`, or `alternative`
+    // when its notifyMethod names that; false (error 3 answered) for any other method.
+    bool ListenerKey(const Json::Value& request, Json::Value& response, const std::string& standard,
+                     const char* alternative, std::string& key);
     bool ChangeKey(const Json::Value& request, Json::Value& response, const std::string& key, bool add,
                    bool sendNowDefault);
     void Push(const std::string& key, const std::string& method, const Json::Value& params, unsigned int delayMs);

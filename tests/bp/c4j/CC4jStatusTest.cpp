@@ -104,3 +104,23 @@ TEST_F(CC4jStatusTest, SummaryListenerHearsWhenAGroupsMaskChanges) {
     status.UpdateStatusValue("LAMP", 1, 0, 122);
     EXPECT_TRUE(Quiet(*client));
 }
+
+TEST_F(CC4jStatusTest, UnknownGroupsAreRefusedAndTheOtherNotifyMethodsCarryTheSameState) {
+    EXPECT_EQ(ErrorCode(*client, "status:addListener", R"({"group":["LAMP","BRI"]})"), ERR_UNKNOWN_REQUEST);
+    EXPECT_TRUE(Registry().GetKeys().empty());
+    EXPECT_EQ(ErrorCode(*client, "status:addAlarmListener", R"({"notifyMethod":"status:notifyItems"})"),
+              ERR_INVALID_PARAMETER);
+
+    Result(*client, "status:addAlarmListener", R"({"notifyMethod":"status:alarmNotify","sendNow":true})");
+    EXPECT_EQ(Next(*client), Message("status:alarmNotify", std::string("[") + kSignalAlarm + "]"));
+    Result(*client, "status:addGroupListener", R"({"notifyMethod":"status:groupNotify","sendNow":false})");
+    status.UpdateStatusValue("SIGN", 1, 0, "locked");
+    EXPECT_EQ(Next(*client), Message("status:groupNotify", R"([{"name":"Lamp Info","group":"LAMP","status":0,
+                                                                "icon":"lamp"},{"name":"SIGN","group":"SIGN","status":0}])"));
+    clock.AdvanceMs(CC4jStatus::kAlarmDelayMs);
+    loop->RunOnce(0);
+    EXPECT_EQ(Next(*client), Message("status:alarmNotify", "[]"));
+    EXPECT_TRUE(Quiet(*client));
+    Result(*client, "status:removeAlarmListener", R"({"notifyMethod":"status:alarmNotify"})");
+    EXPECT_EQ(Registry().GetKeys(), std::vector<std::string>{"status:groupNotify"});
+}
