@@ -5,7 +5,8 @@
 //   configuration -> dispatcher + controls (simulated hardware behind them)
 //                 -> status database, users file, menu tree
 //   stored values (CFlashStorage) loaded over the defaults
-//   controller loop: IPC event dispatcher + JSON-RPC server (control, status, menu, sim)
+//   controller loop: IPC event dispatcher + JSON-RPC server (control, status, menu,
+//                    session, sim)
 //   child process: the ASCII serial front-end, restarted when it dies
 //
 //   vprojector [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N]
@@ -31,6 +32,7 @@
 
 #include "CC4jControl.h"
 #include "CC4jMenu.h"
+#include "CC4jSession.h"
 #include "CC4jStatus.h"
 #include "CChildSupervisor.h"
 #include "CControllerLoop.h"
@@ -45,6 +47,7 @@
 #include "security/CSecurityManager.h"
 #include "status/CStatusRequestHandler.h"
 #include "time/CMonotonicClockHighResPosix.h"
+#include "time/CMonotonicClockLowRes.h"
 
 #ifndef VPROJECTOR_DEFAULT_CONFIG
 #define VPROJECTOR_DEFAULT_CONFIG "config/vprojector.json"
@@ -195,13 +198,14 @@ std::string SerialFrontendPath() {
     return path.substr(0, path.rfind('/') + 1) + "serial_frontend";
 }
 
-// Writes the configuration's accounts as the front-end's users file, and checks them by
-// reading the file back.
+// Writes the configuration's accounts as the users file when there is none yet, and
+// checks them by reading the file back. An existing file is kept: it holds the passwords
+// changed since ("session:changePassword").
 void InstallUsers(const CProjectorConfig& config, ILog& log) {
-    if (config.GetUsers().isNull()) {
+    const std::string path = NRuntimeRoot::Path(CSecurityManager::kDefaultUsersFile);
+    if (config.GetUsers().isNull() || std::filesystem::exists(path)) {
         return;
     }
-    const std::string path = NRuntimeRoot::Path(CSecurityManager::kDefaultUsersFile);
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     const std::string temporarySystemPath = std::string(CSecurityManager::kDefaultUsersFile) + ".tmp";
     const std::string temporary = NRuntimeRoot::Path(temporarySystemPath);
@@ -290,6 +294,14 @@ int main(int argc, char** argv) {
         CC4jControl controlApi(json);
         CC4jStatus statusApi(json, *status);
         CC4jMenu menuApi(json, menu);
+        CMonotonicClockLowRes sessionClock;
+        CSecurityManager security(log);
+        try {
+            security.Load();
+        } catch (const CException& e) {
+            log.LogError("%s; JSON-RPC logins are refused until it is mended", e.GetMessage().c_str());
+        }
+        CC4jSession sessionApi(json, security, sessionClock);
         CSimModule sim(json, *status);
         CStatusRequestHandler statusRequests(dispatcher, *status);
         CControllerLoop loop(dispatcher, ipc, &json);
