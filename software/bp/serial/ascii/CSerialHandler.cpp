@@ -8,7 +8,7 @@
 
 #include "CException.h"
 #include "RuntimeRoot.h"
-#include "ipc/CSelectWrapper.h"
+#include "ipc/CPollSet.h"
 #include "link/CEventLink.h"
 #include "port/CEthernetPort.h"
 #include "port/CSerialPort.h"
@@ -83,8 +83,8 @@ void CSerialHandler::Begin(bool runLoop) {
         }
     }
     m_remoteAccess["PUSB"] = ReadControl("RAL", "PUSB", 1);
-    if (CSerialPort::GetDevicePath(PORT_USB_DEVICE) != "" && AddSerialHandler(PORT_USB_DEVICE)) {
-        m_log.Log("Added USB-TypeA Serial Connection.");
+    if (GetRemoteAccess("PUSB") != 0) {
+        AddUsbPort();
     }
     if (GetRemoteAccess("") != 0) {
         StartServer(false);
@@ -123,26 +123,24 @@ void CSerialHandler::AddNotifications() {
 }
 
 void CSerialHandler::RunOnce(unsigned int timeoutMs) {
-    if (s_usbPlugged.exchange(false) && !HasPort(PORT_USB_DEVICE) && AddSerialHandler(PORT_USB_DEVICE)) {
-        m_log.Log("Added USB-TypeA Serial Connection.");
+    if (s_usbPlugged.exchange(false) && GetRemoteAccess("PUSB") != 0) {
+        AddUsbPort();
     }
 
-    CSelectWrapper select;
+    CPollSet poll;
     for (const SConnection& connection : m_connections) {
         if (connection.parser->IsSelectable()) {
-            select.Set(connection.port->GetFd());
+            poll.Add(connection.port->GetFd(), true, connection.port->HasQueuedOutput());
         }
     }
     const int notifyFd = m_link ? m_link->GetNotifyDescriptor() : -1;
     const int serverFd = m_server ? m_server->GetFd() : -1;
     const int errorFd = m_errorSocket ? m_errorSocket->GetDescriptor() : -1;
     for (int fd : {notifyFd, serverFd, errorFd, m_wakePipe[0]}) {
-        if (fd >= 0) {
-            select.Set(fd);
-        }
+        poll.Add(fd, true, false);
     }
-    select.Select(timeoutMs);
-    if (select.IsSet(m_wakePipe[0])) {
+    poll.Wait(static_cast<int>(timeoutMs));
+    if (poll.IsReadable(m_wakePipe[0])) {
         char drained[16];
         while (read(m_wakePipe[0], drained, sizeof drained) > 0) {
         }
@@ -157,9 +155,12 @@ void CSerialHandler::RunOnce(unsigned int timeoutMs) {
             remove = true;
         } else if (!parser.IsSelectable()) {
             remove = true;  // closed after a failed write
-        } else if (select.IsSet(fd)) {
+        } else if (poll.IsReadable(fd) || poll.IsWritable(fd)) {
             try {
-                remove = parser.ProcessData() == PARSE_NO_DATA;
+                if (poll.IsWritable(fd)) {
+                    it->port->WriteQueued();
+                }
+                remove = poll.IsReadable(fd) && parser.ProcessData() == PARSE_NO_DATA;
             } catch (const CException& e) {
                 m_log.LogError("Closing %s: %s", it->port->GetName().c_str(), e.GetMessage().c_str());
                 remove = true;
@@ -175,13 +176,13 @@ void CSerialHandler::RunOnce(unsigned int timeoutMs) {
         }
     }
 
-    if (errorFd >= 0 && select.IsSet(errorFd)) {
+    if (poll.IsReadable(errorFd)) {
         ProcessErrorSocket();
     }
-    if (serverFd >= 0 && select.IsSet(serverFd)) {
+    if (poll.IsReadable(serverFd)) {
         AcceptConnection();
     }
-    if (notifyFd >= 0 && select.IsSet(notifyFd)) {
+    if (poll.IsReadable(notifyFd)) {
         ProcessNotifications();
     }
     sched_yield();
@@ -203,12 +204,18 @@ void CSerialHandler::AcceptConnection() {
     }
 }
 
+void CSerialHandler::AddUsbPort() {
+    if (!HasPort(PORT_USB_DEVICE) && AddSerialHandler(PORT_USB_DEVICE)) {
+        m_log.Log("Added USB-TypeA Serial Connection.");
+    }
+}
+
 void CSerialHandler::AddConnection(std::unique_ptr<CCommPort> port) {
     SConnection connection;
     connection.port = std::move(port);
     connection.parser = MakeParser(*connection.port);
     const unsigned char id = connection.port->GetPortId();
-    connection.parser->UpdateRemoteAccess(GetRemoteAccess(id == PORT_USB_DEVICE ? "PUSB" : CCommPort::GetPortSubCode(id)));
+    connection.parser->UpdateRemoteAccess(GetRemoteAccess(CCommPort::GetPortSubCode(id)));
     m_connections.push_back(std::move(connection));
 }
 
@@ -250,7 +257,7 @@ CSerialHandler::Connections::iterator CSerialHandler::RemoveSerialHandler(Connec
 
 void CSerialHandler::RemovePortParsers(unsigned char id) {
     for (auto it = m_connections.begin(); it != m_connections.end();) {
-        it = it->port->GetPortId() == id ? RemoveSerialHandler(it) : std::next(it);
+        it = CCommPort::GetRoutingBit(it->port->GetPortId()) == id ? RemoveSerialHandler(it) : std::next(it);
     }
 }
 
@@ -385,7 +392,7 @@ void CSerialHandler::UpdateProtocol(CSerialPort& port, bool force, int protocol)
 void CSerialHandler::RelayMessage(const CSerialParser* from, const unsigned char* text, int length,
                                   unsigned char portMask) {
     for (SConnection& connection : m_connections) {
-        if (connection.parser.get() != from && (connection.port->GetPortId() & portMask) != 0) {
+        if (connection.parser.get() != from && (CCommPort::GetRoutingBit(connection.port->GetPortId()) & portMask) != 0) {
             connection.parser->RelayMessage(text, length);
         }
     }
@@ -423,7 +430,7 @@ void CSerialHandler::ApplyRemoteAccess(const std::string& portName, int access) 
     }
     bool open = false;
     for (SConnection& connection : m_connections) {
-        if (connection.port->GetPortId() == id) {
+        if (CCommPort::GetRoutingBit(connection.port->GetPortId()) == id) {
             connection.parser->UpdateRemoteAccess(access);
             open = true;
         }
@@ -433,6 +440,8 @@ void CSerialHandler::ApplyRemoteAccess(const std::string& portName, int access) 
             m_log.Log("RAL change: Starting up Ethernet Server (SerialHandler)");
             StartServer(false);
         }
+    } else if (!open && id == PORT_USB) {
+        AddUsbPort();
     } else if (!open && id != PORT_NONE) {
         m_log.Log("RAL change: Starting up Serial Handler: %d", id);
         AddSerialHandler(id);

@@ -16,10 +16,16 @@
 //   "KEY"+"BKEY"                a key code every port broadcasts
 //
 // At most 13 parsers live at a time (serial, USB and TCP together); the 14th connection
-// is refused and closed at once. A port that fails (read error, peer gone, write stall)
-// costs only its own connection. The USB serial adapter is /dev/ttyUSB<n> (port id 128);
-// the process sets SetUsbAdapterPlugged() when one appears (the front-end does it on
-// SIGUSR1), and the loop then opens it. "PUSB" (id 32) has no device of its own here.
+// is refused and closed at once. A port that fails (read error, peer gone) costs only its
+// own connection. Output a port cannot take at once waits in the port's queue and is
+// written as the port becomes writable (the loop selects it for writing while it has
+// some): a slow serial line or a peer holding XOFF loses messages past the queue's bound,
+// never its port; a TCP peer that stops reading is closed past it (CCommPort).
+//
+// The USB serial adapter is /dev/ttyUSB<n> (port id 128) and is the "PUSB" port: its
+// "RAL" opens (at start only when not 0), gates and closes it, and routing masks reach it
+// by the PUSB bit. The process sets SetUsbAdapterPlugged() when one appears (the
+// front-end does it on SIGUSR1), and the loop then opens it when "RAL"+"PUSB" is not 0.
 //
 // The concrete class makes the parser of a new port (MakeParser) and cleans up after a
 // removed one (OnParserRemoved).
@@ -114,7 +120,10 @@ private:
     using Connections = std::list<SConnection>;
 
     Connections::iterator RemoveSerialHandler(Connections::iterator it);
+    // Removes every parser whose port has this routing bit (PUSB takes the USB device).
     void RemovePortParsers(unsigned char id);
+    // Opens the USB serial device (the PUSB port) unless it is open, with its log line.
+    void AddUsbPort();
     void AddConnection(std::unique_ptr<CCommPort> port);
     CCommPort* FindPort(unsigned char id) const;
     CSerialPort* FindSerialPort(const std::string& portName) const;

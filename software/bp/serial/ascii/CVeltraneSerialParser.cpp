@@ -200,7 +200,7 @@ EParseResult CVeltraneSerialParser::FeedByte(unsigned char c) {
             m_token.assign(1, static_cast<char>(std::toupper(c)));
             m_state = CODE;
         } else {
-            if (m_token.size() >= kTokenSize) {
+            if (m_token.size() + 1 >= kTokenSize) {  // the buffer keeps room for its end
                 return SyntaxError("buffer overflow", static_cast<int>(kTokenSize));
             }
             m_token += static_cast<char>(c);
@@ -258,7 +258,7 @@ EParseResult CVeltraneSerialParser::FeedByte(unsigned char c) {
             return PARSE_INCOMPLETE;
         }
         if (IsDigit(c) || c == '-') {
-            if (m_token.size() >= kTokenSize) {
+            if (m_token.size() + 1 >= kTokenSize) {  // the buffer keeps room for its end
                 return SyntaxError("buffer overflow", static_cast<int>(kTokenSize));
             }
             m_token += static_cast<char>(c);
@@ -557,7 +557,7 @@ bool CVeltraneSerialParser::RxdPreProcessMsg(CIpcMessage& message) {
     const bool broadcast = (message.GetFlags() & ASCII_BROADCAST) != 0;
     const bool toUs = !broadcast && message.GetDestinationAddress() == s_address;
     if (message.GetCode() != "UID" && !toUs) {
-        const unsigned char mask = RouteMask(s_routing, GetPort().GetPortId());
+        const unsigned char mask = RouteMask(s_routing, CCommPort::GetRoutingBit(GetPort().GetPortId()));
         if (mask != 0 && m_handler) {
             const int length = Send(0, &message);
             m_handler->RelayMessage(this, reinterpret_cast<const unsigned char*>(m_transmit.data()), length, mask);
@@ -579,7 +579,12 @@ bool CVeltraneSerialParser::RxdProcessMsg(CIpcMessage& message) {
     const bool query = (flags & ASCII_QUERY) != 0;
     bool result = false;
     const bool isLogin = message.GetCode() == "UID";
-    if (!CSecurityManager::IsCommandAllowed(static_cast<ERemoteAccess>(m_remoteAccess), query, isLogin,
+    const bool fromPeer = (flags & ASCII_REPLY) != 0 || (!query && IsOneOf(message.GetCode(), {"FYI", "ERR"}));
+    if (fromPeer) {
+        // What a linked projector says back is taken and dropped on any port: answering
+        // it with an error would set two projectors erroring at each other for ever.
+        result = (flags & ASCII_REPLY) ? ExtReply(message) : true;
+    } else if (!CSecurityManager::IsCommandAllowed(static_cast<ERemoteAccess>(m_remoteAccess), query, isLogin,
                                             m_user != kDefaultUser)) {
         SendError(LOG_LEVEL_ERROR, ERR_INVALID_ACCESS_GROUP, "Access denied on this port", &message);
     } else if (flags & ASCII_REPLY) {
@@ -890,7 +895,8 @@ bool CVeltraneSerialParser::Write(const std::string& text) {
         if (GetPort().WriteString(reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()))) {
             return true;
         }
-        Close("short write");
+        m_log.LogWarning("Dropping %zu bytes for %s: its output queue is full", text.size(),
+                         GetPort().GetName().c_str());
     } catch (const CException& e) {
         Close(e.GetMessage());
     }

@@ -34,7 +34,11 @@
 //  - An error reply goes to the request's source address (65535 when it had none).
 //  - Error codes of the parser's own replies: 116 "Invalid user name or password",
 //    3 "Missing user/password or quotes" and notification errors, 4 "No parameters
-//    required", 117 for commands the port's remote access refuses.
+//    required", 117 for commands the port's remote access refuses. Replies, "FYI" and
+//    "ERR" a peer sends are accepted and dropped whatever the port's remote access, so
+//    two linked projectors never answer each other's errors with errors.
+//  - A header or number token holds at most 49 characters: the 50th is "buffer
+//    overflow: 50".
 //  - "NOT" registers this connection for change notifications: each parameter is a
 //    quoted control code, with modifier U to unregister instead ((NOT "BRI" U"LMP")).
 //    A change of a registered control is sent as a reply, "(BRI!050)".

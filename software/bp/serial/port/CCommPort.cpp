@@ -41,6 +41,7 @@ bool WouldBlock(int error) { return error == EAGAIN || error == EWOULDBLOCK; }
 }  // namespace
 
 std::string CCommPort::GetPortSubCode(unsigned char id) {
+    id = GetRoutingBit(id);
     for (const SSubCode& entry : kSubCodes) {
         if (entry.id == id) {
             return entry.code;
@@ -160,25 +161,17 @@ long CCommPort::WriteSome(const unsigned char* data, unsigned long length) {
     return write(m_fd, data, length);
 }
 
-bool CCommPort::WriteString(const unsigned char* data, int length) {
-    if (length == 0) {
-        return true;
-    }
-    if (length < 0 || !data) {
-        return false;
-    }
-    int written = 0;
-    Clock::duration stalled{0};
-    const Clock::duration stallLimit = std::chrono::milliseconds(kWriteStallMs);
+size_t CCommPort::WriteNow(const unsigned char* data, size_t length) {
+    size_t written = 0;
     while (written < length) {
         errno = 0;
         const long sent = WriteSome(data + written, static_cast<unsigned long>(length - written));
         if (sent > 0) {
-            written += static_cast<int>(sent);
+            written += static_cast<size_t>(sent);
             continue;
         }
         if (sent == 0) {
-            THROW_EXCEPTION("Failed write to port %s (write() return 0. %d of %d bytes written)", m_name.c_str(),
+            THROW_EXCEPTION("Failed write to port %s (write() return 0. %zu of %zu bytes written)", m_name.c_str(),
                             written, length);
         }
         if (errno == EINTR) {
@@ -187,19 +180,46 @@ bool CCommPort::WriteString(const unsigned char* data, int length) {
         if (!WouldBlock(errno)) {
             THROW_ERRNO_EXCEPTION("Failed to write to port %s", m_name.c_str());
         }
-        // The stall time adds up over the whole call, so a peer that takes a byte now and
-        // then cannot keep the caller here much beyond kWriteStallMs either.
-        const Clock::time_point start = Clock::now();
-        const int ready = WaitUntil(m_fd, POLLOUT, start + (stallLimit - stalled));
-        if (ready < 0) {
-            THROW_ERRNO_EXCEPTION("Failed to write to port %s", m_name.c_str());
-        }
-        stalled += Clock::now() - start;
-        if (ready == 0 || stalled >= stallLimit) {
+        break;
+    }
+    return written;
+}
+
+bool CCommPort::WriteString(const unsigned char* data, int length) {
+    if (length == 0) {
+        return true;
+    }
+    if (length < 0 || !data) {
+        return false;
+    }
+    const size_t size = static_cast<size_t>(length);
+    const size_t written = HasQueuedOutput() ? 0 : WriteNow(data, size);
+    if (written == size) {
+        return true;
+    }
+    if (m_queued.size() - m_queuedSent + size - written > kMaxQueuedBytes) {
+        if (m_isSocket) {
             THROW_EXCEPTION("Failed to write to port %s (peer not reading)", m_name.c_str());
         }
+        if (written == 0) {
+            return false;  // dropped whole; the stream stays framed
+        }
     }
-    return written == length;
+    // A message begun on the line is always finished, or the peer would see it cut.
+    m_queued.append(reinterpret_cast<const char*>(data) + written, size - written);
+    return true;
+}
+
+void CCommPort::WriteQueued() {
+    m_queuedSent += WriteNow(reinterpret_cast<const unsigned char*>(m_queued.data()) + m_queuedSent,
+                             m_queued.size() - m_queuedSent);
+    if (m_queuedSent == m_queued.size()) {
+        m_queued.clear();
+        m_queuedSent = 0;
+    } else if (m_queuedSent > kMaxQueuedBytes) {
+        m_queued.erase(0, m_queuedSent);
+        m_queuedSent = 0;
+    }
 }
 
 bool CCommPort::WriteChar(unsigned char c) {

@@ -9,11 +9,15 @@
 //   16 Ethernet (any TCP connection), 32 "PUSB", 128 the USB serial device "/dev/ttyUSB<n>".
 // Device paths are system paths resolved through the runtime root.
 //
-// Writes never hang on a peer that stops reading: WriteString waits for the descriptor
-// to become writable again for at most kWriteStallMs in all, then throws, and the owner
-// closes the port. Writes on sockets use send(MSG_NOSIGNAL | MSG_DONTWAIT), so a closed
-// TCP peer gives an exception, never SIGPIPE, and a socket handed over still blocking
-// cannot stall a write; other descriptors (terminals) must be non-blocking already.
+// Writes never wait: WriteString writes what the descriptor takes now and queues the
+// rest, behind anything queued before; the owner's loop selects the port for writing
+// while HasQueuedOutput() and calls WriteQueued() when it is writable. The queue holds at
+// most kMaxQueuedBytes: a message that does not fit is dropped whole on a serial line
+// (WriteString returns false: a slow line or a peer holding XOFF must not lose its port)
+// and makes WriteString throw on a TCP connection (a peer that stopped reading is
+// closed). Writes on sockets use send(MSG_NOSIGNAL | MSG_DONTWAIT), so a closed TCP peer
+// gives an exception, never SIGPIPE, and a socket handed over still blocking cannot stall
+// a write; other descriptors (terminals) must be non-blocking already.
 // Waits use poll(), so descriptor numbers above 1023 work as well.
 //
 // Ownership: the port owns its descriptor and closes it when destroyed.
@@ -59,10 +63,16 @@ enum ESerialFlowCtrl : int {
 class CCommPort {
 public:
     static constexpr unsigned int kBufferSize = 1024;
-    static constexpr unsigned int kWriteStallMs = 2000;
+    static constexpr size_t kMaxQueuedBytes = 64 * 1024;
 
-    // "PRTA", "PRTB", "PRTC", "PUSB" for 2, 4, 8, 32; "" for any other id.
+    // "PRTA", "PRTB", "PRTC", "PUSB" for 2, 4, 8, 32 and the USB serial device 128; ""
+    // for any other id.
     static std::string GetPortSubCode(unsigned char id);
+    // The bit that stands for a port in routing masks and port settings: its own id, but
+    // PUSB (32) for the USB serial device (128), which is the projector's USB port.
+    static unsigned char GetRoutingBit(unsigned char id) {
+        return id == PORT_USB_DEVICE ? static_cast<unsigned char>(PORT_USB) : id;
+    }
     // The inverse: "" gives 16 (Ethernet), an unknown name 0.
     static unsigned char GetPortId(const std::string& name);
 
@@ -90,11 +100,16 @@ public:
     // One byte; 0 when nothing was waiting or at end of stream.
     // Throws "Failed to read from port %s".
     virtual unsigned char ReadChar();
-    // Writes all bytes: true when exactly length bytes went out; length 0 is true at once,
-    // a negative length false. Throws "Failed write to port %s (write() return 0. %d of
-    // %d bytes written)", "Failed to write to port %s", or, when the peer has not taken
-    // any byte for kWriteStallMs, "Failed to write to port %s (peer not reading)".
+    // Writes all bytes now or queues what the port does not take: true when all went out
+    // or are queued; length 0 is true at once, a negative length false, and so is a
+    // message dropped on a serial line whose queue is full. Throws "Failed write to port
+    // %s (write() return 0. %d of %d bytes written)", "Failed to write to port %s", or, on
+    // a TCP connection whose queue is full, "Failed to write to port %s (peer not
+    // reading)".
     virtual bool WriteString(const unsigned char* data, int length);
+    bool HasQueuedOutput() const { return m_queuedSent < m_queued.size(); }
+    // Writes queued bytes while the port takes them. Throws as WriteString.
+    void WriteQueued();
     // One byte: true when written, false when the port cannot take it now.
     // Throws "Failed to write to port %s".
     virtual bool WriteChar(unsigned char c);
@@ -114,6 +129,11 @@ private:
     // Hands out the record ending at m_buffer[index]; see BufferedReadComplete.
     int TakeRecord(unsigned int index, unsigned char* out, unsigned int outSize);
 
+    // Writes from `data` while the port takes it; the count written. Throws on failure.
+    size_t WriteNow(const unsigned char* data, size_t length);
+
+    std::string m_queued;
+    size_t m_queuedSent = 0;
     unsigned char m_portId;
     int m_fd;
     std::string m_name;

@@ -2,6 +2,7 @@
 // pseudo-terminals, TCP clients on 127.0.0.1, and port controls changed through the link
 // while the loop runs.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <termios.h>
@@ -12,6 +13,7 @@
 
 #include "SerialPortsFixture.h"
 #include "ascii/CVeltraneSerialHandler.h"
+#include "ascii/CVeltraneSerialParser.h"
 #include "security/CSecurityManager.h"
 
 namespace {
@@ -137,7 +139,7 @@ TEST_F(CVeltraneSerialHandlerTest, RefusesConnectionsBeyondThirteenParsers) {
     EXPECT_EQ(Ask(tcp[11], "(BRI?)", "(BRI!050)"), "(BRI!050)");
 }
 
-TEST_F(CVeltraneSerialHandlerTest, UsbAdapterIsOpenedRemovedAndReopenedWhenPlugged) {
+TEST_F(CVeltraneSerialHandlerTest, UsbAdapterIsThePusbPortOpenedRemovedAndReopenedWhenPlugged) {
     auto usb = std::make_unique<SPty>(root, "/dev/ttyUSB0");
     Start();
     EXPECT_TRUE(Logged("Added USB-TypeA Serial Connection."));
@@ -154,6 +156,24 @@ TEST_F(CVeltraneSerialHandlerTest, UsbAdapterIsOpenedRemovedAndReopenedWhenPlugg
     EXPECT_TRUE(RunUntil([&] { return handler->HasPort(PORT_USB_DEVICE); }));
     EXPECT_EQ(log.Count("Added USB-TypeA Serial Connection."), 2u);
     EXPECT_EQ(Ask(usb->master, "(BRI?)", "(BRI!050)"), "(BRI!050)");
+
+    // Routing reaches it as PUSB, both ways.
+    SetControl("NTR", "", ROUTING_ALL);
+    EXPECT_TRUE(RunUntil([&] { return CVeltraneSerialParser::GetRouting() == ROUTING_ALL; }));
+    Ask(usb->master, "(BRI?)", "(BRI!050)");
+    EXPECT_EQ(ReadUntil(prta.master, "(BRI?)", [this] { handler->RunOnce(10); }), "(BRI?)");
+    Ask(prta.master, "(BRI?)", "(BRI!050)");
+    EXPECT_EQ(ReadUntil(usb->master, "(BRI?)", [this] { handler->RunOnce(10); }), "(BRI?)");
+
+    // "RAL"+"PUSB" closes it, keeps it closed when plugged, and opens it again.
+    SetControl("RAL", "PUSB", 0);
+    EXPECT_TRUE(RunUntil([&] { return !handler->HasPort(PORT_USB_DEVICE); }));
+    CSerialHandler::SetUsbAdapterPlugged();
+    handler->RunOnce(10);
+    EXPECT_FALSE(handler->HasPort(PORT_USB_DEVICE));
+    SetControl("RAL", "PUSB", 2);
+    EXPECT_TRUE(RunUntil([&] { return handler->HasPort(PORT_USB_DEVICE); }));
+    EXPECT_EQ(Ask(usb->master, "(BRI 7)", "ERR00117"), "(65535 ERR00117 \"System Error: Access denied on this port\")");
 }
 
 TEST_F(CVeltraneSerialHandlerTest, NoiseAndAbandonedMessagesCostNothingElse) {
@@ -175,7 +195,7 @@ TEST_F(CVeltraneSerialHandlerTest, NoiseAndAbandonedMessagesCostNothingElse) {
     EXPECT_EQ(Ask(good, "(BRI?)", "(BRI!050)"), "(BRI!050)");  // the cut-off set never ran
 }
 
-TEST_F(CVeltraneSerialHandlerTest, PeerThatNeverReadsIsClosedAfterTheWriteStall) {
+TEST_F(CVeltraneSerialHandlerTest, ASlowSerialLineKeepsItsPortButATcpPeerThatStopsReadingIsClosed) {
     Start();
     const int good = Accepted();
     const int sink = Client(serverPort, 1024);
@@ -193,4 +213,18 @@ TEST_F(CVeltraneSerialHandlerTest, PeerThatNeverReadsIsClosedAfterTheWriteStall)
     }));
     EXPECT_TRUE(Logged("(peer not reading)"));
     EXPECT_EQ(Ask(good, "(BRI?)", "(BRI!050)"), "(BRI!050)");
+
+    // The same flood on PRTA while its peer reads nothing (a slow line, or XOFF held): the
+    // replies that do not fit are dropped whole and the port stays.
+    ASSERT_EQ(fcntl(prta.master, F_SETFL, O_NONBLOCK), 0);
+    int rounds = 0;
+    RunUntil([&] {
+        WriteSome(prta.master, requests);
+        return ++rounds == 300;
+    });
+    EXPECT_TRUE(Logged("Dropping"));
+    EXPECT_EQ(handler->GetParserCount(), 2u);
+    const std::string drained = Ask(prta.master, "(BRI?)", "(BRI!050)");
+    EXPECT_NE(drained.find("(BRI!050)"), std::string::npos);
+    EXPECT_EQ(std::count(drained.begin(), drained.end(), '('), std::count(drained.begin(), drained.end(), ')'));
 }

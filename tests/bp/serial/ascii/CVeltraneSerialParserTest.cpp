@@ -122,8 +122,8 @@ TEST_F(CParserTest, SyntaxErrorsDropOnlyTheirMessage) {
     } cases[] = {
         {"(SUMM)", "Invalid code"},
         {"(SST+PRTAX)", "Invalid subcode"},
-        {"(" + std::string(50, '0') + "1 BRI)", "buffer overflow: 50"},
-        {"(BRI " + std::string(51, '1') + ")", "buffer overflow: 50"},
+        {"(" + std::string(49, '0') + "1 BRI)", "buffer overflow: 50"},
+        {"(BRI " + std::string(50, '1') + ")", "buffer overflow: 50"},
         {"(NAM \"a(b\")", "escape expected: 40"},
         {"(NAM \"a\nb\")", "escape expected: 10"},
         {"(NAM \"\\hZZ\")", "invalid hex digit: 90"},
@@ -204,6 +204,11 @@ TEST_F(CParserTest, RemoteAccessGatesCommands) {
     parser->UpdateRemoteAccess(REMOTE_READ_ONLY);
     EXPECT_EQ(Exchange("(BRI?)"), "(BRI!050)");
     EXPECT_EQ(Exchange("(BRI 10)"), "(65535 ERR00117 \"System Error: Access denied on this port\")");
+    // What a linked projector says back is dropped without a word on every port.
+    for (ERemoteAccess access : {REMOTE_READ_ONLY, REMOTE_LOGIN_REQUIRED}) {
+        parser->UpdateRemoteAccess(access);
+        EXPECT_EQ(Exchange("(BRI!050)(FYI \"warming up\")(65535 ERR00117 \"denied\")"), "") << access;
+    }
     parser->UpdateRemoteAccess(REMOTE_FULL);
     EXPECT_EQ(Exchange("(#BRI 10)"), "(#BRI!010)");
 }

@@ -129,7 +129,7 @@ protected:
             int value;
         } kControls[] = {{"RAL", 3, 1},      {"RAL+PRTA", 3, 1}, {"RAL+PRTB", 3, 0},      {"RAL+PRTC", 3, 0},
                          {"BDR+PRTA", 7, 2}, {"MDE+PRTA", 2, 0}, {"FLW+PRTA", 2, 1},      {"PTL+PRTA", 1, 0},
-                         {"ADR", 1023, 0},   {"NTR", 3, 0},      {"KEY+BKEY", 65535, 0}, {"EME", 1, 0}};
+                         {"RAL+PUSB", 3, 1}, {"ADR", 1023, 0},   {"NTR", 3, 0},      {"KEY+BKEY", 65535, 0}, {"EME", 1, 0}};
         controller->RunOnController([this] {
             for (const auto& control : kControls) {
                 controls.push_back(std::make_unique<CProjCon>(DT_INTEGER, dispatcher, proxy, control.code, false, 0,
