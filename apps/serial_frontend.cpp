@@ -26,6 +26,7 @@
 #include "log/CLogConsole.h"
 #include "log/CLogger.h"
 #include "security/CSecurityManager.h"
+#include "text/NText.h"
 
 namespace {
 
@@ -84,6 +85,7 @@ int main(int argc, char** argv) {
     }
 
     NRuntimeRoot::SetRoot(root);
+    NText::SetTranslationFallbacksBesideExecutable();
     CLogConsole console;
     CLogger log;
     log.Initialize("serial_frontend");

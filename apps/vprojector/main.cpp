@@ -40,12 +40,14 @@
 #include "CJsonMenu.h"
 #include "CProjectorConfig.h"
 #include "CSimModule.h"
+#include "NFileUtil.h"
 #include "RuntimeRoot.h"
 #include "control/CFlashStorage.h"
 #include "log/CLogConsole.h"
 #include "log/CLogger.h"
 #include "security/CSecurityManager.h"
 #include "status/CStatusRequestHandler.h"
+#include "text/NText.h"
 #include "time/CMonotonicClockHighResPosix.h"
 #include "time/CMonotonicClockLowRes.h"
 
@@ -189,13 +191,30 @@ private:
 };
 
 std::string SerialFrontendPath() {
-    char self[4096];
-    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length <= 0) {
-        return "serial_frontend";
+    const std::string dir = NFileUtil::GetExecutableDir();
+    return dir.empty() ? "serial_frontend" : dir + "/serial_frontend";
+}
+
+// Loads the configuration's menu tree from "<root>/etc/"; when the root has none yet,
+// installs the one shipped beside the configuration file there first, and says so.
+void LoadMenu(const CProjectorConfig& config, CJsonMenu& menu, ILog& log) {
+    const std::string name = config.GetMenuFile();
+    const std::string installed = NRuntimeRoot::Path(CJsonMenu::kMenuDirectory + name);
+    if (!std::filesystem::exists(installed)) {
+        const std::string configPath = config.GetPath();
+        const std::string shipped = configPath.substr(0, configPath.rfind('/') + 1) + name;
+        std::string text;
+        std::string error;
+        if (NFileUtil::ReadFile(shipped, CJsonMenu::kMaxFileSize, text, error) == NFileUtil::EReadResult::READ &&
+            NFileUtil::WriteFileAtomically(installed, text, 0644)) {
+            log.Log("No menu tree %s: installed the shipped one from %s", installed.c_str(), shipped.c_str());
+        }
     }
-    const std::string path(self, static_cast<size_t>(length));
-    return path.substr(0, path.rfind('/') + 1) + "serial_frontend";
+    try {
+        menu.Initialize(name.c_str());
+    } catch (const CException& e) {
+        THROW_EXCEPTION("%s: menu: %s", config.GetPath().c_str(), e.GetMessage().c_str());
+    }
 }
 
 // Writes the configuration's accounts as the users file when there is none yet, and
@@ -236,6 +255,7 @@ int main(int argc, char** argv) {
         return Usage(argv[0]);
     }
     NRuntimeRoot::SetRoot(options.root);
+    NText::SetTranslationFallbacksBesideExecutable();
     signal(SIGPIPE, SIG_IGN);
 
     CLogConsole console;
@@ -261,11 +281,7 @@ int main(int argc, char** argv) {
             std::filesystem::create_directories(NRuntimeRoot::Path(dir));
         }
         InstallUsers(*config, log);
-        try {
-            menu.Initialize(config->GetMenuFile().c_str());
-        } catch (const CException& e) {
-            THROW_EXCEPTION("%s: menu: %s", config->GetPath().c_str(), e.GetMessage().c_str());
-        }
+        LoadMenu(*config, menu, log);
     } catch (const CException& e) {
         fprintf(stderr, "vprojector: %s\n", e.GetMessage().c_str());
         return 2;

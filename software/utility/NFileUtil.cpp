@@ -111,4 +111,14 @@ bool WriteFileAtomically(const std::string& path, const std::string& contents, m
     return true;
 }
 
+std::string GetExecutableDir() {
+    char self[4096];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length <= 0) {
+        return "";
+    }
+    const std::string path(self, static_cast<size_t>(length));
+    return path.substr(0, path.rfind('/'));
+}
+
 }  // namespace NFileUtil

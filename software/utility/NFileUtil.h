@@ -31,6 +31,10 @@ EReadResult ReadFile(const std::string& path, size_t maxBytes, std::string& cont
 // place and cannot be taken back).
 bool WriteFileAtomically(const std::string& path, const std::string& contents, mode_t mode);
 
+// The directory of the running executable ("/proc/self/exe" without its last part); empty
+// when it cannot be read.
+std::string GetExecutableDir();
+
 // The temporary name WriteFileAtomically uses for `path`.
 std::string TemporaryPathFor(const std::string& path);
 

@@ -156,7 +156,6 @@ protected:
         // A serial front-end orphaned by a SIGKILL of the projector becomes our child, so
         // that the test can end and reap it.
         prctl(PR_SET_CHILD_SUBREAPER, 1);
-        root.WriteFile("/etc/menu.json", CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/menu.json"));
     }
     ~CVirtualProjectorTest() override {
         if (projector > 0) {
@@ -286,6 +285,18 @@ protected:
 };
 
 }  // namespace
+
+TEST_F(CVirtualProjectorTest, AnEmptyRootGetsTheShippedMenuTreeAndKeepsASecondStartsOwn) {
+    ASSERT_NO_FATAL_FAILURE(Start());  // the fixture's root holds nothing
+    EXPECT_NE(CTempRoot::ReadFile(root.Path("/vprojector.log")).find("installed the shipped one from"), std::string::npos);
+    CRpc rpc(jsonPort);
+    EXPECT_EQ(rpc.Call("menu:get", R"(["MMM+MAIN"])")["result"]["items"].size(), 5u);
+    EXPECT_EQ(Stop(SIGTERM), 0);
+    root.WriteFile("/etc/menu.json", R"({"MAIN": {"items": ["BRI"]}})");
+    ASSERT_NO_FATAL_FAILURE(Start());
+    CRpc again(jsonPort);
+    EXPECT_EQ(again.Call("menu:get", R"(["MMM+MAIN"])")["result"]["items"][0]["code"], "BRI");
+}
 
 TEST_F(CVirtualProjectorTest, AChangeThroughOneFrontEndIsSeenAndNotifiedThroughTheOthers) {
     ASSERT_NO_FATAL_FAILURE(Start());

@@ -1,5 +1,7 @@
 #include "NText.h"
 
+#include <unistd.h>
+
 #include <QCoreApplication>
 #include <QString>
 #include <QTranslator>
@@ -8,8 +10,11 @@
 #include <array>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <vector>
 
 #include "CException.h"
+#include "NFileUtil.h"
 #include "RuntimeRoot.h"
 
 namespace NText {
@@ -83,6 +88,17 @@ const char* SourceText(int id) {
     return it != std::end(kTexts) && it->id == id ? it->text : "";
 }
 
+// Fallback directories have a mutex of their own: GetTranslationFile is called with
+// Mutex() held and without it.
+std::mutex& FallbackMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+std::vector<std::string>& FallbackDirs() {
+    static std::vector<std::string> dirs;
+    return dirs;
+}
+
 // The translator of lang, loading it on first use. Mutex() must be held.
 QTranslator& TranslatorLocked(ELanguage lang) {
     const std::string path = GetTranslationFile(lang);  // rejects a language before it indexes the table
@@ -103,7 +119,32 @@ std::string GetTranslationFile(ELanguage lang) {
     if (lang < LANG_FRENCH || lang > LANG_FIELD) {
         THROW_EXCEPTION("Unsupported language %d", static_cast<int>(lang));
     }
-    return NRuntimeRoot::Path(std::string("/usr/bin/translations/prototype_") + kFileSuffixes[lang - 1] + ".qm");
+    const std::string name = std::string("prototype_") + kFileSuffixes[lang - 1] + ".qm";
+    const std::string rooted = NRuntimeRoot::Path("/usr/bin/translations/" + name);
+    if (access(rooted.c_str(), F_OK) == 0) {
+        return rooted;
+    }
+    std::lock_guard<std::mutex> lock(FallbackMutex());
+    for (const std::string& dir : FallbackDirs()) {
+        const std::string candidate = dir + "/" + name;
+        if (access(candidate.c_str(), F_OK) == 0) {
+            return candidate;
+        }
+    }
+    return rooted;
+}
+
+void SetTranslationFallbackDirs(const std::vector<std::string>& dirs) {
+    std::lock_guard<std::mutex> lock(FallbackMutex());
+    FallbackDirs() = dirs;
+}
+
+void SetTranslationFallbacksBesideExecutable() {
+    const std::string dir = NFileUtil::GetExecutableDir();
+    if (dir.empty()) {
+        return;
+    }
+    SetTranslationFallbackDirs({dir + "/../translations", dir + "/translations"});
 }
 
 std::string GetSourceString(int id) { return SourceText(id); }

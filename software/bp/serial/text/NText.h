@@ -9,6 +9,8 @@
 //
 // Translation files, one per language, lie under the runtime root:
 //   "/usr/bin/translations/prototype_<xx>.qm" with xx = fr, de, es, it, zh, ja, ko, ru, fo.
+// A file missing there is looked for in the fallback directories a host names (where its
+// build or installation keeps them), so a fresh runtime root needs no copies.
 // Number 9 ("fo") is the field language: the slot for a translation that a site adds
 // for its own audience; the library gives it no fixed language.
 //
@@ -20,6 +22,7 @@
 // Errors throw CException.
 
 #include <string>
+#include <vector>
 
 namespace NText {
 
@@ -55,8 +58,16 @@ std::string GetSourceString(int id);
 void SetLanguage(ELanguage lang);
 ELanguage GetCurrentLanguage();
 
-// The translation file of lang under the runtime root; throws "Unsupported language %d"
-// for English and values outside 1..9.
+// The translation file of lang: under the runtime root, or else in the first fallback
+// directory that holds it, or else (none has it) the runtime root's path. Throws
+// "Unsupported language %d" for English and values outside 1..9.
 std::string GetTranslationFile(ELanguage lang);
+
+// Directories searched, in order, after the runtime root's; none by default.
+void SetTranslationFallbackDirs(const std::vector<std::string>& dirs);
+// The build tree's and an installation's places beside the running executable:
+// "<exe dir>/../translations" (the build) and "<exe dir>/translations" (cmake --install
+// puts programs and translations together in usr/bin, the projector's own layout).
+void SetTranslationFallbacksBesideExecutable();
 
 }  // namespace NText

@@ -13,16 +13,16 @@
 
 namespace {
 
-// One runtime root holding the French and German files serves the whole suite: a translator,
-// once loaded, stays cached for the process, so every test must see the same files.
+// One runtime root holding the French file, with the build's directory as fallback for
+// the German one, serves the whole suite: a translator, once loaded, stays cached for the
+// process, so every test must see the same files.
 class NTextTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         s_root = std::make_unique<CTempRoot>();
         const std::string dir = s_root->MakeDir("/usr/bin/translations");
-        for (const char* name : {"prototype_fr.qm", "prototype_de.qm"}) {
-            std::filesystem::copy_file(std::string(PROJ_TRANSLATIONS_DIR) + "/" + name, dir + "/" + name);
-        }
+        std::filesystem::copy_file(std::string(PROJ_TRANSLATIONS_DIR) + "/prototype_fr.qm", dir + "/prototype_fr.qm");
+        NText::SetTranslationFallbackDirs({s_root->Path("/nowhere"), PROJ_TRANSLATIONS_DIR});
     }
     static void TearDownTestSuite() { s_root.reset(); }
     void TearDown() override { NText::SetLanguage(NText::LANG_ENGLISH); }
@@ -56,6 +56,13 @@ TEST_F(NTextTest, CurrentLanguageTranslatesAndExplicitLanguageLeavesItAlone) {
     EXPECT_EQ(NText::GetCurrentLanguage(), NText::LANG_ENGLISH);
     EXPECT_EQ(NText::GetString(1), "On");
     EXPECT_EQ(NText::GetString(29), "Lamp Info");
+}
+
+TEST_F(NTextTest, TranslationFilesComeFromTheRootFirstThenTheFallbacks) {
+    EXPECT_EQ(NText::GetTranslationFile(NText::LANG_FRENCH), s_root->Path("/usr/bin/translations/prototype_fr.qm"));
+    EXPECT_EQ(NText::GetTranslationFile(NText::LANG_GERMAN), std::string(PROJ_TRANSLATIONS_DIR) + "/prototype_de.qm");
+    // Found nowhere: the root's path, which the load failure then names.
+    EXPECT_EQ(NText::GetTranslationFile(NText::LANG_SPANISH), s_root->Path("/usr/bin/translations/prototype_es.qm"));
 }
 
 TEST_F(NTextTest, MissingFileOrUnsupportedLanguageLeavesLanguageUnchanged) {
