@@ -214,7 +214,10 @@ void CJsonRpcTcpServer::Send(unsigned int clientId, const std::string& text, con
         THROW_EXCEPTION("Unable to send data to client ID:%d (client not found)", clientId);
     }
     const std::string& slot = key.empty() ? text : key;
-    if (client->output.size() - client->outputSent + text.size() + 1 > kMaxNotifyBacklogBytes) {
+    const size_t backlog = client->output.size() - client->outputSent;
+    // An idle client takes any one message: what is refused must have a backlog to wait
+    // behind, whose draining sends it.
+    if (backlog > 0 && backlog + text.size() + 1 > kMaxNotifyBacklogBytes) {
         client->missed[slot] = text;
         if (client->missed.size() > kMaxMissedKeys) {
             m_log.LogError("Closing %s [ID:%d]: behind on more than %zu notifications", client->peerName.c_str(),

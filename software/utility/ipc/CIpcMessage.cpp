@@ -220,11 +220,16 @@ void CIpcMessage::CopyHeader(const CIpcMessage& other) {
     m_replyAddress = other.m_replyAddress;
 }
 
-int CIpcMessage::SerializeMessage(unsigned char*& out) {
+size_t CIpcMessage::GetSerializedSize() const {
     size_t total = kHeaderSize;
     for (const auto& entry : m_args) {
         total += entry.second.text.size() + 5;
     }
+    return total;
+}
+
+int CIpcMessage::SerializeMessage(unsigned char*& out) {
+    const size_t total = GetSerializedSize();
     if (total >= kMaxMessageSize) {
         out = m_buffer.get();
         return static_cast<int>(total);

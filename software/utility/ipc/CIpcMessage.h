@@ -17,6 +17,7 @@
 // Thread contract: a message is used by one thread at a time. Model errors (bad code,
 // bad subcode, too many arguments) throw CException.
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -86,6 +87,8 @@ public:
     // The header's argument count, as last serialised or deserialised.
     uint16_t GetArgCount() const { return m_header.argCount; }
     uint16_t GetTotalSize() const { return m_header.totalSize; }
+    // The size SerializeMessage would give now, header included.
+    size_t GetSerializedSize() const;
     // The number of arguments actually held.
     unsigned GetNumArgs() const { return static_cast<unsigned>(m_args.size()); }
 

@@ -6,11 +6,9 @@
 
 #include "CException.h"
 
-CIpcOutbox::ESend CIpcOutbox::SendNow(const std::string& datagram, const std::string& path) {
+CIpcOutbox::ESend CIpcOutbox::SendNow(const unsigned char* data, int size, const std::string& path) {
     try {
-        const int size = static_cast<int>(datagram.size());
-        const int sent = m_socket.SendTo(reinterpret_cast<const unsigned char*>(datagram.data()), size,
-                                         path.c_str(), MSG_DONTWAIT);
+        const int sent = m_socket.SendTo(data, size, path.c_str(), MSG_DONTWAIT);
         if (sent == size) {
             return ESend::SENT;
         }
@@ -25,9 +23,10 @@ CIpcOutbox::ESend CIpcOutbox::SendNow(const std::string& datagram, const std::st
 }
 
 bool CIpcOutbox::Send(const unsigned char* data, int size, const std::string& path) {
-    std::string datagram(reinterpret_cast<const char*>(data), static_cast<size_t>(size));
+    std::string datagram;  // made only when it has to wait
     auto waiting = m_waiting.find(path);
     if (waiting != m_waiting.end()) {
+        datagram.assign(reinterpret_cast<const char*>(data), static_cast<size_t>(size));
         SDestination& destination = waiting->second;
         if (destination.bytes + datagram.size() > kMaxQueuedBytes) {
             m_log.LogError("Dropping %zu datagrams waiting for %s: it does not read", destination.datagrams.size() + 1,
@@ -40,10 +39,11 @@ bool CIpcOutbox::Send(const unsigned char* data, int size, const std::string& pa
         return true;
     }
 
-    const ESend result = SendNow(datagram, path);
+    const ESend result = SendNow(data, size, path);
     if (result != ESend::FULL) {
         return result == ESend::SENT;
     }
+    datagram.assign(reinterpret_cast<const char*>(data), static_cast<size_t>(size));
     if (m_waiting.size() >= kMaxDestinations) {
         m_log.LogError("Unable to send to %s: its queue is full and %zu others wait", path.c_str(), m_waiting.size());
         return false;
@@ -70,7 +70,9 @@ void CIpcOutbox::AddDescriptors(CPollSet& poll) const {
 
 bool CIpcOutbox::Drain(const std::string& path, SDestination& destination) {
     while (!destination.datagrams.empty()) {
-        const ESend result = SendNow(destination.datagrams.front(), path);
+        const std::string& front = destination.datagrams.front();
+        const ESend result =
+            SendNow(reinterpret_cast<const unsigned char*>(front.data()), static_cast<int>(front.size()), path);
         if (result == ESend::FULL) {
             return true;
         }

@@ -57,7 +57,7 @@ private:
     };
     enum class ESend { SENT, FULL, FAILED };
 
-    ESend SendNow(const std::string& datagram, const std::string& path);
+    ESend SendNow(const unsigned char* data, int size, const std::string& path);
     // Sends from the front while the destination takes datagrams; false when the
     // destination failed and its queue is to be dropped.
     bool Drain(const std::string& path, SDestination& destination);

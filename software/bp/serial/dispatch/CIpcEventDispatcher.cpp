@@ -163,14 +163,12 @@ bool CIpcEventDispatcher::Deliver(CIpcMessage& message, const std::string& addre
 
 void CIpcEventDispatcher::SendReplies(std::list<CIpcMessage>& replies) {
     for (const CIpcMessage& reply : replies) {
-        unsigned char* data = nullptr;
-        CIpcMessage sized(reply);
-        const int size = sized.SerializeMessage(data);
-        if (size >= static_cast<int>(CIpcMessage::kMaxMessageSize)) {
+        const size_t size = reply.GetSerializedSize();
+        if (size >= CIpcMessage::kMaxMessageSize) {
             // Half an answer would mislead; the sender learns why it gets none.
-            m_log.LogError("Reply to %s of %d bytes does not fit one message", reply.GetReplyAddress().c_str(), size);
+            m_log.LogError("Reply to %s of %zu bytes does not fit one message", reply.GetReplyAddress().c_str(), size);
             char text[80];
-            snprintf(text, sizeof text, "Reply too large for one message (%d bytes)", size);
+            snprintf(text, sizeof text, "Reply too large for one message (%zu bytes)", size);
             const CIpcMessage error = ErrorReplyTo(reply, ERR_COMM_FAILURE, text);
             replies.assign(1, error);
             break;
