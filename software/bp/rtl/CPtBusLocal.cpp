@@ -1,0 +1,105 @@
+#include "CPtBusLocal.h"
+
+#include "CException.h"
+#include "NPtPacket.h"
+
+namespace {
+
+unsigned int Swap(unsigned int value, bool swap) { return swap ? __builtin_bswap32(value) : value; }
+
+}  // namespace
+
+CPtBusLocal::CPtBusLocal(volatile unsigned char* base, unsigned int size, bool swap)
+    : m_base(base), m_size(size), m_swap(swap) {}
+
+void CPtBusLocal::CheckRange(unsigned int address, unsigned int count, unsigned int itemBytes, bool increment) const {
+    if (count == 0) {
+        return;
+    }
+    const unsigned long long span = increment ? static_cast<unsigned long long>(count) * itemBytes : itemBytes;
+    const unsigned long long start = itemBytes == 4 ? (address & ~3u) : address;
+    if (start + span > m_size) {
+        THROW_EXCEPTION("PtBus local: access outside the region (0x%X + %llu bytes, region of %u bytes)", address,
+                        span, m_size);
+    }
+}
+
+void CPtBusLocal::Send(unsigned char, unsigned char, unsigned short, unsigned short, const unsigned int*, unsigned int,
+                       bool, bool, bool, bool) {
+    THROW_EXCEPTION("Not implemented");
+}
+
+void CPtBusLocal::Send(unsigned char, unsigned char, unsigned short, unsigned short, const unsigned char*,
+                       unsigned int, bool, bool, bool, bool) {
+    THROW_EXCEPTION("Not implemented");
+}
+
+void CPtBusLocal::Send(unsigned char, unsigned char, unsigned char, bool, bool, bool, bool) {
+    THROW_EXCEPTION("Not implemented");
+}
+
+void CPtBusLocal::Send(unsigned char, unsigned short address, const unsigned int* data, unsigned int count,
+                       bool increment) {
+    CheckRange(address, count, 4, increment);
+    volatile unsigned int* word = Word(address);
+    for (unsigned int i = 0; i < count; ++i) {
+        word[increment ? i : 0] = Swap(data[i], m_swap);
+    }
+}
+
+void CPtBusLocal::Send(unsigned char, unsigned short address, const unsigned char* data, unsigned int count,
+                       bool increment) {
+    CheckRange(address, count, 1, increment);
+    for (unsigned int i = 0; i < count; ++i) {
+        m_base[address + (increment ? i : 0)] = data[i];
+    }
+}
+
+void CPtBusLocal::Receive(unsigned char, unsigned short address, unsigned int* data, unsigned int count,
+                          bool increment, unsigned int) {
+    CheckRange(address, count, 4, increment);
+    volatile unsigned int* word = Word(address);
+    for (unsigned int i = 0; i < count; ++i) {
+        data[i] = Swap(word[increment ? i : 0], m_swap);
+    }
+}
+
+void CPtBusLocal::Receive(unsigned char, unsigned short address, unsigned char* data, unsigned int count,
+                          bool increment, unsigned int) {
+    // Whole words are read (a register reads as a word); their bytes are handed out in
+    // memory order, so a trailing partial word is read once and cut.
+    CheckRange(address, (count + 3) / 4, 4, increment);
+    volatile unsigned int* word = Word(address);
+    for (unsigned int i = 0; i < count; i += 4) {
+        const unsigned int value = Swap(word[increment ? i / 4 : 0], m_swap);
+        const unsigned char* bytes = reinterpret_cast<const unsigned char*>(&value);
+        for (unsigned int b = 0; b < 4 && i + b < count; ++b) {
+            data[i + b] = bytes[b];
+        }
+    }
+}
+
+void CPtBusLocal::Request(unsigned char port, unsigned short address, const unsigned int* txData,
+                          unsigned int txCount, unsigned int* rxData, unsigned int rxCount, bool increment,
+                          unsigned int timeoutMs) {
+    NPtPacket::RequireOneDirection(port, address, txCount, rxCount);
+    Send(port, address, txData, txCount, increment);
+    Receive(port, address, rxData, rxCount, increment, timeoutMs);
+}
+
+void CPtBusLocal::Request(unsigned char port, unsigned short address, const unsigned char* txData,
+                          unsigned int txCount, unsigned char* rxData, unsigned int rxCount, bool increment,
+                          unsigned int timeoutMs) {
+    NPtPacket::RequireOneDirection(port, address, txCount, rxCount);
+    Send(port, address, txData, txCount, increment);
+    Receive(port, address, rxData, rxCount, increment, timeoutMs);
+}
+
+bool CPtBusLocal::IsDmaReady() { THROW_EXCEPTION("Not supported"); }
+
+void CPtBusLocal::DmaReset() { THROW_EXCEPTION("Not supported"); }
+
+void CPtBusLocal::DmaSend(unsigned char, unsigned short, const unsigned char*, unsigned int, bool,
+                          const unsigned char*, unsigned int, unsigned int) {
+    THROW_EXCEPTION("Not supported");
+}

@@ -1,0 +1,118 @@
+#include "CPtRegisterBank.h"
+
+#include <cstring>
+
+#include "CException.h"
+
+namespace {
+
+unsigned int Words(unsigned int bytes) { return (bytes + 3) / 4; }
+
+}  // namespace
+
+CPtRegisterBank::CPtRegisterBank(IPtBus& bus, unsigned char port, unsigned int baseAddress, unsigned int size)
+    : CPtResource(bus, port, baseAddress), m_size(size), m_shadow(new uint32_t[Words(size) + 1]()), m_owner(true) {}
+
+CPtRegisterBank::CPtRegisterBank(const CPtRegisterBank& other)
+    : CPtResource(other), m_size(other.m_size), m_shadow(other.m_shadow), m_owner(false) {}
+
+CPtRegisterBank::CPtRegisterBank(CPtRegisterBank& parent, unsigned int offset, unsigned int size)
+    : CPtResource(parent.GetBus(), parent.GetPort(), parent.GetBaseAddress() + offset), m_size(size),
+      m_shadow(nullptr), m_owner(false) {
+    parent.AddressCheck(offset);
+    if (offset + size > parent.m_size) {
+        THROW_EXCEPTION("Address out of range (%#x).  Bank size: %#x", offset + size, parent.m_size);
+    }
+    m_shadow = parent.m_shadow + ShadowIndex(offset);
+}
+
+CPtRegisterBank::~CPtRegisterBank() {
+    if (m_owner) {
+        delete[] m_shadow;
+    }
+}
+
+void CPtRegisterBank::AddressCheck(unsigned int offset) const {
+    if (offset % 4 != 0) {
+        THROW_EXCEPTION("Address must be aligned to 32 bit boundary (%#x)", offset);
+    }
+    if (offset > m_size) {
+        THROW_EXCEPTION("Address out of range (%#x).  Bank size: %#x", offset, m_size);
+    }
+}
+
+void CPtRegisterBank::RangeCheck(unsigned int offset, unsigned int count) const {
+    AddressCheck(offset);
+    AddressCheck(offset + 4 * count);
+}
+
+uint32_t CPtRegisterBank::ReadShadowBits(unsigned int offset, unsigned int shift, uint32_t mask) const {
+    AddressCheck(offset);
+    return shift >= 32 ? 0 : (m_shadow[ShadowIndex(offset)] & mask) >> shift;
+}
+
+void CPtRegisterBank::WriteShadowBits(unsigned int offset, uint32_t value, unsigned int shift, uint32_t mask) {
+    AddressCheck(offset);
+    uint32_t& word = Shadow(offset);
+    const uint32_t placed = shift >= 32 ? 0 : value << shift;
+    word ^= mask & (word ^ placed);
+}
+
+uint32_t CPtRegisterBank::ReadField(unsigned int offset, unsigned int shift, uint32_t mask) {
+    AddressCheck(offset);
+    GetBus().Request(GetPort(), BusAddress(offset), static_cast<const unsigned int*>(nullptr), 0, &Shadow(offset), 1,
+                     true, kAccessTimeoutMs);
+    return ReadShadowBits(offset, shift, mask);
+}
+
+void CPtRegisterBank::WriteField(unsigned int offset, uint32_t value, unsigned int shift, uint32_t mask) {
+    WriteShadowBits(offset, value, shift, mask);
+    GetBus().Send(GetPort(), BusAddress(offset), &Shadow(offset), 1, false);
+}
+
+void CPtRegisterBank::WriteFieldWait(unsigned int offset, uint32_t value, unsigned int shift, uint32_t mask) {
+    WriteShadowBits(offset, value, shift, mask);
+    GetBus().Request(GetPort(), BusAddress(offset), &Shadow(offset), 1, static_cast<unsigned int*>(nullptr), 0, false,
+                     kAccessTimeoutMs);
+}
+
+void CPtRegisterBank::ApplyShadowRange(unsigned int offset, unsigned int count) {
+    RangeCheck(offset, count);
+    GetBus().Send(GetPort(), BusAddress(offset), &Shadow(offset), count, true);
+}
+
+void CPtRegisterBank::ApplyShadowRangeWait(unsigned int offset, unsigned int count) {
+    RangeCheck(offset, count);
+    GetBus().Request(GetPort(), BusAddress(offset), &Shadow(offset), count, static_cast<unsigned int*>(nullptr), 0,
+                     true, kAccessTimeoutMs);
+}
+
+void CPtRegisterBank::RefreshShadowRange(unsigned int offset, unsigned int count, unsigned int timeoutMs) {
+    RangeCheck(offset, count);
+    GetBus().Request(GetPort(), BusAddress(offset), static_cast<const unsigned int*>(nullptr), 0, &Shadow(offset),
+                     count, true, timeoutMs);
+}
+
+void CPtRegisterBank::Flush(unsigned int timeoutMs) {
+    GetBus().Request(GetPort(), BusAddress(0), static_cast<const unsigned int*>(nullptr), 0,
+                     static_cast<unsigned int*>(nullptr), 0, true, timeoutMs);
+}
+
+void CPtRegisterBank::ReadData(void* buffer, unsigned int offset, unsigned int length, unsigned int timeoutMs) {
+    const unsigned int aligned = offset & ~3u;
+    RefreshShadowRange(aligned, Words(offset - aligned + length), timeoutMs);
+    memcpy(buffer, reinterpret_cast<const unsigned char*>(&Shadow(aligned)) + (offset - aligned), length);
+}
+
+void CPtRegisterBank::WriteData(const void* buffer, unsigned int offset, unsigned int length) {
+    const unsigned int aligned = offset & ~3u;
+    RangeCheck(aligned, Words(offset - aligned + length));
+    memcpy(reinterpret_cast<unsigned char*>(&Shadow(aligned)) + (offset - aligned), buffer, length);
+    ApplyShadowRange(aligned, Words(offset - aligned + length));
+}
+
+void CPtRegisterBank::WriteDataWait(const void* buffer, unsigned int offset, unsigned int length,
+                                    unsigned int timeoutMs) {
+    WriteData(buffer, offset, length);
+    Flush(timeoutMs);
+}

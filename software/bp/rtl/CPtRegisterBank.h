@@ -1,0 +1,71 @@
+#pragma once
+// CPtRegisterBank: a block of FPGA registers with a software shadow (one word per
+// register) and field read-modify-write. Offsets are byte offsets in the bank; fields are
+// (shift, mask) with the mask in register position.
+//
+// Shadows: a bank built from (bus, port, base, size) owns a zero-filled shadow of
+// ceil(size/4) words. A copy, and a sub-bank (parent, offset, size) based at parent base +
+// offset, share their parent's shadow (from word offset/4) and never free it, so the
+// parent must outlive them. A field staged through any of them is seen by all. An owned
+// shadow has one spare word past the end, so the access at offset == size that the
+// bounds check lets through stays inside it.
+//
+//   ReadShadowBits / WriteShadowBits  the shadow only, no bus access
+//   ReadField        refreshes the word from the FPGA (Request, 10 ms), then reads it
+//   WriteField       updates the shadow word, then posts it (Send)
+//   WriteFieldWait   the same, acknowledged (Request, 10 ms)
+//   ApplyShadowRange[Wait], RefreshShadowRange, Flush (an empty request: a barrier behind
+//   every posted write before it), ReadData, WriteData[Wait] (bytes through the shadow)
+// The shadow keeps a value written even when the bus call throws afterwards. The bus is
+// given the hardware address (base + offset) cut to 16 bits.
+//
+// Errors throw CException: "Address must be aligned to 32 bit boundary (%#x)", "Address
+// out of range (%#x).  Bank size: %#x" (an offset equal to the size passes, as the bank
+// has always checked), and what the bus throws.
+// Thread contract: one thread, as the bus; the shared shadow is not synchronised.
+
+#include <cstdint>
+
+#include "CPtResource.h"
+
+class CPtRegisterBank : public CPtResource {
+public:
+    static constexpr unsigned int kAccessTimeoutMs = 10;
+
+    CPtRegisterBank(IPtBus& bus, unsigned char port, unsigned int baseAddress, unsigned int size);
+    CPtRegisterBank(const CPtRegisterBank& other);
+    CPtRegisterBank(CPtRegisterBank& parent, unsigned int offset, unsigned int size);
+    ~CPtRegisterBank() override;
+    CPtRegisterBank& operator=(const CPtRegisterBank&) = delete;
+
+    unsigned int GetSize() const { return m_size; }
+
+    void AddressCheck(unsigned int offset) const;
+    unsigned int HwAddr(unsigned int offset) const { return GetBaseAddress() + offset; }
+    static unsigned int ShadowIndex(unsigned int offset) { return offset / 4; }
+
+    uint32_t ReadShadowBits(unsigned int offset, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF) const;
+    void WriteShadowBits(unsigned int offset, uint32_t value, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF);
+    uint32_t ReadField(unsigned int offset, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF);
+    void WriteField(unsigned int offset, uint32_t value, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF);
+    void WriteFieldWait(unsigned int offset, uint32_t value, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF);
+
+    void ApplyShadowRange(unsigned int offset, unsigned int count);
+    void ApplyShadowRangeWait(unsigned int offset, unsigned int count);
+    void RefreshShadowRange(unsigned int offset, unsigned int count, unsigned int timeoutMs);
+    void Flush(unsigned int timeoutMs);
+
+    void ReadData(void* buffer, unsigned int offset, unsigned int length, unsigned int timeoutMs);
+    void WriteData(const void* buffer, unsigned int offset, unsigned int length);
+    void WriteDataWait(const void* buffer, unsigned int offset, unsigned int length, unsigned int timeoutMs);
+
+private:
+    unsigned short BusAddress(unsigned int offset) const { return static_cast<unsigned short>(HwAddr(offset)); }
+    uint32_t& Shadow(unsigned int offset) { return m_shadow[ShadowIndex(offset)]; }
+    // Checks both ends of a range of `count` words from offset.
+    void RangeCheck(unsigned int offset, unsigned int count) const;
+
+    unsigned int m_size;
+    uint32_t* m_shadow;
+    bool m_owner;
+};
