@@ -15,11 +15,12 @@ fi
 
 ./scripts/install-deps.sh
 cmake -S . -B build -DPROJ_WERROR=ON
-cmake --build build -j "${JOBS:-2}" --target vprojector serial_frontend vprojctl translations
+cmake --build build -j "${JOBS:-2}" --target vprojector serial_frontend vprojctl translations demo_sequence
 
-mkdir -p "$root/etc" "$root/usr/bin/translations"
+mkdir -p "$root/etc" "$root/usr/bin/translations" "$root/usr/lib/firmware/seq"
 cp build/translations/*.qm "$root/usr/bin/translations/"
 [ -f "$root/etc/menu.json" ] || cp config/menu.json "$root/etc/menu.json"
+[ -f "$root/usr/lib/firmware/seq/demo.zip" ] || cp build/seq/demo.zip "$root/usr/lib/firmware/seq/demo.zip"
 
 cat <<INFO
 Starting the virtual projector under $root

@@ -11,7 +11,8 @@ bool CSimulatedHardware::ApplyControlValue(const std::string& code, int value) {
     const auto it = m_refusedValues.find(code);
     const bool refused = it != m_refusedValues.end() && it->second.count(value) != 0;
     m_log.LogDebug("Hardware %s %s = %d", refused ? "refuses" : "takes", code.c_str(), value);
-    return !refused;
+    const auto plant = m_plants.find(code);
+    return !refused && (plant == m_plants.end() || plant->second->ApplyControlValue(code, value));
 }
 
 bool CSimulatedHardware::ApplyControlText(const std::string& code, const std::string& text) {
@@ -81,7 +82,8 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
         Fail("", "the top level must be an object");
     }
     for (const std::string& member : m_root.getMemberNames()) {
-        if (member != "controls" && member != "statusGroups" && member != "users" && member != "menu") {
+        if (member != "controls" && member != "statusGroups" && member != "users" && member != "menu" &&
+            member != "formatter") {
             Fail("", "unknown member \"" + member + "\"");
         }
     }
@@ -96,6 +98,16 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
     }
     if (m_root.isMember("menu") && !m_root["menu"].isString()) {
         Fail("", "\"menu\" must be a file name");
+    }
+    if (m_root.isMember("formatter")) {
+        const Json::Value& formatter = m_root["formatter"];
+        if (!formatter.isObject() || !formatter["sequence"].isString() ||
+            (formatter.isMember("hdr") && !formatter["hdr"].isBool())) {
+            Fail("", "\"formatter\" must be {\"sequence\": name, \"hdr\": false}");
+        }
+        if (formatter.get("hdr", false).asBool()) {
+            Fail("", "\"formatter\": high-dynamic-range sequences are not simulated");
+        }
     }
     std::set<std::string> codes;
     for (const Json::Value& control : m_root["controls"]) {
@@ -338,5 +350,7 @@ void CProjectorConfig::BuildStatus(CStatusDb& database) const {
         }
     }
 }
+
+std::string CProjectorConfig::GetSequenceName() const { return m_root["formatter"].get("sequence", "").asString(); }
 
 std::string CProjectorConfig::GetMenuFile() const { return m_root.get("menu", "menu.json").asString(); }

@@ -5,7 +5,9 @@
 // Top level: "controls" (array), "statusGroups" (array), optional "users" (accounts of
 // the ASCII front-end, in the users-file form: {"name","access","salt","hash",
 // "iterations"}; written to "/etc/projector/users.json" for the front-end) and "menu"
-// (the menu tree file under "/etc/", default "menu.json").
+// (the menu tree file under "/etc/", default "menu.json") and "formatter" ({"sequence":
+// the DMD sequence archive's name, "hdr": false}; high-dynamic-range sequences are not
+// simulated, so "hdr": true is refused).
 // A control: "code", "type" (display type), and where its kind uses them: "persistent"
 // (false), "min", "max", "default" (a number, or a text for types 300..399), "access"
 // (2), "name", "help" (text ids), "decimals", "readOnly", "softMin", "softMax",
@@ -36,7 +38,8 @@
 
 // The hardware behind the virtual projector's controls: it takes every value except the
 // ones the configuration lists under "refuse", which it refuses as real hardware refuses
-// a setting it cannot take.
+// a setting it cannot take. A control served by a plant component (a simulated device)
+// is handed to it once the refuse list has let it through, and takes its answer.
 class CSimulatedHardware : public IControlProxy {
 public:
     explicit CSimulatedHardware(ILog& log) : m_log(log) {}
@@ -44,9 +47,12 @@ public:
     bool ApplyControlText(const std::string& code, const std::string& text) override;
     void RefuseValue(const std::string& code, int value) { m_refusedValues[code].insert(value); }
     void RefuseText(const std::string& code, const std::string& text) { m_refusedTexts[code].insert(text); }
+    // The plant must outlive the controls that reach it.
+    void AddPlant(const std::string& code, IControlProxy& plant) { m_plants[code] = &plant; }
 
 private:
     ILog& m_log;
+    std::map<std::string, IControlProxy*> m_plants;
     std::map<std::string, std::set<int>> m_refusedValues;
     std::map<std::string, std::set<std::string>> m_refusedTexts;
 };
@@ -64,6 +70,8 @@ public:
     size_t GetStatusGroupCount() const { return m_root["statusGroups"].size(); }
     const Json::Value& GetUsers() const { return m_root["users"]; }
     std::string GetMenuFile() const;
+    // The formatter's sequence archive name; empty when the configuration has no formatter.
+    std::string GetSequenceName() const;
     const std::string& GetPath() const { return m_path; }
 
 private:

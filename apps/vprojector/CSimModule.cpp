@@ -1,8 +1,26 @@
 #include "CSimModule.h"
 
-CSimModule::CSimModule(CJsonRpcServer& server, CStatusDb& database)
-    : CC4jBaseHandler(server, "sim", 1), m_database(database) {
+CSimModule::CSimModule(CJsonRpcServer& server, CStatusDb& database, const CFormatterPlant* formatter)
+    : CC4jBaseHandler(server, "sim", 1), m_database(database), m_formatter(formatter) {
     Publish(*this, &CSimModule::SetStatus, "sim:setStatus");
+    Publish(*this, &CSimModule::ReadRegister, "sim:readRegister");
+}
+
+bool CSimModule::ReadRegister(const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    const auto port = NJsonValueParser::GetUIntFromObj(params, "port", 0);
+    const auto offset = NJsonValueParser::GetUIntFromObj(params, "offset", 0);
+    uint32_t value = 0;
+    if (!port.first || !offset.first || !m_formatter || !m_formatter->ReadRegister(port.second, offset.second, value)) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER,
+                          "Expected {\"port\", \"offset\"} of a register of the simulated FPGA");
+        return true;
+    }
+    InitResponseObj(request, response);
+    if (!response.isNull()) {
+        response["result"]["value"] = value;
+    }
+    return true;
 }
 
 bool CSimModule::SetStatus(const Json::Value& request, Json::Value& response) {

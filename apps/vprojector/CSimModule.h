@@ -7,17 +7,25 @@
 //                  stores the status item (missing members keep the item's current ones)
 //                  and answers {}. Errors: 3 a member of the wrong type, 9 "Cannot find
 //                  status group or item".
+//   sim:readRegister  params {"port", "offset"}: {"value"} read from the simulated FPGA
+//                  itself (not a shadow), so that integrators see what the formatter was
+//                  given. Error 3 for a port without a block, an offset that is not a
+//                  register, or no simulated FPGA.
 //
-// Lifetime: the server and database outlive it. Thread contract: the controller's loop.
+// Lifetime: the server, database and formatter plant (which may be null) outlive it.
+// Thread contract: the controller's loop.
 
 #include "CC4jBaseHandler.h"
+#include "CFormatterPlant.h"
 #include "status/CStatusDb.h"
 
 class CSimModule : public CC4jBaseHandler {
 public:
-    CSimModule(CJsonRpcServer& server, CStatusDb& database);
+    CSimModule(CJsonRpcServer& server, CStatusDb& database, const CFormatterPlant* formatter);
     bool SetStatus(const Json::Value& request, Json::Value& response);
+    bool ReadRegister(const Json::Value& request, Json::Value& response);
 
 private:
     CStatusDb& m_database;
+    const CFormatterPlant* m_formatter;
 };

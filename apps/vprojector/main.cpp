@@ -2,7 +2,8 @@
 // machine, with simulated hardware behind the controls. It is also the reference for how
 // a host builds the graph of objects:
 //
-//   configuration -> dispatcher + controls (simulated hardware behind them)
+//   configuration -> dispatcher + controls (simulated hardware behind them; the formatter
+//                    plant, a simulated FPGA on the real packet bus, behind "OFR")
 //                 -> status database, users file, menu tree
 //   stored values (CFlashStorage) loaded over the defaults
 //   controller loop: IPC event dispatcher + JSON-RPC server (control, status, menu,
@@ -35,6 +36,7 @@
 #include "CC4jSession.h"
 #include "CC4jStatus.h"
 #include "CChildSupervisor.h"
+#include "CFormatterPlant.h"
 #include "CControllerLoop.h"
 #include "CException.h"
 #include "CJsonMenu.h"
@@ -53,6 +55,9 @@
 
 #ifndef VPROJECTOR_DEFAULT_CONFIG
 #define VPROJECTOR_DEFAULT_CONFIG "config/vprojector.json"
+#endif
+#ifndef VPROJECTOR_SEQUENCE_DIR
+#define VPROJECTOR_SEQUENCE_DIR "seq"
 #endif
 
 namespace {
@@ -292,9 +297,17 @@ int main(int argc, char** argv) {
 
     try {
         CMonotonicClockHighResPosix clock;
+        std::unique_ptr<CFormatterPlant> formatter;
+        if (!config->GetSequenceName().empty()) {
+            formatter = std::make_unique<CFormatterPlant>(config->GetSequenceName(), VPROJECTOR_SEQUENCE_DIR, clock, log);
+            hardware.AddPlant(CFormatterPlant::kRateCode, *formatter);
+        }
         CFlashStorage storage(dispatcher, log, clock);
         storage.BindAllPersistent();
         storage.LoadAll();
+        if (CProjCon* rate = formatter ? dispatcher.GetControl(CFormatterPlant::kRateCode) : nullptr) {
+            rate->UpdateHardware();  // the formatter starts with the sequence of the rate that stands
+        }
 
         CProjCon* port = dispatcher.GetControl("NET+PORT");
         int asciiPort = options.asciiPort == 0 ? FreeTcpPort() : options.asciiPort;
@@ -318,7 +331,7 @@ int main(int argc, char** argv) {
             log.LogError("%s; JSON-RPC logins are refused until it is mended", e.GetMessage().c_str());
         }
         CC4jSession sessionApi(json, security, sessionClock);
-        CSimModule sim(json, *status);
+        CSimModule sim(json, *status, formatter.get());
         CStatusRequestHandler statusRequests(dispatcher, *status);
         CControllerLoop loop(dispatcher, ipc, &json);
 

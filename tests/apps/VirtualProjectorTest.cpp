@@ -298,6 +298,29 @@ TEST_F(CVirtualProjectorTest, AnEmptyRootGetsTheShippedMenuTreeAndKeepsASecondSt
     EXPECT_EQ(again.Call("menu:get", R"(["MMM+MAIN"])")["result"]["items"][0]["code"], "BRI");
 }
 
+TEST_F(CVirtualProjectorTest, TheOutputFrameRateLoadsItsSequenceIntoTheSimulatedFormatter) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    CRpc rpc(jsonPort);
+    auto reg = [&rpc](int offset) {
+        return rpc.Call("sim:readRegister", R"({"port": 48, "offset": )" + std::to_string(offset) + "}")["result"]["value"].asUInt();
+    };
+    // At start the 60 Hz sequence (element period 16658 us) runs from the high half.
+    EXPECT_EQ(reg(0x280), 0x80000001u) << Log();
+    EXPECT_EQ(reg(0x290), static_cast<unsigned>(16658 / (1000000.0 / 60) * 65536) & 0xFFFF);
+    EXPECT_EQ(rpc.Call("control:set", R"({"code": "OFR", "value": 5000})")["result"]["value"], 5000);
+    EXPECT_EQ(reg(0x280), 1u);
+    EXPECT_EQ(reg(0x290), static_cast<unsigned>(19992 / 20000.0 * 65536) & 0xFFFF);
+
+    // 23 Hz has no sequence: refused, and rate and sequence stay.
+    EXPECT_EQ(rpc.Call("control:set", R"({"code": "OFR", "value": 2300})")["error"]["code"], 112);
+    EXPECT_EQ(rpc.Call("control:get", R"(["OFR"])")["result"], 5000);
+    EXPECT_EQ(reg(0x280), 1u);
+    EXPECT_NE(CTempRoot::ReadFile(root.Path("/vprojector.log")).find("Unsupported output frequency 23.00Hz"),
+              std::string::npos);
+    EXPECT_EQ(rpc.Call("sim:readRegister", R"({"port": 7, "offset": 0})")["error"]["code"], 3);
+    EXPECT_EQ(rpc.Call("sim:readRegister", R"({"port": 48, "offset": 2})")["error"]["code"], 3);
+}
+
 TEST_F(CVirtualProjectorTest, AChangeThroughOneFrontEndIsSeenAndNotifiedThroughTheOthers) {
     ASSERT_NO_FATAL_FAILURE(Start());
     CRpc listener(jsonPort);
