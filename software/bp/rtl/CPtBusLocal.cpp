@@ -95,6 +95,15 @@ void CPtBusLocal::Request(unsigned char port, unsigned short address, const unsi
     Receive(port, address, rxData, rxCount, increment, timeoutMs);
 }
 
+volatile unsigned int* CPtBusLocal::GetDirectWords(unsigned char, unsigned int address, unsigned int size,
+                                                   bool& swap) {
+    if (address % 4 != 0 || static_cast<unsigned long long>(address) + size > m_size) {
+        return nullptr;
+    }
+    swap = m_swap;
+    return Word(address);
+}
+
 bool CPtBusLocal::IsDmaReady() { THROW_EXCEPTION("Not supported"); }
 
 void CPtBusLocal::DmaReset() { THROW_EXCEPTION("Not supported"); }

@@ -47,6 +47,9 @@ public:
     void DmaReset() override;
     void DmaSend(unsigned char port, unsigned short address, const unsigned char* data, unsigned int count,
                  bool increment, const unsigned char* data2, unsigned int count2, unsigned int timeoutMs) override;
+    // The region's words from `address` when [address, address + size) lies inside it.
+    volatile unsigned int* GetDirectWords(unsigned char port, unsigned int address, unsigned int size,
+                                          bool& swap) override;
 
 private:
     void CheckRange(unsigned int address, unsigned int count, unsigned int itemBytes, bool increment) const;

@@ -11,19 +11,33 @@ unsigned int Words(unsigned int bytes) { return (bytes + 3) / 4; }
 }  // namespace
 
 CPtRegisterBank::CPtRegisterBank(IPtBus& bus, unsigned char port, unsigned int baseAddress, unsigned int size)
-    : CPtResource(bus, port, baseAddress), m_size(size), m_shadow(new uint32_t[Words(size) + 1]()), m_owner(true) {}
+    : CPtResource(bus, port, baseAddress), m_size(size), m_shadow(new uint32_t[Words(size) + 1]()), m_owner(true) {
+    FindDirectWords();
+}
 
 CPtRegisterBank::CPtRegisterBank(const CPtRegisterBank& other)
-    : CPtResource(other), m_size(other.m_size), m_shadow(other.m_shadow), m_owner(false) {}
+    : CPtResource(other), m_size(other.m_size), m_shadow(other.m_shadow), m_owner(false) {
+    FindDirectWords();
+}
+
+void CPtRegisterBank::FindDirectWords() {
+    // The bus sees addresses cut to 16 bits; a bank that wraps there goes through it. The
+    // range covers the register at offset == size, which the bounds check lets through.
+    const unsigned int base = GetBaseAddress();
+    if (base + m_size + 4 <= 0x10000) {
+        m_direct = GetBus().GetDirectWords(GetPort(), base, Words(GetSize()) * 4 + 4, m_directSwap);
+    }
+}
 
 CPtRegisterBank::CPtRegisterBank(CPtRegisterBank& parent, unsigned int offset, unsigned int size)
     : CPtResource(parent.GetBus(), parent.GetPort(), parent.GetBaseAddress() + offset), m_size(size),
       m_shadow(nullptr), m_owner(false) {
     parent.AddressCheck(offset);
     if (offset + size > parent.m_size) {
-        THROW_EXCEPTION("Address out of range (%#x).  Bank size: %#x", offset + size, parent.m_size);
+        THROW_EXCEPTION("Address out of range (%#x).  Bank size: %#x", offset + size, parent.GetSize());
     }
     m_shadow = parent.m_shadow + ShadowIndex(offset);
+    FindDirectWords();
 }
 
 CPtRegisterBank::~CPtRegisterBank() {
@@ -32,13 +46,11 @@ CPtRegisterBank::~CPtRegisterBank() {
     }
 }
 
-void CPtRegisterBank::AddressCheck(unsigned int offset) const {
+void CPtRegisterBank::ThrowBadAddress(unsigned int offset) const {
     if (offset % 4 != 0) {
         THROW_EXCEPTION("Address must be aligned to 32 bit boundary (%#x)", offset);
     }
-    if (offset > m_size) {
-        THROW_EXCEPTION("Address out of range (%#x).  Bank size: %#x", offset, m_size);
-    }
+    THROW_EXCEPTION("Address out of range (%#x).  Bank size: %#x", offset, GetSize());
 }
 
 void CPtRegisterBank::RangeCheck(unsigned int offset, unsigned int count) const {
@@ -51,13 +63,6 @@ uint32_t CPtRegisterBank::ReadShadowBits(unsigned int offset, unsigned int shift
     return shift >= 32 ? 0 : (m_shadow[ShadowIndex(offset)] & mask) >> shift;
 }
 
-void CPtRegisterBank::WriteShadowBits(unsigned int offset, uint32_t value, unsigned int shift, uint32_t mask) {
-    AddressCheck(offset);
-    uint32_t& word = Shadow(offset);
-    const uint32_t placed = shift >= 32 ? 0 : value << shift;
-    word ^= mask & (word ^ placed);
-}
-
 uint32_t CPtRegisterBank::ReadField(unsigned int offset, unsigned int shift, uint32_t mask) {
     AddressCheck(offset);
     GetBus().Request(GetPort(), BusAddress(offset), static_cast<const unsigned int*>(nullptr), 0, &Shadow(offset), 1,
@@ -65,8 +70,7 @@ uint32_t CPtRegisterBank::ReadField(unsigned int offset, unsigned int shift, uin
     return ReadShadowBits(offset, shift, mask);
 }
 
-void CPtRegisterBank::WriteField(unsigned int offset, uint32_t value, unsigned int shift, uint32_t mask) {
-    WriteShadowBits(offset, value, shift, mask);
+void CPtRegisterBank::PostWord(unsigned int offset) {
     GetBus().Send(GetPort(), BusAddress(offset), &Shadow(offset), 1, false);
 }
 

@@ -17,13 +17,16 @@
 //   ApplyShadowRange[Wait], RefreshShadowRange, Flush (an empty request: a barrier behind
 //   every posted write before it), ReadData, WriteData[Wait] (bytes through the shadow)
 // The shadow keeps a value written even when the bus call throws afterwards. The bus is
-// given the hardware address (base + offset) cut to 16 bits.
+// given the hardware address (base + offset) cut to 16 bits. On a bus whose registers are
+// plain memory (IPtBus::GetDirectWords) a bank lying wholly inside it posts a single
+// register (WriteField) by storing it there directly, as the bus would, without a call.
 //
 // Errors throw CException: "Address must be aligned to 32 bit boundary (%#x)", "Address
 // out of range (%#x).  Bank size: %#x" (an offset equal to the size passes, as the bank
 // has always checked), and what the bus throws.
 // Thread contract: one thread, as the bus; the shared shadow is not synchronised.
 
+#include <cstddef>
 #include <cstdint>
 
 #include "CPtResource.h"
@@ -38,16 +41,35 @@ public:
     ~CPtRegisterBank() override;
     CPtRegisterBank& operator=(const CPtRegisterBank&) = delete;
 
-    unsigned int GetSize() const { return m_size; }
+    unsigned int GetSize() const { return static_cast<unsigned int>(m_size); }
 
-    void AddressCheck(unsigned int offset) const;
+    void AddressCheck(unsigned int offset) const {
+        if (__builtin_expect((offset & 3u) != 0 || offset > m_size, 0)) {
+            ThrowBadAddress(offset);
+        }
+    }
     unsigned int HwAddr(unsigned int offset) const { return GetBaseAddress() + offset; }
     static unsigned int ShadowIndex(unsigned int offset) { return offset / 4; }
 
     uint32_t ReadShadowBits(unsigned int offset, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF) const;
-    void WriteShadowBits(unsigned int offset, uint32_t value, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF);
+    void WriteShadowBits(unsigned int offset, uint32_t value, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF) {
+        AddressCheck(offset);
+        uint32_t& word = Shadow(offset);
+        const uint32_t placed = shift >= 32 ? 0 : value << shift;
+        // The same as word ^ (mask & (word ^ placed)), with only two steps depending on
+        // the old word.
+        word = (word & ~mask) | (placed & mask);
+    }
     uint32_t ReadField(unsigned int offset, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF);
-    void WriteField(unsigned int offset, uint32_t value, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF);
+    void WriteField(unsigned int offset, uint32_t value, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF) {
+        WriteShadowBits(offset, value, shift, mask);
+        if (m_direct) {
+            const uint32_t word = Shadow(offset);
+            m_direct[ShadowIndex(offset)] = m_directSwap ? __builtin_bswap32(word) : word;
+        } else {
+            PostWord(offset);
+        }
+    }
     void WriteFieldWait(unsigned int offset, uint32_t value, unsigned int shift = 0, uint32_t mask = 0xFFFFFFFF);
 
     void ApplyShadowRange(unsigned int offset, unsigned int count);
@@ -64,8 +86,15 @@ private:
     uint32_t& Shadow(unsigned int offset) { return m_shadow[ShadowIndex(offset)]; }
     // Checks both ends of a range of `count` words from offset.
     void RangeCheck(unsigned int offset, unsigned int count) const;
+    void FindDirectWords();
+    [[noreturn]] void ThrowBadAddress(unsigned int offset) const;
+    void PostWord(unsigned int offset);
 
-    unsigned int m_size;
+    // size_t rather than the registers' own type: a store to a mapped register cannot
+    // alias it, so a loop of writes keeps it in a register (WriteField's fast path).
+    size_t m_size;
     uint32_t* m_shadow;
     bool m_owner;
+    volatile unsigned int* m_direct = nullptr;  // the bank's first register, when direct
+    bool m_directSwap = false;
 };

@@ -53,4 +53,14 @@ public:
     virtual void DmaReset() = 0;
     virtual void DmaSend(unsigned char port, unsigned short address, const unsigned char* data, unsigned int count,
                          bool increment, const unsigned char* data2, unsigned int count2, unsigned int timeoutMs) = 0;
+
+    // After the packet operations: a bus whose registers are plain memory hands out the
+    // word at byte address `address` of a range of `size` bytes of a port (and whether
+    // words are byte-swapped there), so that a register bank can store a register without
+    // a bus call. Null (the default, and for any range it does not hold whole): every
+    // access goes through the operations above.
+    virtual volatile unsigned int* GetDirectWords(unsigned char /*port*/, unsigned int /*address*/,
+                                                  unsigned int /*size*/, bool& /*swap*/) {
+        return nullptr;
+    }
 };

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "CPtBusLocal.h"
+#include "CPtRegisterBank.h"
 #include "ThrownMessage.h"
 
 namespace {
@@ -72,4 +73,17 @@ TEST_F(CPtBusLocalTest, AccessesOutsideTheRegionAndUnsupportedOperationsThrow) {
     EXPECT_EQ(ThrownMessage([&] { bus.Send(1, 2, 3, false, false, false, false); }), "Not implemented");
     EXPECT_EQ(ThrownMessage([&] { bus.DmaReset(); }), "Not supported");
     EXPECT_FALSE(bus.IsDmaAvailable());
+}
+
+TEST_F(CPtBusLocalTest, ABankStoresItsRegistersDirectlyAsTheBusWouldAndOneOutsideTheRegionThrows) {
+    CPtBusLocal bus(region, kSize, true);
+    CPtRegisterBank bank(bus, 0, 0x400, 0x10);
+    bank.WriteField(0x8, 0xAB, 8, 0xFF00);
+    EXPECT_EQ(Raw(0x408), 0x00AB0000u);  // byte-swapped, as a word Send would leave it
+    CPtRegisterBank sub(bank, 0x8, 0x8);
+    sub.WriteField(0, 0x12, 0, 0xFF);
+    EXPECT_EQ(Raw(0x408), 0x12AB0000u);
+    CPtRegisterBank outside(bus, 0, kSize - 4, 0x10);
+    EXPECT_EQ(ThrownMessage([&] { outside.WriteField(0x8, 1); }).rfind("PtBus local: access outside the region", 0),
+              0u);
 }
