@@ -45,6 +45,7 @@ bool CC4jSession::Check(const Json::Value& request, Json::Value& response, const
         MakeErrorResponse(request, response, ERR_SYSTEM_BUSY);
         return false;
     }
+    m_security.Refresh();
     if (m_security.Login(user, password, level)) {
         m_failures.erase(peer);
         return true;

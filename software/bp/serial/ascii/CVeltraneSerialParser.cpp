@@ -709,6 +709,9 @@ bool CVeltraneSerialParser::HandleUserLogin(CIpcMessage& message) {
         return false;
     }
     EAccessLevel level = ACCESS_NONE;
+    if (m_security) {
+        m_security->Refresh();  // a password may have been changed through another front-end
+    }
     if (!m_security || !m_security->Login(user, password, level)) {
         SendError(LOG_LEVEL_ERROR, ERR_INVALID_SECURITY_TOKEN, "Invalid user name or password", &message);
         return false;

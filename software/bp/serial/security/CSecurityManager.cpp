@@ -1,5 +1,7 @@
 #include "security/CSecurityManager.h"
 
+#include <sys/stat.h>
+
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
@@ -269,7 +271,45 @@ void CSecurityManager::Load(const std::string& path) {
         users[record.name] = record;
     }
     m_users.swap(users);
+    m_loadedPath = path;
+    m_stamp = StampOf(file);
     m_log.Log("Loaded %zu users from %s", m_users.size(), file.c_str());
+}
+
+bool CSecurityManager::SFileStamp::operator==(const SFileStamp& other) const {
+    return exists == other.exists && device == other.device && inode == other.inode && size == other.size &&
+           modifiedNs == other.modifiedNs;
+}
+
+CSecurityManager::SFileStamp CSecurityManager::StampOf(const std::string& file) {
+    SFileStamp stamp;
+    struct stat info {};
+    if (stat(file.c_str(), &info) == 0) {
+        stamp.exists = true;
+        stamp.device = info.st_dev;
+        stamp.inode = info.st_ino;
+        stamp.size = info.st_size;
+        stamp.modifiedNs = static_cast<long long>(info.st_mtim.tv_sec) * 1000000000LL + info.st_mtim.tv_nsec;
+    }
+    return stamp;
+}
+
+bool CSecurityManager::Refresh() {
+    if (m_loadedPath.empty()) {
+        return false;
+    }
+    const SFileStamp now = StampOf(NRuntimeRoot::Path(m_loadedPath));
+    if (now == m_stamp) {
+        return false;
+    }
+    try {
+        Load(m_loadedPath);
+        return true;
+    } catch (const CException& e) {
+        m_log.LogError("%s; the accounts loaded before stay", e.GetMessage().c_str());
+        m_stamp = now;  // not tried again until the file changes again
+        return false;
+    }
 }
 
 void CSecurityManager::Save(const std::string& path) const {
@@ -301,6 +341,9 @@ void CSecurityManager::Save(const std::string& path) const {
 
     if (!NFileUtil::WriteFileAtomically(file.string(), contents, 0600)) {
         THROW_EXCEPTION("Users file %s: cannot save: %s", file.c_str(), strerror(errno));
+    }
+    if (path == m_loadedPath) {
+        m_stamp = StampOf(file.string());  // what this manager holds: nothing to reload
     }
     m_log.Log("Saved %zu users to %s", m_users.size(), file.c_str());
 }

@@ -100,6 +100,11 @@ public:
     // CException "Users file <resolved path>: <reason>" when it cannot; the old file is
     // then untouched and no temporary file is left.
     void Save(const std::string& path = kDefaultUsersFile) const;
+    // Loads the file last loaded again when it has changed since it was loaded or saved
+    // here (another process, such as the JSON-RPC session handler, changed a password), so
+    // every front-end logs in against the same accounts. A file that cannot be loaded now
+    // is logged and the accounts stay as they were. True when it reloaded.
+    bool Refresh();
 
     // Whether a port set to `access` admits a command. isLoginCommand is true for the
     // login and logout commands, set or query; loggedIn when a user is logged in on
@@ -110,6 +115,17 @@ public:
     static std::string CheckName(const std::string& name);
 
 private:
+    // What tells one version of the users file from another.
+    struct SFileStamp {
+        bool exists = false;
+        unsigned long long device = 0;
+        unsigned long long inode = 0;
+        long long size = 0;
+        long long modifiedNs = 0;
+        bool operator==(const SFileStamp& other) const;
+    };
+    static SFileStamp StampOf(const std::string& file);
+
     SUserRecord MakeRecord(const std::string& name, const std::string& password, EAccessLevel level) const;
 
     ILog& m_log;
@@ -117,4 +133,6 @@ private:
     std::map<std::string, SUserRecord> m_users;
     // Stands in for an unknown user so that a failed lookup costs a full derivation.
     SUserRecord m_dummy;
+    std::string m_loadedPath;  // the system path of the last Load; empty before one
+    mutable SFileStamp m_stamp;
 };

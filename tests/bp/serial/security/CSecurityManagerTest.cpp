@@ -185,17 +185,23 @@ TEST_F(CSecurityManagerTest, InvalidArgumentsThrowAndChangeNothing) {
     EXPECT_EQ(ThrownMessage([&] { CSecurityManager weak(m_log, 999); }), "Iteration count 999 is outside 1000..10000000");
 }
 
-TEST_F(CSecurityManagerTest, SetPasswordKeepsTheLevelAndRemoveUserEndsLogins) {
+TEST_F(CSecurityManagerTest, APasswordChangedByAnotherProcessIsTakenUpOnRefresh) {
     m_manager.AddUser("ann", "old", ACCESS_SERVICE);
-    m_manager.AddUser("bob", "b", ACCESS_USER);
-    m_manager.SetPassword("ann", "new");
+    m_manager.Save(kFile);
+    m_manager.Load(kFile);
+    EXPECT_FALSE(m_manager.Refresh());  // unchanged since loaded
+    CSecurityManager other(m_log, CSecurityManager::kMinIterations);
+    other.Load(kFile);
+    other.SetPassword("ann", "new");
+    other.Save(kFile);
+    EXPECT_TRUE(Login("ann", "old"));
+    EXPECT_TRUE(m_manager.Refresh());
     EXPECT_FALSE(Login("ann", "old"));
     EXPECT_TRUE(Login("ann", "new"));
     EXPECT_EQ(m_level, ACCESS_SERVICE);
-    m_manager.RemoveUser("ann");
-    EXPECT_FALSE(m_manager.HasUser("ann"));
-    EXPECT_FALSE(Login("ann", "new"));
-    EXPECT_EQ(m_manager.GetUserNames(), Names{"bob"});
+    m_root.WriteFile(kFile, "[broken");
+    EXPECT_FALSE(m_manager.Refresh());
+    EXPECT_TRUE(Login("ann", "new"));  // a broken file changes nothing
 }
 
 TEST(CSecurityManagerRulesTest, RemoteAccessAdmitsCommandsByTheTable) {
