@@ -1,15 +1,19 @@
 // lbmsim: a simulated laser bank module on TCP (see CSimLaserModule for what it answers).
 //
 //   lbmsim [--port N] [--any] [--drop] [--late MS] [--refuse] [--stale] [--garbage]
+//          [--exit-with-parent] [--quiet]
 //
 //   --port N    TCP port (default 0: any free port); on 127.0.0.1 unless --any
 //   --drop      answer nothing        --late MS   answer MS milliseconds late
 //   --refuse    answer error code 8   --stale     follow each reply with a stale one
 //   --garbage   send garbage before every frame
-// Prints "ready port=<port>" once it listens. SIGUSR1 switches dropping every reply on
+//   --exit-with-parent  end when the process that started it ends (a supervisor's child)
+//   --quiet     no ready line (its output is the parent's)
+// Prints "ready port=<port>" once it listens, unless --quiet. SIGUSR1 switches dropping every reply on
 // and off (a module that stops answering, and comes back). SIGINT or SIGTERM ends it.
 
 #include <signal.h>
+#include <sys/prctl.h>
 
 #include <atomic>
 #include <cstdio>
@@ -30,7 +34,9 @@ void OnStop(int) { g_stop = 1; }
 void OnToggle(int) { g_toggleDrop = 1; }
 
 int Usage(const char* program) {
-    fprintf(stderr, "usage: %s [--port N] [--any] [--drop] [--late MS] [--refuse] [--stale] [--garbage]\n",
+    fprintf(stderr,
+            "usage: %s [--port N] [--any] [--drop] [--late MS] [--refuse] [--stale] [--garbage] "
+            "[--exit-with-parent] [--quiet]\n",
             program);
     return 2;
 }
@@ -40,7 +46,7 @@ int Usage(const char* program) {
 int main(int argc, char** argv) {
     unsigned long port = 0;
     unsigned long late = 0;
-    bool any = false, drop = false, refuse = false, stale = false, garbage = false;
+    bool any = false, drop = false, refuse = false, stale = false, garbage = false, quiet = false;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         char* end = nullptr;
@@ -60,6 +66,10 @@ int main(int argc, char** argv) {
             stale = true;
         } else if (option == "--garbage") {
             garbage = true;
+        } else if (option == "--quiet") {
+            quiet = true;
+        } else if (option == "--exit-with-parent") {
+            prctl(PR_SET_PDEATHSIG, SIGTERM);
         } else {
             return Usage(argv[0]);
         }
@@ -76,8 +86,10 @@ int main(int argc, char** argv) {
         module.SetRefuseAll(refuse);
         module.SetStaleReplies(stale);
         module.SetGarbage(garbage);
-        printf("ready port=%u\n", module.GetPort());
-        fflush(stdout);
+        if (!quiet) {
+            printf("ready port=%u\n", module.GetPort());
+            fflush(stdout);
+        }
         while (!g_stop) {
             if (g_toggleDrop) {
                 g_toggleDrop = 0;

@@ -83,7 +83,7 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
     }
     for (const std::string& member : m_root.getMemberNames()) {
         if (member != "controls" && member != "statusGroups" && member != "users" && member != "menu" &&
-            member != "formatter") {
+            member != "formatter" && member != "laser") {
             Fail("", "unknown member \"" + member + "\"");
         }
     }
@@ -98,6 +98,13 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
     }
     if (m_root.isMember("menu") && !m_root["menu"].isString()) {
         Fail("", "\"menu\" must be a file name");
+    }
+    if (m_root.isMember("laser")) {
+        const Json::Value& laser = m_root["laser"];
+        if (!laser.isObject() || !laser["host"].isString() || laser["host"].asString().empty() ||
+            !laser["port"].isUInt() || laser["port"].asUInt() < 1 || laser["port"].asUInt() > 65535) {
+            Fail("", "\"laser\" must be {\"host\": name or address, \"port\": 1..65535}");
+        }
     }
     if (m_root.isMember("formatter")) {
         const Json::Value& formatter = m_root["formatter"];

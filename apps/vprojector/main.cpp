@@ -9,6 +9,7 @@
 //   controller loop: IPC event dispatcher + JSON-RPC server (control, status, menu,
 //                    session, sim)
 //   child process: the ASCII serial front-end, restarted when it dies
+//   laser plant: the configured laser bank module, or lbmsim run as a second child
 //
 //   vprojector [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N]
 //              [--log-level 3..7] [--no-serial]
@@ -37,6 +38,7 @@
 #include "CC4jStatus.h"
 #include "CChildSupervisor.h"
 #include "CFormatterPlant.h"
+#include "CLaserPlant.h"
 #include "CControllerLoop.h"
 #include "CException.h"
 #include "CJsonMenu.h"
@@ -195,9 +197,10 @@ private:
     bool m_warned = false;
 };
 
-std::string SerialFrontendPath() {
+// A program built beside this one.
+std::string SiblingPath(const char* program) {
     const std::string dir = NFileUtil::GetExecutableDir();
-    return dir.empty() ? "serial_frontend" : dir + "/serial_frontend";
+    return dir.empty() ? program : dir + "/" + program;
 }
 
 // Loads the configuration's menu tree from "<root>/etc/"; when the root has none yet,
@@ -335,12 +338,34 @@ int main(int argc, char** argv) {
         CStatusRequestHandler statusRequests(dispatcher, *status);
         CControllerLoop loop(dispatcher, ipc, &json);
 
-        CChildSupervisor frontend(log, clock, SerialFrontendPath(),
+        CChildSupervisor frontend(log, clock, SiblingPath("serial_frontend"),
                                   {"--root", NRuntimeRoot::GetRoot(), "--log-level", std::to_string(options.logLevel),
                                    "--exit-with-parent"});
         if (options.serial) {
             frontend.Start();
             dispatcher.AddPeriodicTask(frontend);
+        }
+        // The laser: the configured module, or a simulated one run (and restarted) here.
+        std::unique_ptr<CChildSupervisor> laserSim;
+        std::unique_ptr<CLaserPlant> laser;
+        if (dispatcher.GetControl("LPW") || !config->GetLaserHost().empty()) {
+            std::string laserHost = config->GetLaserHost();
+            unsigned short laserPort = config->GetLaserPort();
+            if (laserHost.empty()) {
+                laserHost = "127.0.0.1";
+                laserPort = static_cast<unsigned short>(FreeTcpPort());
+                laserSim = std::make_unique<CChildSupervisor>(
+                    log, clock, SiblingPath("lbmsim"),
+                    std::vector<std::string>{"--port", std::to_string(laserPort), "--exit-with-parent", "--quiet"});
+                laserSim->Start();
+                dispatcher.AddPeriodicTask(*laserSim);
+            }
+            laser = std::make_unique<CLaserPlant>(laserHost, laserPort, dispatcher, *status, clock, log);
+            for (const char* code : CLaserPlant::kCodes) {
+                hardware.AddPlant(code, *laser);
+            }
+            dispatcher.AddPeriodicTask(*laser);
+            laser->Start();
         }
         CReadyAnnouncer ready(log, clock, options.serial ? asciiPort : 0, json.GetPort(), ipcPath, options.serial);
         dispatcher.AddPeriodicTask(ready);
@@ -361,6 +386,14 @@ int main(int argc, char** argv) {
         dispatcher.RemovePeriodicTask(frontend);
         dispatcher.RemovePeriodicTask(ready);
         frontend.Stop();
+        if (laser) {
+            dispatcher.RemovePeriodicTask(*laser);
+            laser.reset();
+        }
+        if (laserSim) {
+            dispatcher.RemovePeriodicTask(*laserSim);
+            laserSim->Stop();
+        }
     } catch (const CException& e) {
         fprintf(stderr, "vprojector: %s\n", e.what());
         return 1;

@@ -18,6 +18,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <list>
 #include <memory>
 #include <string>
@@ -319,6 +320,37 @@ TEST_F(CVirtualProjectorTest, TheOutputFrameRateLoadsItsSequenceIntoTheSimulated
               std::string::npos);
     EXPECT_EQ(rpc.Call("sim:readRegister", R"({"port": 7, "offset": 0})")["error"]["code"], 3);
     EXPECT_EQ(rpc.Call("sim:readRegister", R"({"port": 48, "offset": 2})")["error"]["code"], 3);
+}
+
+TEST_F(CVirtualProjectorTest, TheLaserIsControlledThroughItsModuleAndALostModuleRaisesAnAlarm) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    CRpc rpc(jsonPort);
+    auto item = [&rpc](int idx) {
+        return rpc.Call("status:getItem", R"(["LASER", )" + std::to_string(idx) + "]")["result"];
+    };
+    ASSERT_TRUE(Eventually([&] { return item(7)["value"] == "OK"; })) << Log();
+    EXPECT_EQ(item(1)["value"], "LBM-SIM-0001");
+    EXPECT_EQ(rpc.Call("control:set", R"({"code": "LGA", "value": 5000})")["result"]["value"], 5000);
+    EXPECT_EQ(rpc.Call("control:set", R"({"code": "LPW", "value": 3})")["result"]["value"], 3);
+    EXPECT_TRUE(Eventually([&] { return item(2)["value"] == "Starting" || item(2)["value"] == "On"; }));
+
+    // The simulated module stops answering (SIGUSR1), then answers again.
+    pid_t module = -1;
+    std::ifstream children("/proc/" + std::to_string(projector) + "/task/" + std::to_string(projector) + "/children");
+    for (pid_t child; children >> child;) {
+        std::ifstream comm("/proc/" + std::to_string(child) + "/comm");
+        std::string name;
+        if (comm >> name && name == "lbmsim") {
+            module = child;
+        }
+    }
+    ASSERT_GT(module, 0);
+    ASSERT_EQ(kill(module, SIGUSR1), 0);
+    ASSERT_TRUE(Eventually([&] { return item(7)["status"] == 2; })) << Log();
+    EXPECT_EQ(item(7)["value"], "No answer");
+    EXPECT_EQ(rpc.Call("control:set", R"({"code": "LRD", "value": 10})")["error"]["code"], 112);
+    ASSERT_EQ(kill(module, SIGUSR1), 0);
+    EXPECT_TRUE(Eventually([&] { return item(7)["status"] == 0; })) << Log();
 }
 
 TEST_F(CVirtualProjectorTest, AChangeThroughOneFrontEndIsSeenAndNotifiedThroughTheOthers) {
