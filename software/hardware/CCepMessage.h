@@ -133,6 +133,23 @@ public:
     // as text; false when the key is absent or shorter.
     bool getUnsigned(uint32_t key, unsigned int bytes, uint64_t& value) const;
     bool getString(uint32_t key, std::string& text) const;
+    bool getXml(uint32_t key, std::string& text) const { return getString(key, text); }
+    // Typed reads of the number properties (whatever type byte they came with; a
+    // version-1 property has none).
+    bool getUInt8(uint32_t key, uint8_t& value) const { return GetNumber(key, value); }
+    bool getInt8(uint32_t key, int8_t& value) const { return GetNumber(key, value); }
+    bool getUInt16(uint32_t key, uint16_t& value) const { return GetNumber(key, value); }
+    bool getInt16(uint32_t key, int16_t& value) const { return GetNumber(key, value); }
+    bool getUInt32(uint32_t key, uint32_t& value) const { return GetNumber(key, value); }
+    bool getInt32(uint32_t key, int32_t& value) const { return GetNumber(key, value); }
+    bool getUInt64(uint32_t key, uint64_t& value) const { return GetNumber(key, value); }
+    bool getInt64(uint32_t key, int64_t& value) const { return GetNumber(key, value); }
+    bool getBool(uint32_t key, bool& value) const {
+        uint8_t byte = 0;
+        const bool found = GetNumber(key, byte);
+        value = byte != 0;
+        return found;
+    }
 
     // The frame in the given version (1 or 2; any other is written as 2). With withCrc
     // the CRC is computed and stored (also in the message); otherwise the CRC set is sent.
@@ -152,6 +169,15 @@ private:
     }
     void SetText(uint32_t key, uint8_t type, const std::string& text) {
         Set(key, type, text.data(), static_cast<uint32_t>(text.size()));
+    }
+    template <typename T>
+    bool GetNumber(uint32_t key, T& value) const {
+        uint64_t raw = 0;
+        if (!getUnsigned(key, sizeof(T), raw)) {
+            return false;
+        }
+        value = static_cast<T>(raw);
+        return true;
     }
     bool Fail(uint16_t error) {
         m_decodingError = error;

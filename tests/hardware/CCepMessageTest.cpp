@@ -106,9 +106,14 @@ TEST(CCepMessageTest, BothVersionsPutTheHeaderFieldsInPlaceAndDecodeBackTheSame)
         EXPECT_EQ(decoded.getSequenceNumber(), 42);
         EXPECT_EQ(decoded.getDestinationID(), frame == &v1 ? 0 : 7);
         EXPECT_EQ(decoded.getObjectID(), frame == &v1 ? 0x34 : 0x1234);
-        uint64_t value = 0;
-        EXPECT_TRUE(decoded.getUnsigned(65, 4, value));
+        uint32_t value = 0;
+        EXPECT_TRUE(decoded.getUInt32(65, value));
         EXPECT_EQ(value, 0xA1B2C3D4u);
+        int8_t small = 0;
+        EXPECT_TRUE(decoded.getInt8(40, small));
+        EXPECT_EQ(small, 3);
+        uint64_t wide = 0;
+        EXPECT_FALSE(decoded.getUInt64(40, wide));  // one byte is not eight
         EXPECT_EQ(decoded.getProperty(40)->type, frame == &v1 ? PROPERTY_UNTYPED : PROPERTY_UINT8);
         std::string id;
         EXPECT_TRUE(decoded.getString(28, id));
