@@ -1,6 +1,6 @@
 #pragma once
-// CTcpConnection: a client TCP connection to a device on the network (a laser bank
-// module). Connecting waits at most a time-out; sending writes everything or fails;
+// CTcpConnection: a client TCP connection (to a laser bank module, or a macro's
+// connection to the projector's own ASCII server). Connecting waits at most a time-out; sending writes everything or fails;
 // receiving never waits (it takes what has arrived).
 //
 // Errors are returned, never thrown: 0 for success, otherwise the errno value of the
