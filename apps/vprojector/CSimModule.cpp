@@ -1,9 +1,26 @@
 #include "CSimModule.h"
 
-CSimModule::CSimModule(CJsonRpcServer& server, CStatusDb& database, const CFormatterPlant* formatter)
-    : CC4jBaseHandler(server, "sim", 1), m_database(database), m_formatter(formatter) {
+CSimModule::CSimModule(CJsonRpcServer& server, CStatusDb& database, const CFormatterPlant* formatter, CSimGpio* gpio)
+    : CC4jBaseHandler(server, "sim", 1), m_database(database), m_formatter(formatter), m_gpio(gpio) {
     Publish(*this, &CSimModule::SetStatus, "sim:setStatus");
     Publish(*this, &CSimModule::ReadRegister, "sim:readRegister");
+    Publish(*this, &CSimModule::SetGpio, "sim:setGpio");
+}
+
+bool CSimModule::SetGpio(const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    const auto pin = NJsonValueParser::GetUIntFromObj(params, "pin", 0);
+    const Json::Value& level = params.isObject() ? params["level"] : Json::Value();
+    const bool known = level.isBool() || (level.isUInt() && level.asUInt() <= 1);
+    if (!pin.first || !known || !m_gpio || !m_gpio->Set(pin.second, level.isBool() ? level.asBool() : level.asUInt() == 1)) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, "Expected {\"pin\": 0..31, \"level\": 0 or 1}");
+        return true;
+    }
+    InitResponseObj(request, response);
+    if (!response.isNull()) {
+        response["result"] = Json::Value(Json::objectValue);
+    }
+    return true;
 }
 
 bool CSimModule::ReadRegister(const Json::Value& request, Json::Value& response) {

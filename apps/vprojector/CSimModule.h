@@ -11,21 +11,27 @@
 //                  itself (not a shadow), so that integrators see what the formatter was
 //                  given. Error 3 for a port without a block, an offset that is not a
 //                  register, or no simulated FPGA.
+//   sim:setGpio    params {"pin" 0..31, "level" (bool or 0/1)}: sets a simulated GPIO input
+//                  (macros with a GPIO trigger act on the edge); {}. Error 3 otherwise.
 //
-// Lifetime: the server, database and formatter plant (which may be null) outlive it.
+// Lifetime: the server, database, formatter plant and GPIO inputs (either may be null)
+// outlive it.
 // Thread contract: the controller's loop.
 
 #include "CC4jBaseHandler.h"
 #include "CFormatterPlant.h"
+#include "CSimGpio.h"
 #include "status/CStatusDb.h"
 
 class CSimModule : public CC4jBaseHandler {
 public:
-    CSimModule(CJsonRpcServer& server, CStatusDb& database, const CFormatterPlant* formatter);
+    CSimModule(CJsonRpcServer& server, CStatusDb& database, const CFormatterPlant* formatter, CSimGpio* gpio);
     bool SetStatus(const Json::Value& request, Json::Value& response);
     bool ReadRegister(const Json::Value& request, Json::Value& response);
+    bool SetGpio(const Json::Value& request, Json::Value& response);
 
 private:
     CStatusDb& m_database;
     const CFormatterPlant* m_formatter;
+    CSimGpio* m_gpio;
 };

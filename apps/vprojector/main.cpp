@@ -7,7 +7,7 @@
 //                 -> status database, users file, menu tree
 //   stored values (CFlashStorage) loaded over the defaults
 //   controller loop: IPC event dispatcher + JSON-RPC server (control, status, menu,
-//                    session, sim)
+//                    session, macro, sim); simulated GPIO inputs feed the macros
 //   child process: the ASCII serial front-end, restarted when it dies
 //   laser plant: the configured laser bank module, or lbmsim run as a second child
 //
@@ -37,7 +37,9 @@
 #include "CC4jSession.h"
 #include "CC4jStatus.h"
 #include "CChildSupervisor.h"
+#include "CC4jMacro.h"
 #include "CFormatterPlant.h"
+#include "CGpioPlant.h"
 #include "CLaserPlant.h"
 #include "CControllerLoop.h"
 #include "CException.h"
@@ -334,7 +336,13 @@ int main(int argc, char** argv) {
             log.LogError("%s; JSON-RPC logins are refused until it is mended", e.GetMessage().c_str());
         }
         CC4jSession sessionApi(json, security, sessionClock);
-        CSimModule sim(json, *status, formatter.get());
+        CSystemLocalTime localTime;
+        CC4jMacro macroApi(json, localTime, static_cast<unsigned short>(asciiPort));
+        macroApi.Initialize();
+        CSimGpio gpio;
+        CGpioPlant gpioPlant(gpio, macroApi);
+        dispatcher.AddPeriodicTask(gpioPlant);
+        CSimModule sim(json, *status, formatter.get(), &gpio);
         CStatusRequestHandler statusRequests(dispatcher, *status);
         CControllerLoop loop(dispatcher, ipc, &json);
 
@@ -385,6 +393,7 @@ int main(int argc, char** argv) {
         storage.Save();  // what is pending; not forced, or the run's --ascii-port would be stored
         dispatcher.RemovePeriodicTask(frontend);
         dispatcher.RemovePeriodicTask(ready);
+        dispatcher.RemovePeriodicTask(gpioPlant);
         frontend.Stop();
         if (laser) {
             dispatcher.RemovePeriodicTask(*laser);

@@ -353,6 +353,30 @@ TEST_F(CVirtualProjectorTest, TheLaserIsControlledThroughItsModuleAndALostModule
     EXPECT_TRUE(Eventually([&] { return item(7)["status"] == 0; })) << Log();
 }
 
+TEST_F(CVirtualProjectorTest, MacrosChangeControlsThroughTheAsciiServerOnTimeAndOnAGpioEdge) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    CRpc rpc(jsonPort);
+    const time_t soon = time(nullptr) + 2;
+    struct tm local {};
+    localtime_r(&soon, &local);
+    char date[16];
+    char clock[16];
+    strftime(date, sizeof date, "%Y/%m/%d", &local);
+    strftime(clock, sizeof clock, "%H:%M:%S", &local);
+    const std::string timed = std::string(R"x({"idx": 1, "name": "soon", "active": true, "trigger": [{"type": "timed", )x") +
+                              R"x("date": ")x" + date + R"x(", "time": ")x" + clock +
+                              R"x("}], "action": [{"cmd": "(BRI 33)"}]})x";
+    EXPECT_EQ(rpc.Call("macro:save", timed)["result"], J("{}"));
+    EXPECT_EQ(rpc.Call("macro:save", R"x({"idx": 2, "name": "contact", "active": true,
+        "trigger": [{"type": "gpio", "pin": 2, "trans": true}], "action": [{"cmd": "(BRI 44)"}]})x")["result"],
+              J("{}"));
+    EXPECT_TRUE(Eventually([this] { return IpcValue("BRI") == 33; })) << Log();
+    EXPECT_EQ(rpc.Call("sim:setGpio", R"({"pin": 2, "level": 1})")["result"], J("{}"));
+    EXPECT_TRUE(Eventually([this] { return IpcValue("BRI") == 44; })) << Log();
+    EXPECT_EQ(rpc.Call("sim:setGpio", R"({"pin": 40, "level": 1})")["error"]["code"], 3);
+    EXPECT_TRUE(rpc.Call("macro:getList")["result"][0].isMember("lastRun"));
+}
+
 TEST_F(CVirtualProjectorTest, AChangeThroughOneFrontEndIsSeenAndNotifiedThroughTheOthers) {
     ASSERT_NO_FATAL_FAILURE(Start());
     CRpc listener(jsonPort);
