@@ -1,9 +1,8 @@
 #include "CFormatterPlant.h"
 
-#include <filesystem>
-
 #include "CSimFormatter.h"
 #include "NFileUtil.h"
+#include "NZipArchive.h"
 #include "RuntimeRoot.h"
 
 CFormatterPlant::CFormatterPlant(const std::string& sequenceName, const std::string& shippedDirectory,
@@ -20,15 +19,7 @@ void CFormatterPlant::InstallShippedArchive(const std::string& shippedDirectory)
     }
     const std::string installed = NRuntimeRoot::Path(CDmdSequence::kArchiveDirectory + m_name + ".zip");
     const std::string shipped = shippedDirectory + "/" + m_name + ".zip";
-    std::error_code error;
-    if (std::filesystem::exists(installed) || !std::filesystem::exists(shipped)) {
-        return;
-    }
-    std::filesystem::create_directories(std::filesystem::path(installed).parent_path(), error);
-    std::string contents;
-    std::string reason;
-    if (NFileUtil::ReadFile(shipped, 64 * 1024 * 1024, contents, reason) == NFileUtil::EReadResult::READ &&
-        NFileUtil::WriteFileAtomically(installed, contents, 0644)) {
+    if (NFileUtil::InstallIfMissing(shipped, installed, NZipArchive::kMaxEntryBytes)) {
         m_log.Log("No sequence archive %s: installed the shipped one from %s", installed.c_str(), shipped.c_str());
     }
 }

@@ -210,15 +210,10 @@ std::string SiblingPath(const char* program) {
 void LoadMenu(const CProjectorConfig& config, CJsonMenu& menu, ILog& log) {
     const std::string name = config.GetMenuFile();
     const std::string installed = NRuntimeRoot::Path(CJsonMenu::kMenuDirectory + name);
-    if (!std::filesystem::exists(installed)) {
-        const std::string configPath = config.GetPath();
-        const std::string shipped = configPath.substr(0, configPath.rfind('/') + 1) + name;
-        std::string text;
-        std::string error;
-        if (NFileUtil::ReadFile(shipped, CJsonMenu::kMaxFileSize, text, error) == NFileUtil::EReadResult::READ &&
-            NFileUtil::WriteFileAtomically(installed, text, 0644)) {
-            log.Log("No menu tree %s: installed the shipped one from %s", installed.c_str(), shipped.c_str());
-        }
+    const std::string configPath = config.GetPath();
+    const std::string shipped = configPath.substr(0, configPath.rfind('/') + 1) + name;
+    if (NFileUtil::InstallIfMissing(shipped, installed, CJsonMenu::kMaxFileSize)) {
+        log.Log("No menu tree %s: installed the shipped one from %s", installed.c_str(), shipped.c_str());
     }
     try {
         menu.Initialize(name.c_str());

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 namespace NFileUtil {
 
@@ -119,6 +120,20 @@ std::string GetExecutableDir() {
     }
     const std::string path(self, static_cast<size_t>(length));
     return path.substr(0, path.rfind('/'));
+}
+
+bool InstallIfMissing(const std::string& from, const std::string& to, size_t maxBytes) {
+    std::error_code error;
+    if (std::filesystem::exists(to, error)) {
+        return false;
+    }
+    std::string contents;
+    std::string reason;
+    if (ReadFile(from, maxBytes, contents, reason) != EReadResult::READ) {
+        return false;
+    }
+    std::filesystem::create_directories(std::filesystem::path(to).parent_path(), error);
+    return WriteFileAtomically(to, contents, 0644);
 }
 
 }  // namespace NFileUtil

@@ -31,6 +31,11 @@ EReadResult ReadFile(const std::string& path, size_t maxBytes, std::string& cont
 // place and cannot be taken back).
 bool WriteFileAtomically(const std::string& path, const std::string& contents, mode_t mode);
 
+// Copies `from` to `to` (written atomically, its folder created) when `to` does not exist
+// yet: true when it copied. False, changing nothing, when `to` exists or `from` cannot be
+// read whole within maxBytes.
+bool InstallIfMissing(const std::string& from, const std::string& to, size_t maxBytes);
+
 // The directory of the running executable ("/proc/self/exe" without its last part); empty
 // when it cannot be read.
 std::string GetExecutableDir();
