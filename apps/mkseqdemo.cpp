@@ -4,8 +4,13 @@
 // tables. Each element's sequence words carry its rate (in hundredths of a hertz) in
 // their upper half, so the formatter's memory shows which one was loaded.
 //
+// The archive also holds the high-dynamic-range files: a pre-modulation sequence of the
+// same shape whose words have bit 15 set, the first-level table and the bright and dark
+// second-level tables.
+//
 //   mkseqdemo ARCHIVE.zip        (the entries are named after the archive: demo.zip
-//                                 holds demo.seqbin, demo_G.mlh1 and demo_G.mlh2)
+//                                 holds demo.seqbin, demo_G.mlh1, demo_G.mlh2,
+//                                 demo.pre.seqbin, demo.g.mlh1, demo.g.b.mlh2, demo.g.d.mlh2)
 
 #include <cmath>
 #include <cstdio>
@@ -23,6 +28,31 @@ const double kRates[] = {23.976, 24, 25, 29.97, 30, 47.952, 48, 50, 59.94, 60,
 
 std::string Text(const std::vector<uint8_t>& bytes) { return std::string(bytes.begin(), bytes.end()); }
 
+std::string Sequence(uint32_t tag) {
+    NTiSequenceWriter::SSet set{4000, 42000, {}};
+    for (double rate : kRates) {
+        NTiSequenceWriter::SElement element;
+        element.periodUs = static_cast<uint32_t>(std::floor(1000000.0 / rate)) - 8;
+        const uint32_t hundredths = static_cast<uint32_t>(std::lround(rate * 100));
+        element.parameters = {hundredths, 0, 0, 0};
+        std::vector<uint32_t> words(256);
+        for (uint32_t i = 0; i < words.size(); ++i) {
+            words[i] = hundredths << 16 | tag | i;
+        }
+        element.blocks[0] = NTiSequenceWriter::WordBytes(words);
+        set.elements.push_back(element);
+    }
+    return Text(NTiSequenceWriter::Write({{{set}}}));
+}
+
+std::string Table(uint32_t size, uint32_t first) {
+    std::vector<uint32_t> words(size);
+    for (uint32_t i = 0; i < size; ++i) {
+        words[i] = first + i;
+    }
+    return Text(NTiSequenceWriter::WordBytes(words));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -34,31 +64,19 @@ int main(int argc, char** argv) {
     std::string name = archive.substr(archive.rfind('/') + 1);
     name = name.substr(0, name.rfind('.'));
 
-    NTiSequenceWriter::SSet set{4000, 42000, {}};
-    for (double rate : kRates) {
-        NTiSequenceWriter::SElement element;
-        element.periodUs = static_cast<uint32_t>(std::floor(1000000.0 / rate)) - 8;
-        const uint32_t hundredths = static_cast<uint32_t>(std::lround(rate * 100));
-        element.parameters = {hundredths, 0, 0, 0};
-        std::vector<uint32_t> words(256);
-        for (uint32_t i = 0; i < words.size(); ++i) {
-            words[i] = hundredths << 16 | i;
-        }
-        element.blocks[0] = NTiSequenceWriter::WordBytes(words);
-        set.elements.push_back(element);
-    }
     std::vector<uint32_t> mlh1(256);
-    std::vector<uint32_t> mlh2(64);
     for (uint32_t i = 0; i < mlh1.size(); ++i) {
         mlh1[i] = i * i;
     }
-    for (uint32_t i = 0; i < mlh2.size(); ++i) {
-        mlh2[i] = 0x10000 + i;
-    }
+    const std::string firstLevel = Text(NTiSequenceWriter::WordBytes(mlh1));
     try {
-        NZipArchive::Create(archive, {{name + ".seqbin", Text(NTiSequenceWriter::Write({{{set}}}))},
-                                      {name + "_G.mlh1", Text(NTiSequenceWriter::WordBytes(mlh1))},
-                                      {name + "_G.mlh2", Text(NTiSequenceWriter::WordBytes(mlh2))}});
+        NZipArchive::Create(archive, {{name + ".seqbin", Sequence(0)},
+                                      {name + "_G.mlh1", firstLevel},
+                                      {name + "_G.mlh2", Table(64, 0x10000)},
+                                      {name + ".pre.seqbin", Sequence(0x8000)},
+                                      {name + ".g.mlh1", firstLevel},
+                                      {name + ".g.b.mlh2", Table(64, 0x20000)},
+                                      {name + ".g.d.mlh2", Table(64, 0x30000)}});
     } catch (const CException& e) {
         fprintf(stderr, "mkseqdemo: %s\n", e.GetMessage().c_str());
         return 1;

@@ -1,13 +1,16 @@
 #include "CFormatterPlant.h"
 
+#include "CDmdSequenceHdr.h"
 #include "CSimFormatter.h"
 #include "NFileUtil.h"
 #include "NZipArchive.h"
 #include "RuntimeRoot.h"
 
-CFormatterPlant::CFormatterPlant(const std::string& sequenceName, const std::string& shippedDirectory,
-                                 const IMonotonicClock& clock, ILog& log)
-    : m_name(sequenceName), m_log(log), m_device(clock), m_bus(m_device, clock), m_sequence(m_bus, log) {
+CFormatterPlant::CFormatterPlant(const std::string& sequenceName, bool highDynamicRange,
+                                 const std::string& shippedDirectory, const IMonotonicClock& clock, ILog& log)
+    : m_name(sequenceName), m_log(log), m_device(clock), m_bus(m_device, clock),
+      m_sequence(highDynamicRange ? std::make_unique<CDmdSequenceHdr>(m_bus, log)
+                                  : std::make_unique<CDmdSequence>(m_bus, log)) {
     m_device.AddPort(CFormatterSequence::kPostedPort, std::make_unique<CSimFormatter>());
     m_device.AddPort(CFormatterSequence::kSecondPort, std::make_unique<CSimFormatter>());
     InstallShippedArchive(shippedDirectory);
@@ -28,10 +31,10 @@ bool CFormatterPlant::ApplyControlValue(const std::string& code, int value) {
     if (code != kRateCode || value <= 0) {
         return false;
     }
-    if (!m_sequence.LoadSequence(value / 100.0, *this)) {
+    if (!m_sequence->LoadSequence(value / 100.0, *this)) {
         return false;
     }
-    m_sequence.Apply();
+    m_sequence->Apply();
     return true;
 }
 

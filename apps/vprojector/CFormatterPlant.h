@@ -4,7 +4,8 @@
 // and the DMD sequence loader on top. It is the hardware behind the control "OFR" (the
 // output frame rate in hundredths of a hertz): a new rate loads and applies the sequence
 // for it; a rate without a fitting sequence is refused, and the old rate and sequence
-// stay (the loader has logged why).
+// stay (the loader has logged why). A high-dynamic-range plant loads the prime formatter
+// on port 48 and the pre-modulating one on port 56 (CDmdSequenceHdr).
 //
 // The sequence archive is read from "<root>/usr/lib/firmware/seq/<name>.zip"; when the
 // root has none, the one shipped with the build (shippedDirectory/<name>.zip) is
@@ -24,7 +25,7 @@ class CFormatterPlant : public IControlProxy, private IBitSequenceSet {
 public:
     static constexpr const char* kRateCode = "OFR";
 
-    CFormatterPlant(const std::string& sequenceName, const std::string& shippedDirectory,
+    CFormatterPlant(const std::string& sequenceName, bool highDynamicRange, const std::string& shippedDirectory,
                     const IMonotonicClock& clock, ILog& log);
 
     // Loads and applies the sequence for a rate in hundredths of a hertz; false when the
@@ -35,7 +36,7 @@ public:
     // A register of the simulated FPGA itself (not a shadow); false for a port without a
     // block or an offset outside its registers.
     bool ReadRegister(unsigned int port, unsigned int offset, uint32_t& value) const;
-    const CDmdSequence& GetSequence() const { return m_sequence; }
+    const CDmdSequence& GetSequence() const { return *m_sequence; }
 
 private:
     std::string GetSequenceName() const override { return m_name; }
@@ -46,5 +47,5 @@ private:
     ILog& m_log;
     CSimFpgaDevice m_device;
     CPtBusPcie m_bus;
-    CDmdSequence m_sequence;
+    std::unique_ptr<CDmdSequence> m_sequence;
 };

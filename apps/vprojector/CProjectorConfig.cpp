@@ -110,10 +110,7 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
         const Json::Value& formatter = m_root["formatter"];
         if (!formatter.isObject() || !formatter["sequence"].isString() ||
             (formatter.isMember("hdr") && !formatter["hdr"].isBool())) {
-            Fail("", "\"formatter\" must be {\"sequence\": name, \"hdr\": false}");
-        }
-        if (formatter.get("hdr", false).asBool()) {
-            Fail("", "\"formatter\": high-dynamic-range sequences are not simulated");
+            Fail("", "\"formatter\" must be {\"sequence\": name, \"hdr\": true or false}");
         }
     }
     std::set<std::string> codes;

@@ -6,8 +6,8 @@
 // the ASCII front-end, in the users-file form: {"name","access","salt","hash",
 // "iterations"}; written to "/etc/projector/users.json" for the front-end) and "menu"
 // (the menu tree file under "/etc/", default "menu.json") and "formatter" ({"sequence":
-// the DMD sequence archive's name, "hdr": false}; high-dynamic-range sequences are not
-// simulated, so "hdr": true is refused) and "laser" ({"host": text, "port": 1..65535}: the
+// the DMD sequence archive's name, "hdr": true for a dual-modulation loader with its
+// pre-modulation formatter, default false) and "laser" ({"host": text, "port": 1..65535}: the
 // laser bank module to control; without it the projector runs its own simulated one).
 // A control: "code", "type" (display type), and where its kind uses them: "persistent"
 // (false), "min", "max", "default" (a number, or a text for types 300..399), "access"
@@ -73,6 +73,7 @@ public:
     std::string GetMenuFile() const;
     // The formatter's sequence archive name; empty when the configuration has no formatter.
     std::string GetSequenceName() const;
+    bool IsHighDynamicRange() const { return m_root["formatter"].get("hdr", false).asBool(); }
     // The configured laser bank module; an empty host when none is configured.
     std::string GetLaserHost() const { return m_root["laser"].get("host", "").asString(); }
     unsigned short GetLaserPort() const { return static_cast<unsigned short>(m_root["laser"].get("port", 0).asUInt()); }

@@ -299,7 +299,8 @@ int main(int argc, char** argv) {
         CMonotonicClockHighResPosix clock;
         std::unique_ptr<CFormatterPlant> formatter;
         if (!config->GetSequenceName().empty()) {
-            formatter = std::make_unique<CFormatterPlant>(config->GetSequenceName(), VPROJECTOR_SEQUENCE_DIR, clock, log);
+            formatter = std::make_unique<CFormatterPlant>(config->GetSequenceName(), config->IsHighDynamicRange(),
+                                                          VPROJECTOR_SEQUENCE_DIR, clock, log);
             hardware.AddPlant(CFormatterPlant::kRateCode, *formatter);
         }
         CFlashStorage storage(dispatcher, log, clock);

@@ -29,32 +29,56 @@ bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 }  // namespace
 
 CDmdSequence::CDmdSequence(IPtBus& bus, ILog& log, bool formatterPresent)
-    : m_log(log), m_formatter(bus, CFormatterSequence::kPostedPort), m_formatterPresent(formatterPresent) {}
+    : m_log(log), m_formatter(bus, CFormatterSequence::kPostedPort), m_formatters{&m_formatter},
+      m_formatterPresent(formatterPresent) {}
 
-void CDmdSequence::LoadSequenceDataZip(const std::string& name, std::string& seqPath, std::string& mlh1Path,
-                                       std::string& mlh2Path) {
-    const std::string archive = NRuntimeRoot::Path(kArchiveDirectory + name + ".zip");
-    const std::string directory = NRuntimeRoot::Path(kExtractDirectory + name);
-    const std::string base = directory + "/" + name.substr(name.rfind('/') + 1);
-    seqPath = base + ".seqbin";
-    mlh1Path = base + "_G.mlh1";
-    mlh2Path = base + "_G.mlh2";
-    if (!Exists(seqPath) || !Exists(mlh1Path) || !Exists(mlh2Path)) {
-        NZipArchive::ExtractAll(archive, directory);
-    }
+std::vector<CDmdSequence::SPlane> CDmdSequence::Planes(const std::string& base) {
+    return {{&m_formatter, base + ".seqbin", base + "_G.mlh1", base + "_G.mlh2", "seq", "MLH2"}};
 }
 
-void CDmdSequence::LoadTable(const std::string& path, bool low, bool mlh1) {
-    std::string contents;
-    std::string error;
-    if (NFileUtil::ReadFile(path, kMaxTableBytes, contents, error) != NFileUtil::EReadResult::READ) {
-        THROW_EXCEPTION("Unable to read %s: %s", path.c_str(), error.empty() ? "missing" : error.c_str());
+std::vector<CDmdSequence::SPlane> CDmdSequence::LoadSequenceDataZip(const std::string& name) {
+    const std::string archive = NRuntimeRoot::Path(kArchiveDirectory + name + ".zip");
+    const std::string directory = NRuntimeRoot::Path(kExtractDirectory + name);
+    std::vector<SPlane> planes = Planes(directory + "/" + name.substr(name.rfind('/') + 1));
+    for (const SPlane& plane : planes) {
+        if (!Exists(plane.sequencePath) || !Exists(plane.mlh1Path) || !Exists(plane.mlh2Path)) {
+            NZipArchive::ExtractAll(archive, directory);
+            break;
+        }
     }
-    const std::vector<uint32_t> words = Words(reinterpret_cast<const uint8_t*>(contents.data()), contents.size());
-    if (mlh1) {
-        m_formatter.LoadMlh1(words.data(), static_cast<unsigned int>(words.size()), low);
-    } else {
-        m_formatter.LoadMlh2(words.data(), static_cast<unsigned int>(words.size()), low);
+    return planes;
+}
+
+void CDmdSequence::LoadPlane(const SPlane& plane, const uint8_t* sequence, size_t bytes, bool low) {
+    CFormatterSequence& formatter = *plane.formatter;
+    try {
+        const std::vector<uint32_t> words = Words(sequence, bytes);
+        formatter.LoadSequence(words.data(), static_cast<unsigned int>(words.size()), low);
+    } catch (const CException& e) {
+        m_log.LogError("%s loading fault: %s", plane.sequenceFault, e.GetMessage().c_str());
+    }
+    const struct {
+        const std::string& path;
+        bool mlh1;
+        const char* fault;
+    } tables[] = {{plane.mlh1Path, true, "MLH1"}, {plane.mlh2Path, false, plane.mlh2Fault}};
+    for (const auto& table : tables) {
+        try {
+            std::string contents;
+            std::string error;
+            if (NFileUtil::ReadFile(table.path, kMaxTableBytes, contents, error) != NFileUtil::EReadResult::READ) {
+                THROW_EXCEPTION("Unable to read %s: %s", table.path.c_str(), error.empty() ? "missing" : error.c_str());
+            }
+            const std::vector<uint32_t> words = Words(reinterpret_cast<const uint8_t*>(contents.data()), contents.size());
+            const unsigned int count = static_cast<unsigned int>(words.size());
+            if (table.mlh1) {
+                formatter.LoadMlh1(words.data(), count, low);
+            } else {
+                formatter.LoadMlh2(words.data(), count, low);
+            }
+        } catch (const CException& e) {
+            m_log.LogError("%s loading fault: %s", table.fault, e.GetMessage().c_str());
+        }
     }
 }
 
@@ -74,18 +98,19 @@ bool CDmdSequence::LoadSequence(double frameRateHz, const IBitSequenceSet& set, 
     }
     const double period = 1000000.0 / frameRateHz;
     const double chosenPeriod = is3d ? period / 2 - darkTimeUs : period;
-    std::string seqPath;
-    std::string mlh1Path;
-    std::string mlh2Path;
-    std::unique_ptr<CTiSequenceFile> file;
-    const CTiSeqStmData* element = nullptr;
+    std::vector<SPlane> planes;
+    std::vector<std::unique_ptr<CTiSequenceFile>> files;
+    std::vector<const CTiSeqStmData*> elements;
     try {
-        LoadSequenceDataZip(name, seqPath, mlh1Path, mlh2Path);
-        file = std::make_unique<CTiSequenceFile>(seqPath);
+        planes = LoadSequenceDataZip(name);
         if (chosenPeriod <= 0) {
             THROW_EXCEPTION("Dark time longer than the frame");
         }
-        element = &file->FindSequenceSet(1000000.0 / chosenPeriod).FindSeqElement(1000000.0 / chosenPeriod);
+        for (const SPlane& plane : planes) {
+            files.push_back(std::make_unique<CTiSequenceFile>(plane.sequencePath));
+            const double rate = 1000000.0 / chosenPeriod;
+            elements.push_back(&files.back()->FindSequenceSet(rate).FindSeqElement(rate));
+        }
     } catch (const CException& e) {
         m_log.LogError("Unsupported%s output frequency %0.2fHz (dark time: %.0fus)", is3d ? " 3D" : "", frameRateHz,
                        static_cast<double>(darkTimeUs));
@@ -93,48 +118,57 @@ bool CDmdSequence::LoadSequence(double frameRateHz, const IBitSequenceSet& set, 
         return false;
     }
 
-    const bool low = !m_formatter.IsUsingLowSeqMem();
-    const double stretch = element->GetPeriodUs() / chosenPeriod;
+    std::vector<SLoaded> loaded;
+    for (size_t i = 0; i < planes.size(); ++i) {
+        loaded.push_back({planes[i].formatter, !planes[i].formatter->IsUsingLowSeqMem(),
+                          elements[i]->GetPeriodUs() / chosenPeriod});
+    }
+    const char* memory = loaded.front().low ? "low" : "high";
     if (is3d) {
-        m_log.Log("Loading 3D bit-sequence (%s) in %s memory (stretch: %.3f%s, dark time: %.0fus)", name.c_str(),
-                  low ? "low" : "high", stretch, "", static_cast<double>(darkTimeUs));
+        m_log.Log("Loading 3D bit-sequence (%s) in %s memory (stretch: %.3f%s, dark time: %.0fus)", name.c_str(), memory,
+                  loaded.front().stretch, "", static_cast<double>(darkTimeUs));
     } else {
-        m_log.Log("Loading 2D bit-sequence (%s) in %s memory (stretch: %.3f%s)", name.c_str(), low ? "low" : "high",
-                  stretch, "");
+        m_log.Log("Loading 2D bit-sequence (%s) in %s memory (stretch: %.3f%s)", name.c_str(), memory,
+                  loaded.front().stretch, "");
     }
-    try {
-        const CTiSeqStmData::SBlock block = element->GetDataBlock(0);
-        const std::vector<uint32_t> words = Words(element->GetDataBlockBytes(0), block.size);
-        m_formatter.LoadSequence(words.data(), static_cast<unsigned int>(words.size()), low);
-    } catch (const CException& e) {
-        m_log.LogError("seq loading fault: %s", e.GetMessage().c_str());
-    }
-    try {
-        LoadTable(mlh1Path, low, true);
-    } catch (const CException& e) {
-        m_log.LogError("MLH1 loading fault: %s", e.GetMessage().c_str());
-    }
-    try {
-        LoadTable(mlh2Path, low, false);
-    } catch (const CException& e) {
-        m_log.LogError("MLH2 loading fault: %s", e.GetMessage().c_str());
+    for (size_t i = 0; i < planes.size(); ++i) {
+        const CTiSeqStmData::SBlock block = elements[i]->GetDataBlock(0);
+        LoadPlane(planes[i], elements[i]->GetDataBlockBytes(0), block.size, loaded[i].low);
     }
     m_frameRateHz = frameRateHz;
     m_darkTimeUs = darkTimeUs;
-    m_loadedLow = low;
-    m_loaded = true;
     m_3d = is3d;
-    m_stretch = stretch;
+    m_stretch = loaded.front().stretch;
+    m_planes = std::move(loaded);
     m_loadedName = name;
     return true;
 }
 
 void CDmdSequence::Apply() {
-    if (!m_loaded) {
-        return;
+    // The first plane drives the others (the posted-mode formatter mirrors its mode into
+    // port 56), so it switches last.
+    for (auto plane = m_planes.rbegin(); plane != m_planes.rend(); ++plane) {
+        plane->formatter->SetStretch(plane->stretch);
+        plane->formatter->Apply(plane->low, !m_3d);
     }
-    m_formatter.SetStretch(m_stretch);
-    m_formatter.Apply(m_loadedLow, !m_3d);
+}
+
+void CDmdSequence::Reset(bool sequencer, bool output, bool stretch) {
+    for (CFormatterSequence* formatter : m_formatters) {
+        formatter->Reset(sequencer, output, stretch);
+    }
+}
+
+void CDmdSequence::EnableSequencer(bool on) {
+    for (CFormatterSequence* formatter : m_formatters) {
+        formatter->EnableSequencer(on);
+    }
+}
+
+void CDmdSequence::EnableMlhtBypass(bool on) {
+    for (CFormatterSequence* formatter : m_formatters) {
+        formatter->EnableMlhtBypass(on);
+    }
 }
 
 bool CDmdSequence::SetDarkTimeUs(unsigned short darkTimeUs, const IBitSequenceSet& set) {

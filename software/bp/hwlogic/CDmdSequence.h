@@ -5,7 +5,7 @@
 // Files: a sequence named N comes zipped as "/usr/lib/firmware/seq/" N ".zip" and is
 // unpacked into "/tmp/seq/" N (both under the runtime root) only when one of its files
 // is missing there: B ".seqbin", B "_G.mlh1", B "_G.mlh2", B being the part of N after
-// its last "/". The parsed file lives only while a load runs.
+// its last "/". The parsed files live only while a load runs.
 //
 // LoadSequence(rate, set, darkTimeUs):
 //   - a set without a name keeps the formatter's built-in sequence ("Using built-in DMD
@@ -13,22 +13,24 @@
 //     no formatters present");
 //   - the frame period is P = 1 000 000 / rate µs; a 3D set shows each eye in half the
 //     frame less the dark time, so it is chosen for P3 = P / 2 - dark time;
-//   - the set and element are chosen as CTiSequenceFile says; when none fits, "Unsupported
-//     %s output frequency %0.2fHz (dark time: %.0fus)" is logged (" 3D" for a 3D set, and
-//     the reason on a second line) and the call returns false with nothing changed: the
-//     rate last configured and the sequence loaded stay;
+//   - the set and element are chosen as CTiSequenceFile says, in every sequence file of
+//     the load; when one has none that fits, "Unsupported%s output frequency %0.2fHz
+//     (dark time: %.0fus)" is logged (" 3D" for a 3D set, and the reason on a second
+//     line) and the call returns false with nothing changed: the rate last configured
+//     and the sequence loaded stay;
 //   - the element's block 0 (its bit-plane words) goes into the half of the sequence
-//     memory the sequencer is not running from, the MLH1 and MLH2 files (whole, as
+//     memory the formatter is not running from, the MLH1 and MLH2 files (whole, as
 //     little-endian words) into the same half of their tables; a failing step is logged
 //     ("seq loading fault: %s", "MLH1 loading fault: %s", "MLH2 loading fault: %s") and
 //     the others go on;
 //   - stretch = element period / the period chosen for (below 1 by the selection rule);
 //     logged as "Loading 2D bit-sequence (%s) in %s memory (stretch: %.3f%s)" or
 //     "Loading 3D bit-sequence (%s) in %s memory (stretch: %.3f%s, dark time: %.0fus)".
-// Apply() then writes the stretch and switches the sequencer to the loaded half (output
-// mode 0 for 2D, 2 for 3D). SetDarkTimeUs and Reload run the load again for the rate last
-// configured; before any they throw "Cannot adjust dark time without first configuring
-// target frame rate" / "Cannot reload sequence without first configuring target frame rate".
+// Apply() then writes each formatter's stretch and switches its sequencer to the loaded
+// half (output mode 0 for 2D, 2 for 3D). SetDarkTimeUs and Reload run the load again for
+// the rate last configured; before any they throw "Cannot adjust dark time without first
+// configuring target frame rate" / "Cannot reload sequence without first configuring
+// target frame rate". Reset, EnableSequencer and EnableMlhtBypass go to every formatter.
 //
 // Lifetime: bus and log outlive it. Thread contract: the bus's thread.
 // Errors: LoadSequence returns false for an unsupported rate or unreadable files (logged);
@@ -36,6 +38,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "CFormatterSequence.h"
 #include "log/ILog.h"
@@ -61,8 +64,9 @@ public:
     void Apply();
     bool SetDarkTimeUs(unsigned short darkTimeUs, const IBitSequenceSet& set);
     bool Reload(const IBitSequenceSet& set);
-    void EnableSequencer(bool on) { m_formatter.EnableSequencer(on); }
-    void EnableMlhtBypass(bool on) { m_formatter.EnableMlhtBypass(on); }
+    void Reset(bool sequencer, bool output, bool stretch);
+    void EnableSequencer(bool on);
+    void EnableMlhtBypass(bool on);
 
     // 0 until the first LoadSequence.
     double GetCurrentFrameRateHz() const { return m_frameRateHz; }
@@ -71,21 +75,42 @@ public:
     double GetStretch() const { return m_stretch; }
 
 protected:
-    // Unpacks the archive when a file is missing; the three file paths. Throws CException.
-    void LoadSequenceDataZip(const std::string& name, std::string& seqPath, std::string& mlh1Path,
-                             std::string& mlh2Path);
-    ILog& GetLog() const { return m_log; }
+    // One formatter and the files loaded into it, with the names its faults are logged
+    // under ("<name> loading fault: %s").
+    struct SPlane {
+        CFormatterSequence* formatter;
+        std::string sequencePath;
+        std::string mlh1Path;
+        std::string mlh2Path;
+        const char* sequenceFault;
+        const char* mlh2Fault;
+    };
+
+    // The planes of a sequence whose files start with `base` (directory and base name);
+    // the first is the one the log lines describe.
+    virtual std::vector<SPlane> Planes(const std::string& base);
+    CFormatterSequence& GetFormatter() { return m_formatter; }
+    // Adds a formatter that Reset and the Enable calls reach too; it outlives this object.
+    void AddFormatter(CFormatterSequence& formatter) { m_formatters.push_back(&formatter); }
 
 private:
-    void LoadTable(const std::string& path, bool low, bool mlh1);
+    struct SLoaded {
+        CFormatterSequence* formatter;
+        bool low;
+        double stretch;
+    };
+
+    // Unpacks the archive when a file is missing; the planes. Throws CException.
+    std::vector<SPlane> LoadSequenceDataZip(const std::string& name);
+    void LoadPlane(const SPlane& plane, const uint8_t* sequence, size_t bytes, bool low);
 
     ILog& m_log;
     CFormatterSequence m_formatter;
+    std::vector<CFormatterSequence*> m_formatters;
+    std::vector<SLoaded> m_planes;
     bool m_formatterPresent;
     double m_frameRateHz = 0;
     unsigned short m_darkTimeUs = 0;
-    bool m_loadedLow = true;
-    bool m_loaded = false;
     bool m_3d = false;
     double m_stretch = 0;
     std::string m_loadedName;

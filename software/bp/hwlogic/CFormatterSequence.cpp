@@ -44,6 +44,18 @@ void CFormatterSequence::EnableSequencer(bool on) { Commit(kSequencer, on ? 1 : 
 
 void CFormatterSequence::EnableMlhtBypass(bool on) { Commit(kOutput, on ? 1 : 0, 8, 0x100); }
 
+void CFormatterSequence::Reset(bool sequencer, bool output, bool stretch) {
+    if (sequencer) {
+        Commit(kSequencer, 1, 0, 0xFFFFFFFF);
+    }
+    if (output) {
+        Commit(kOutput, 0, 0, 0x1FF);
+    }
+    if (stretch) {
+        Commit(kStretch, 0, 0, 0xFFFF);
+    }
+}
+
 void CFormatterSequence::Apply(bool low, bool mode) {
     try {
         if (m_bank.ReadField(kStatus, 0, 1) == 0) {

@@ -14,6 +14,10 @@
 // port 56. Every other formatter acknowledges each write (WriteFieldWait) and each 256-word
 // chunk of a load (100 ms). The constructor only stages 0x280 = 1 and 0x200 = 0.
 //
+// Reset(sequencer, output, stretch) writes those power-on values back, each part on its
+// own: the sequencer enabled on the low half (0x280 = 1), output mode 0 with the MLHT
+// bypass off (0x200 bits 0-8; bit 16 of port 56 stays), stretch 0 (0x290).
+//
 // Lifetime: the bus outlives the block. Thread contract: the bus's thread.
 // Errors: what the bus throws.
 
@@ -46,6 +50,7 @@ public:
     void SetStretch(double stretch);
     void EnableSequencer(bool on);
     void EnableMlhtBypass(bool on);
+    void Reset(bool sequencer, bool output, bool stretch);
     // Switches the sequencer to the low or high half; `mode` selects output mode 0 (set)
     // or 2 (clear).
     void Apply(bool low, bool mode);

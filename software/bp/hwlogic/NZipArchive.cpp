@@ -95,6 +95,7 @@ void Create(const std::string& archive, const std::vector<std::pair<std::string,
     bool ok = true;
     for (const auto& entry : entries) {
         zip_fileinfo info{};
+        info.tmz_date.tm_mday = 1;  // the archive's fixed date, 1980-01-01: builds are reproducible
         ok = ok && zipOpenNewFileInZip(zip, entry.first.c_str(), &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED,
                                        Z_DEFAULT_COMPRESSION) == ZIP_OK;
         ok = ok && zipWriteInFileInZip(zip, entry.second.data(), static_cast<unsigned>(entry.second.size())) == ZIP_OK;

@@ -7,6 +7,7 @@
 
 #include "BufferedLog.h"
 #include "CDmdSequence.h"
+#include "CDmdSequenceHdr.h"
 #include "CPtBusPcie.h"
 #include "CSimFormatter.h"
 #include "CSimFpgaDevice.h"
@@ -100,6 +101,47 @@ TEST_F(CDmdSequenceTest, AnUnsupportedRateOrAMissingArchiveChangesNothing) {
     CDmdSequence headless(bus, log, false);
     EXPECT_FALSE(headless.LoadSequence(60, cinema));
     EXPECT_TRUE(log.Logged("Skipped loading bit-sequence - no formatters present"));
+}
+
+TEST_F(CDmdSequenceTest, HighRangeLoadsPrimeAndPremodulatorFormattersEachWithItsTables) {
+    const std::vector<uint8_t> prime = TestSequenceFile();
+    const std::vector<uint8_t> premod =
+        NTiSequenceWriter::Write({{{NTiSequenceWriter::SSet{16000, 17000, {Element(16500, 0x770000)}}}}});
+    NZipArchive::Create(root.Path("/usr/lib/firmware/seq/hdr.zip"),
+                        {{"hdr.seqbin", std::string(prime.begin(), prime.end())},
+                         {"hdr.pre.seqbin", std::string(premod.begin(), premod.end())},
+                         {"hdr.g.mlh1", std::string("\x05\x00\x00\x00", 4)},
+                         {"hdr.g.b.mlh2", std::string("\x06\x00\x00\x00", 4)}});
+    CDmdSequenceHdr hdr(bus, log);
+    const SSet set("hdr", false);
+    ASSERT_TRUE(hdr.LoadSequence(60, set));  // the dark table is missing: only it is skipped
+    EXPECT_TRUE(log.Logged("MLH2 dark loading fault: Unable to read"));
+    EXPECT_FALSE(log.Logged("seq prime loading fault"));
+    EXPECT_EQ(primary->PeekMemory(CSimFormatter::kSequenceData, 0x8000), 0x160000u);
+    EXPECT_EQ(second->PeekMemory(CSimFormatter::kSequenceData, 0x8000), 0x770000u);
+    EXPECT_EQ(primary->PeekMemory(CSimFormatter::kMlh1Data, 0x2000), 5u);
+    EXPECT_EQ(second->PeekMemory(CSimFormatter::kMlh1Data, 0x2000), 5u);
+    EXPECT_EQ(primary->PeekMemory(CSimFormatter::kMlh2Data, 0x200), 6u);
+    hdr.Apply();
+    EXPECT_EQ(primary->Peek(0x280), 0x80000001u);
+    EXPECT_EQ(second->Peek(0x280), 0x80000001u);
+    EXPECT_EQ(second->Peek(0x290), static_cast<uint32_t>(0.99 * 65536) & 0xFFFF);
+    EXPECT_EQ(second->Peek(0x200), 0x10000u);
+
+    // A rate the pre-modulation file has no element for is unsupported as a whole.
+    EXPECT_FALSE(hdr.LoadSequence(58, set));
+    EXPECT_TRUE(log.Logged("hdr: Sequence set not found"));
+    EXPECT_EQ(hdr.GetCurrentFrameRateHz(), 60);
+
+    hdr.EnableMlhtBypass(true);
+    EXPECT_EQ(second->Peek(0x200), 0x10100u);
+    hdr.Reset(true, true, true);
+    for (const CSimFpgaPort* port : {primary, second}) {
+        EXPECT_EQ(port->Peek(0x280), 1u);
+        EXPECT_EQ(port->Peek(0x200) & 0x1FF, 0u);
+        EXPECT_EQ(port->Peek(0x290), 0u);
+    }
+    EXPECT_EQ(second->Peek(0x200), 0x10000u);
 }
 
 TEST_F(CDmdSequenceTest, AnArchiveEntryThatClimbsOutOfItsDirectoryRefusesTheWholeArchive) {
