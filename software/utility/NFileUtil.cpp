@@ -102,6 +102,11 @@ bool WriteFileAtomically(const std::string& path, const std::string& contents, m
         errno = error;
         return false;
     }
+    SyncDirectoryOf(path);
+    return true;
+}
+
+void SyncDirectoryOf(const std::string& path) {
     const size_t slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const int dir = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -109,7 +114,6 @@ bool WriteFileAtomically(const std::string& path, const std::string& contents, m
         fsync(dir);
         close(dir);
     }
-    return true;
 }
 
 std::string GetExecutableDir() {

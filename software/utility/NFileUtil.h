@@ -36,6 +36,9 @@ bool WriteFileAtomically(const std::string& path, const std::string& contents, m
 // read whole within maxBytes.
 bool InstallIfMissing(const std::string& from, const std::string& to, size_t maxBytes);
 
+// Flushes the directory holding `path`, so that a rename or unlink there is durable.
+void SyncDirectoryOf(const std::string& path);
+
 // The directory of the running executable ("/proc/self/exe" without its last part); empty
 // when it cannot be read.
 std::string GetExecutableDir();
