@@ -12,7 +12,6 @@ constexpr uint32_t kSerialOffset = 33;
 constexpr uint32_t kInstallDateOffset = 54;
 constexpr uint32_t kPreInstalledOffset = 58;
 constexpr uint32_t kUsageOffset = 64;
-constexpr uint32_t kUsageBytes = 46;
 constexpr uint32_t kFormatIdOffset = 4;
 constexpr uint32_t kFirstEntryField = 16;
 constexpr uint32_t kEntrySizeField = 20;
