@@ -83,7 +83,8 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
     }
     for (const std::string& member : m_root.getMemberNames()) {
         if (member != "controls" && member != "statusGroups" && member != "users" && member != "menu" &&
-            member != "formatter" && member != "laser") {
+            member != "formatter" && member != "laser" && member != "lamps" && member != "power" &&
+            member != "family") {
             Fail("", "unknown member \"" + member + "\"");
         }
     }
@@ -113,6 +114,7 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
             Fail("", "\"formatter\" must be {\"sequence\": name, \"hdr\": true or false}");
         }
     }
+    CheckLamps();
     std::set<std::string> codes;
     for (const Json::Value& control : m_root["controls"]) {
         CheckControl(control, codes);
@@ -358,3 +360,48 @@ void CProjectorConfig::BuildStatus(CStatusDb& database) const {
 std::string CProjectorConfig::GetSequenceName() const { return m_root["formatter"].get("sequence", "").asString(); }
 
 std::string CProjectorConfig::GetMenuFile() const { return m_root.get("menu", "menu.json").asString(); }
+
+void CProjectorConfig::CheckLamps() const {
+    if (m_root.isMember("family") && !m_root["family"].isUInt()) {
+        Fail("", "\"family\" must be an unsigned number");
+    }
+    if (m_root.isMember("power")) {
+        const Json::Value& power = m_root["power"];
+        if (!power.isObject() || !IsIntIn(power.get("cooldownS", 60), 0, 3600)) {
+            Fail("", "\"power\" must be {\"cooldownS\": 0..3600}");
+        }
+    }
+    if (!m_root.isMember("lamps")) {
+        return;
+    }
+    const Json::Value& lamps = m_root["lamps"];
+    if (!lamps.isArray() || lamps.size() > CLmmNdefTagAdapter::kPositions) {
+        Fail("", "\"lamps\" must be an array of at most 6 lamps");
+    }
+    std::set<std::string> positions;
+    for (const Json::Value& lamp : lamps) {
+        const std::string position = lamp.isObject() ? lamp.get("position", "").asString() : "";
+        bool known = false;
+        for (unsigned int i = 0; i < CLmmNdefTagAdapter::kPositions; ++i) {
+            known = known || position == CLmmNdefTagAdapter::PositionName(i);
+        }
+        const Json::Value& type = lamp.isObject() ? lamp["type"] : Json::Value();
+        if (!known || !positions.insert(position).second ||
+            (!type.isNull() && (!type.isString() || type.asString().empty() ||
+                                type.asString().size() > CLampMemoryDevice::kTypeLength))) {
+            Fail("lamp " + position, "needs a unique \"position\" A1, A2, A3, B1, B2 or B3; \"type\" is a text of "
+                                     "1..32 characters");
+        }
+    }
+}
+
+std::vector<CLampPlant::SLampConfig> CProjectorConfig::GetLamps() const {
+    std::vector<CLampPlant::SLampConfig> lamps;
+    if (!m_root.isMember("lamps")) {
+        return {{"A1", kDefaultLampType}};
+    }
+    for (const Json::Value& lamp : m_root["lamps"]) {
+        lamps.push_back({lamp["position"].asString(), lamp.get("type", kDefaultLampType).asString()});
+    }
+    return lamps;
+}

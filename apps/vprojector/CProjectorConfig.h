@@ -8,7 +8,10 @@
 // (the menu tree file under "/etc/", default "menu.json") and "formatter" ({"sequence":
 // the DMD sequence archive's name, "hdr": true for a dual-modulation loader with its
 // pre-modulation formatter, default false) and "laser" ({"host": text, "port": 1..65535}: the
-// laser bank module to control; without it the projector runs its own simulated one).
+// laser bank module to control; without it the projector runs its own simulated one),
+// "lamps" ([{"position": "A1".."B3", "type": lamp type}], default one lamp at A1 of type
+// "SIM-LAMP"), "power" ({"cooldownS": 0..3600, default 60}) and "family" (the product
+// family number "system:getFamily" answers, default 1).
 // A control: "code", "type" (display type), and where its kind uses them: "persistent"
 // (false), "min", "max", "default" (a number, or a text for types 300..399), "access"
 // (2), "name", "help" (text ids), "decimals", "readOnly", "softMin", "softMax",
@@ -33,6 +36,7 @@
 #include <string>
 #include <vector>
 
+#include "CLampPlant.h"
 #include "control/CProjCon.h"
 #include "dispatch/CEventDispatcher.h"
 #include "status/CStatusDb.h"
@@ -78,10 +82,15 @@ public:
     std::string GetLaserHost() const { return m_root["laser"].get("host", "").asString(); }
     unsigned short GetLaserPort() const { return static_cast<unsigned short>(m_root["laser"].get("port", 0).asUInt()); }
     const std::string& GetPath() const { return m_path; }
+    std::vector<CLampPlant::SLampConfig> GetLamps() const;
+    unsigned int GetCooldownS() const { return m_root["power"].get("cooldownS", 60).asUInt(); }
+    unsigned int GetFamily() const { return m_root.get("family", 1).asUInt(); }
+    static constexpr const char* kDefaultLampType = "SIM-LAMP";
 
 private:
     [[noreturn]] void Fail(const std::string& where, const std::string& reason) const;
     void CheckControl(const Json::Value& control, std::set<std::string>& codes) const;
+    void CheckLamps() const;
     std::unique_ptr<CProjCon> MakeControl(const Json::Value& control, CEventDispatcher& dispatcher,
                                           CSimulatedHardware& hardware) const;
 

@@ -1,10 +1,55 @@
 #include "CSimModule.h"
 
-CSimModule::CSimModule(CJsonRpcServer& server, CStatusDb& database, const CFormatterPlant* formatter, CSimGpio* gpio)
-    : CC4jBaseHandler(server, "sim", 1), m_database(database), m_formatter(formatter), m_gpio(gpio) {
+CSimModule::CSimModule(CJsonRpcServer& server, CStatusDb& database, const CFormatterPlant* formatter, CSimGpio* gpio,
+                       CLampPlant* lamps)
+    : CC4jBaseHandler(server, "sim", 1), m_database(database), m_formatter(formatter), m_gpio(gpio), m_lamps(lamps) {
     Publish(*this, &CSimModule::SetStatus, "sim:setStatus");
     Publish(*this, &CSimModule::ReadRegister, "sim:readRegister");
     Publish(*this, &CSimModule::SetGpio, "sim:setGpio");
+    Publish(*this, &CSimModule::SetLampUsage, "sim:setLampUsage");
+    Publish(*this, &CSimModule::ReplaceLamp, "sim:replaceLamp");
+}
+
+bool CSimModule::SetLampUsage(const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    const auto position = NJsonValueParser::GetStringFromObj(params, "position", "");
+    const auto onTime = NJsonValueParser::GetUIntFromObj(params, "onTimeS", 0);
+    std::string error = "Expected {\"position\": \"A1\"..\"B3\", \"onTimeS\": seconds}";
+    if (!position.first || !onTime.first || !m_lamps) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, error);
+        return true;
+    }
+    error.clear();
+    m_lamps->SetLampUsage(position.second, onTime.second, error);
+    return LampAnswer(request, response, error);
+}
+
+bool CSimModule::ReplaceLamp(const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    const auto position = NJsonValueParser::GetStringFromObj(params, "position", "");
+    const auto type = NJsonValueParser::GetStringFromObj(params, "type", "");
+    std::string error = "Expected {\"position\": \"A1\"..\"B3\", \"type\": text of 1..32 characters}";
+    if (!position.first || !type.first || type.second.empty() || type.second.size() > CLampMemoryDevice::kTypeLength ||
+        !m_lamps) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, error);
+        return true;
+    }
+    error.clear();
+    m_lamps->ReplaceLamp(position.second, type.second, error);
+    return LampAnswer(request, response, error);
+}
+
+bool CSimModule::LampAnswer(const Json::Value& request, Json::Value& response, const std::string& error) {
+    if (!error.empty()) {
+        const bool noLamp = error.rfind("No lamp", 0) == 0;
+        MakeErrorResponse(request, response, noLamp ? ERR_INVALID_PARAMETER : ERR_COMM_FAILURE, error);
+        return true;
+    }
+    InitResponseObj(request, response);
+    if (!response.isNull()) {
+        response["result"] = Json::Value(Json::objectValue);
+    }
+    return true;
 }
 
 bool CSimModule::SetGpio(const Json::Value& request, Json::Value& response) {

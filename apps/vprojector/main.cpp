@@ -7,7 +7,8 @@
 //                 -> status database, users file, menu tree
 //   stored values (CFlashStorage) loaded over the defaults
 //   controller loop: IPC event dispatcher + JSON-RPC server (control, status, menu,
-//                    session, macro, sim); simulated GPIO inputs feed the macros
+//                    session, macro, system, sim); simulated GPIO inputs feed the macros
+//   lamp plant: simulated NFC lamp tags and the power control "POW" behind them
 //   child process: the ASCII serial front-end, restarted when it dies
 //   laser plant: the configured laser bank module, or lbmsim run as a second child
 //
@@ -37,6 +38,9 @@
 #include "CC4jSession.h"
 #include "CC4jStatus.h"
 #include "CChildSupervisor.h"
+#include "CC4jSystem.h"
+#include "CKeepAliveMonitor.h"
+#include "CLampPlant.h"
 #include "CC4jMacro.h"
 #include "CFormatterPlant.h"
 #include "CGpioPlant.h"
@@ -303,6 +307,9 @@ int main(int argc, char** argv) {
                                                           VPROJECTOR_SEQUENCE_DIR, clock, log);
             hardware.AddPlant(CFormatterPlant::kRateCode, *formatter);
         }
+        CSystemLocalTime localTime;
+        CLampPlant lamps(config->GetLamps(), config->GetCooldownS(), clock, localTime, log);
+        hardware.AddPlant(CLampPlant::kPowerCode, lamps);
         CFlashStorage storage(dispatcher, log, clock);
         storage.BindAllPersistent();
         storage.LoadAll();
@@ -332,13 +339,19 @@ int main(int argc, char** argv) {
             log.LogError("%s; JSON-RPC logins are refused until it is mended", e.GetMessage().c_str());
         }
         CC4jSession sessionApi(json, security, sessionClock);
-        CSystemLocalTime localTime;
         CC4jMacro macroApi(json, localTime, static_cast<unsigned short>(asciiPort));
         macroApi.Initialize();
         CSimGpio gpio;
         CGpioPlant gpioPlant(gpio, macroApi);
         dispatcher.AddPeriodicTask(gpioPlant);
-        CSimModule sim(json, *status, formatter.get(), &gpio);
+        CNetwork network;
+        CC4jSystem systemApi(json, network, config->GetFamily(), &lamps, &lamps);
+        CKeepAliveMonitor keepAlive(clock, log);
+        systemApi.AddProcessMonitor(&keepAlive);
+        dispatcher.AddPeriodicTask(keepAlive);
+        lamps.SetCooldownCallback([&systemApi](unsigned int seconds) { systemApi.NotifyCooldownTimeS(seconds); });
+        dispatcher.AddPeriodicTask(lamps);
+        CSimModule sim(json, *status, formatter.get(), &gpio, &lamps);
         CStatusRequestHandler statusRequests(dispatcher, *status);
         CControllerLoop loop(dispatcher, ipc, &json);
 
@@ -390,6 +403,10 @@ int main(int argc, char** argv) {
         dispatcher.RemovePeriodicTask(frontend);
         dispatcher.RemovePeriodicTask(ready);
         dispatcher.RemovePeriodicTask(gpioPlant);
+        dispatcher.RemovePeriodicTask(lamps);
+        dispatcher.RemovePeriodicTask(keepAlive);
+        lamps.SetCooldownCallback(nullptr);
+        lamps.Flush();
         frontend.Stop();
         if (laser) {
             dispatcher.RemovePeriodicTask(*laser);

@@ -353,6 +353,37 @@ TEST_F(CVirtualProjectorTest, TheLaserIsControlledThroughItsModuleAndALostModule
     EXPECT_TRUE(Eventually([&] { return item(7)["status"] == 0; })) << Log();
 }
 
+TEST_F(CVirtualProjectorTest, LampHoursLiveOnTheTagAndPowerOffCoolsDown) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    {
+        CRpc rpc(jsonPort);
+        EXPECT_EQ(rpc.Call("control:set", R"({"code": "POW", "value": 1})")["result"]["value"], 1);
+        EXPECT_EQ(rpc.Call("sim:setLampUsage", R"({"position": "A1", "onTimeS": 5400})")["result"], J("{}"));
+        EXPECT_EQ(rpc.Call("sim:setLampUsage", R"({"position": "B2", "onTimeS": 1})")["error"]["code"], 3);
+        const Json::Value lamp = rpc.Call("system:getLampHistory")["result"][0];
+        EXPECT_EQ(lamp["type"], "SIM-LAMP");
+        EXPECT_EQ(lamp["strikes"], 1);
+        EXPECT_EQ(lamp["totalHours"], 2);
+
+        rpc.Call("system:addListener", R"({"notifyMethod": "system:notifyCooldownTime", "sendNow": false})");
+        EXPECT_EQ(rpc.Call("control:set", R"({"code": "POW", "value": 0})")["result"]["value"], 0);
+        const Json::Value note = rpc.Next();
+        EXPECT_EQ(note["method"], "system:notifyCooldownTime");
+        EXPECT_GE(note["params"]["sec"].asInt(), 58);
+        EXPECT_EQ(rpc.Call("control:set", R"({"code": "POW", "value": 1})")["error"]["code"], 112);
+        EXPECT_EQ(rpc.Call("sim:replaceLamp", R"({"position": "A1", "type": "XEN-2"})")["result"], J("{}"));
+    }
+    EXPECT_EQ(Stop(SIGTERM), 0);
+    EXPECT_EQ(std::filesystem::file_size(root.Path("/var/sim/lamp/A1.tag")), 8192u);
+
+    ASSERT_NO_FATAL_FAILURE(Start());  // the history is read back from the tag image
+    CRpc rpc(jsonPort);
+    const Json::Value history = rpc.Call("system:getLampHistory")["result"];
+    ASSERT_EQ(history.size(), 2u) << history;
+    EXPECT_EQ(history[0]["totalHours"], 2);
+    EXPECT_EQ(history[1]["type"], "XEN-2");
+}
+
 TEST_F(CVirtualProjectorTest, MacrosChangeControlsThroughTheAsciiServerOnTimeAndOnAGpioEdge) {
     ASSERT_NO_FATAL_FAILURE(Start());
     CRpc rpc(jsonPort);
