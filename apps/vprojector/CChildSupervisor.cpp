@@ -17,7 +17,18 @@ extern char** environ;
 
 CChildSupervisor::CChildSupervisor(ILog& log, const IMonotonicClock& clock, const std::string& program,
                                    const std::vector<std::string>& arguments)
-    : m_log(log), m_program(program), m_arguments(arguments), m_restart(clock, kRestartDelayMs) {}
+    : m_log(log), m_clock(clock), m_program(program), m_arguments(arguments), m_restart(clock, kRestartDelayMs) {}
+
+bool CChildSupervisor::Watch(pid_t pid, unsigned int seconds, const std::string& name) {
+    if (!m_running || pid != m_pid || seconds == 0) {
+        return false;
+    }
+    m_watched = true;
+    m_watchName = name;
+    m_watchSince = m_clock.GetCount();
+    m_watchMs = uint64_t{seconds} * 1000;
+    return true;
+}
 
 CChildSupervisor::~CChildSupervisor() { Stop(); }
 
@@ -46,9 +57,16 @@ void CChildSupervisor::Update() {
         int status = 0;
         const pid_t done = waitpid(m_pid, &status, WNOHANG);
         if (done != m_pid) {
+            if (m_watched && m_clock.CountsToMs(m_watchSince, m_clock.GetCount()) > m_watchMs) {
+                m_log.LogError("Process %s (%d) missed its keep-alive; restarting it", m_watchName.c_str(),
+                               static_cast<int>(m_pid));
+                m_watched = false;
+                kill(m_pid, SIGKILL);
+            }
             return;
         }
         m_running = false;
+        m_watched = false;
         m_log.LogError("%s (pid %d) ended (%s %d); restarting it", m_program.c_str(), static_cast<int>(m_pid),
                        WIFSIGNALED(status) ? "signal" : "status",
                        WIFSIGNALED(status) ? WTERMSIG(status) : WEXITSTATUS(status));

@@ -8,6 +8,11 @@
 // removes the IPC sockets it may have left under "/var/run/ui/" (files named
 // "<child pid>_..."), so a killed child leaves nothing behind.
 //
+// Keep-alive: Watch(pid, seconds, name) registers the child (only the current child, by
+// its pid) to report again within `seconds`; each report renews the deadline. A child
+// that misses it is logged ("Process %s (%d) missed its keep-alive; restarting it"),
+// killed and restarted like one that died; the new child is watched once it reports.
+//
 // Thread contract: the controller's loop thread only.
 
 #include <sys/types.h>
@@ -33,14 +38,21 @@ public:
     void Stop();
     void Update() override;
     pid_t GetPid() const { return m_pid; }
+    // False when `pid` is not the running child or `seconds` is 0.
+    bool Watch(pid_t pid, unsigned int seconds, const std::string& name);
 
 private:
     void RemoveLeftovers(pid_t pid);
 
     ILog& m_log;
+    const IMonotonicClock& m_clock;
     std::string m_program;
     std::vector<std::string> m_arguments;
     pid_t m_pid = -1;
     bool m_running = false;
     CTimer m_restart;
+    bool m_watched = false;
+    std::string m_watchName;
+    uint32_t m_watchSince = 0;
+    uint64_t m_watchMs = 0;
 };

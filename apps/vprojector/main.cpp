@@ -346,9 +346,8 @@ int main(int argc, char** argv) {
         dispatcher.AddPeriodicTask(gpioPlant);
         CNetwork network;
         CC4jSystem systemApi(json, network, config->GetFamily(), &lamps, &lamps);
-        CKeepAliveMonitor keepAlive(clock, log);
+        CKeepAliveMonitor keepAlive;
         systemApi.AddProcessMonitor(&keepAlive);
-        dispatcher.AddPeriodicTask(keepAlive);
         lamps.SetCooldownCallback([&systemApi](unsigned int seconds) { systemApi.NotifyCooldownTimeS(seconds); });
         dispatcher.AddPeriodicTask(lamps);
         CSimModule sim(json, *status, formatter.get(), &gpio, &lamps);
@@ -361,6 +360,7 @@ int main(int argc, char** argv) {
         if (options.serial) {
             frontend.Start();
             dispatcher.AddPeriodicTask(frontend);
+            keepAlive.Add(frontend);
         }
         // The laser: the configured module, or a simulated one run (and restarted) here.
         std::unique_ptr<CChildSupervisor> laserSim;
@@ -376,6 +376,7 @@ int main(int argc, char** argv) {
                     std::vector<std::string>{"--port", std::to_string(laserPort), "--exit-with-parent", "--quiet"});
                 laserSim->Start();
                 dispatcher.AddPeriodicTask(*laserSim);
+                keepAlive.Add(*laserSim);
             }
             laser = std::make_unique<CLaserPlant>(laserHost, laserPort, dispatcher, *status, clock, log);
             for (const char* code : CLaserPlant::kCodes) {
@@ -404,7 +405,6 @@ int main(int argc, char** argv) {
         dispatcher.RemovePeriodicTask(ready);
         dispatcher.RemovePeriodicTask(gpioPlant);
         dispatcher.RemovePeriodicTask(lamps);
-        dispatcher.RemovePeriodicTask(keepAlive);
         lamps.SetCooldownCallback(nullptr);
         lamps.Flush();
         frontend.Stop();

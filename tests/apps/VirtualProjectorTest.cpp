@@ -482,13 +482,17 @@ TEST_F(CVirtualProjectorTest, StoredValuesSurviveSigtermAndSigkillButThePortOpti
     EXPECT_EQ(Ascii("(BRI?)", ")"), "(BRI!061)") << Log();
 }
 
-TEST_F(CVirtualProjectorTest, ADeadFrontEndIsRestartedWhileJsonRpcGoesOn) {
+TEST_F(CVirtualProjectorTest, AFrontEndThatMissesItsKeepAliveIsRestartedWhileJsonRpcGoesOn) {
     ASSERT_NO_FATAL_FAILURE(Start());
     const std::vector<pid_t> frontends = FrontendPids();
     ASSERT_GT(frontends.empty() ? 0 : frontends.front(), 0);
-    ASSERT_EQ(kill(frontends.front(), SIGKILL), 0);
     CRpc rpc(jsonPort);
+    EXPECT_EQ(rpc.Call("system:keepAlive", R"({"pid": 1, "sec": 1, "name": "init"})")["error"]["code"], 7);
+    const std::string frontend = std::to_string(frontends.front());
+    EXPECT_EQ(rpc.Call("system:keepAlive", R"({"pid": )" + frontend + R"(, "sec": 1, "name": "ascii"})")["result"],
+              true);  // and never again
     EXPECT_EQ(rpc.Call("control:get", R"(["BRI"])")["result"], 50);  // the controller serves on
+    EXPECT_TRUE(Eventually([this] { return Log().find("Process ascii (" ) != std::string::npos; })) << Log();
     EXPECT_TRUE(Eventually([this] { return Log().find("restarting it") != std::string::npos; })) << Log();
     EXPECT_TRUE(Eventually([this] { return Ascii("(BRI?)", ")") == "(BRI!050)"; })) << Log();
 }

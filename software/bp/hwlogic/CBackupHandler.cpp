@@ -44,7 +44,9 @@ CBackupHandler::CBackupHandler(IEeprom& tag, const std::string& path, ILog& log)
 
 bool CBackupHandler::ReadBackup(SBackup& backup, std::string& reason) const {
     std::string file;
-    if (NFileUtil::ReadFile(m_path, kMaxFileBytes, file, reason) != NFileUtil::EReadResult::READ) {
+    const NFileUtil::EReadResult read = NFileUtil::ReadFile(m_path, kMaxFileBytes, file, reason);
+    if (read != NFileUtil::EReadResult::READ) {
+        reason = read == NFileUtil::EReadResult::MISSING ? "" : "unreadable: " + reason;
         return false;
     }
     if (file.size() < kHeaderBytes + 4 || memcmp(file.data(), kMagic, 4) != 0 || Get(file, 4, 2) != kVersion) {
@@ -88,7 +90,9 @@ bool CBackupHandler::CheckPendingWrite() {
             return true;
         }
         m_log.LogWarning("Discarded lamp tag backup %s of another tag", m_path.c_str());
-    } else if (std::filesystem::exists(m_path)) {
+    } else if (reason.empty()) {
+        return false;  // no backup: the usual case
+    } else {
         m_log.LogWarning("Discarded incomplete lamp tag backup %s (%s)", m_path.c_str(), reason.c_str());
     }
     ClearBackup();

@@ -1,9 +1,9 @@
 #include "net/CNetwork.h"
 
 #include <arpa/inet.h>
+#include <json/json.h>
 
 #include <filesystem>
-#include <sstream>
 
 #include "NFileUtil.h"
 #include "RuntimeRoot.h"
@@ -56,42 +56,13 @@ bool CNetwork::StartDhcp(const std::string& ip, const std::string& netmask, cons
 }
 
 bool CNetwork::Store(const SSettings& settings) {
+    Json::Value file;
+    file["mode"] = settings.dhcp ? "dhcp" : "static";
+    file["ip"] = settings.address;
+    file["netmask"] = settings.netmask;
+    file["gateway"] = settings.gateway;
     const std::string path = NRuntimeRoot::Path(kSettingsFile);
     std::error_code ignored;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
-    return NFileUtil::WriteFileAtomically(path,
-                                          std::string("mode=") + (settings.dhcp ? "dhcp" : "static") +
-                                              "\naddress=" + settings.address + "\nnetmask=" + settings.netmask +
-                                              "\ngateway=" + settings.gateway + "\n",
-                                          0644);
-}
-
-bool CNetwork::GetSettings(SSettings& settings) const {
-    std::string contents;
-    std::string error;
-    if (NFileUtil::ReadFile(NRuntimeRoot::Path(kSettingsFile), 4096, contents, error) != NFileUtil::EReadResult::READ) {
-        return false;
-    }
-    SSettings read;
-    std::istringstream lines(contents);
-    bool hasMode = false;
-    for (std::string line; std::getline(lines, line);) {
-        const size_t equals = line.find('=');
-        const std::string key = line.substr(0, equals);
-        const std::string value = equals == std::string::npos ? "" : line.substr(equals + 1);
-        if (key == "mode") {
-            hasMode = value == "dhcp" || value == "static";
-            read.dhcp = value == "dhcp";
-        } else if (key == "address") {
-            read.address = value;
-        } else if (key == "netmask") {
-            read.netmask = value;
-        } else if (key == "gateway") {
-            read.gateway = value;
-        }
-    }
-    if (hasMode) {
-        settings = read;
-    }
-    return hasMode;
+    return NFileUtil::WriteFileAtomically(path, Json::writeString(Json::StreamWriterBuilder(), file) + "\n", 0644);
 }

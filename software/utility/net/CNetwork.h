@@ -1,12 +1,12 @@
 #pragma once
 // CNetwork: the projector's IPv4 settings as the control plane keeps them: either a
 // static address or DHCP with fall-back settings for when no server answers. They are
-// stored in "/etc/projector/network.conf" (under the runtime root, replaced atomically),
+// stored in "/etc/network/address.json" (under the runtime root, replaced atomically),
 // which the projector's network service reads when it (re)starts the interface; applying
-// them is that service's job, not this class's.
+// them is that service's job, never this class's, so the host's network is not touched.
 //
-// File: one "key=value" per line: "mode" ("static" or "dhcp"), "address", "netmask",
-// "gateway" (a DHCP file carries its fall-backs there, possibly empty).
+// File: {"mode": "static" | "dhcp", "ip", "netmask", "gateway"} (a DHCP file carries its
+// fall-backs there, empty when none were given).
 //
 // A static setting is refused (false, nothing written) unless: the address and netmask
 // are dotted quads, the address is not 0.0.0.0, a loopback, multicast or the limited
@@ -22,7 +22,7 @@
 
 class CNetwork {
 public:
-    static constexpr const char* kSettingsFile = "/etc/projector/network.conf";
+    static constexpr const char* kSettingsFile = "/etc/network/address.json";
 
     struct SSettings {
         bool dhcp = false;
@@ -34,8 +34,6 @@ public:
     virtual ~CNetwork() = default;
     virtual bool SetStaticAddress(const std::string& ip, const std::string& netmask, const std::string& gateway);
     virtual bool StartDhcp(const std::string& ip, const std::string& netmask, const std::string& gateway);
-    // The stored settings; false when there are none (or they cannot be read).
-    bool GetSettings(SSettings& settings) const;
 
     static bool IsValidStatic(const std::string& ip, const std::string& netmask, const std::string& gateway);
 

@@ -84,10 +84,10 @@ TEST_F(CC4jSystemTest, NetworkSettingsAreCheckedBeforeTheyAreStored) {
         {R"({"ip": 5, "netmask": "255.255.255.0"})", 3, ""},
         {R"({"auto": "yes"})", 3, ""},
         {R"({"ip": "10.0.0.5", "netmask": "255.255.255.0"})", 0,
-         "mode=static\naddress=10.0.0.5\nnetmask=255.255.255.0\ngateway=0.0.0.0\n"},
-        {R"({"auto": true})", 0, "mode=dhcp\naddress=\nnetmask=\ngateway=\n"},
+         R"({"gateway": "0.0.0.0", "ip": "10.0.0.5", "mode": "static", "netmask": "255.255.255.0"})"},
+        {R"({"auto": true})", 0, R"({"gateway": "", "ip": "", "mode": "dhcp", "netmask": ""})"},
         {R"({"auto": true, "ip": "192.168.1.9", "netmask": "255.255.0.0", "gateway": "192.168.0.1"})", 0,
-         "mode=dhcp\naddress=192.168.1.9\nnetmask=255.255.0.0\ngateway=192.168.0.1\n"},
+         R"({"gateway": "192.168.0.1", "ip": "192.168.1.9", "mode": "dhcp", "netmask": "255.255.0.0"})"},
     };
     std::string expected;
     for (const auto& test : cases) {
@@ -97,7 +97,9 @@ TEST_F(CC4jSystemTest, NetworkSettingsAreCheckedBeforeTheyAreStored) {
             EXPECT_EQ(reply["result"]["ip"], J(test.params).get("ip", ""));
             expected = test.stored;
         }
-        EXPECT_EQ(std::filesystem::exists(file) ? CTempRoot::ReadFile(file) : "", expected) << test.params;
+        EXPECT_EQ(std::filesystem::exists(file) ? J(CTempRoot::ReadFile(file)) : Json::Value(),
+                  expected.empty() ? Json::Value() : J(expected))
+            << test.params;
     }
     EXPECT_TRUE(log.Logged("(static: 10.0.0.5, 255.255.255.0, 0.0.0.0)"));
     EXPECT_TRUE(log.Logged("Recv'd 'system:setNetworkAddress' from [ID:"));
