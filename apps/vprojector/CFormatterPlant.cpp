@@ -1,5 +1,7 @@
 #include "CFormatterPlant.h"
 
+#include <time.h>
+
 #include "CDmdSequenceHdr.h"
 #include "CSimFormatter.h"
 #include "NFileUtil.h"
@@ -8,9 +10,14 @@
 
 CFormatterPlant::CFormatterPlant(const std::string& sequenceName, bool highDynamicRange,
                                  const std::string& shippedDirectory, const IMonotonicClock& clock, ILog& log)
-    : m_name(sequenceName), m_log(log), m_device(clock), m_bus(m_device, clock),
+    : m_name(sequenceName), m_log(log), m_device(clock, kVsyncHz), m_bus(m_device, clock),
       m_sequence(highDynamicRange ? std::make_unique<CDmdSequenceHdr>(m_bus, log)
                                   : std::make_unique<CDmdSequence>(m_bus, log)) {
+    m_device.SetHouseSync([] {
+        timespec now{};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
+    });
     m_device.AddPort(CFormatterSequence::kPostedPort, std::make_unique<CSimFormatter>());
     m_device.AddPort(CFormatterSequence::kSecondPort, std::make_unique<CSimFormatter>());
     InstallShippedArchive(shippedDirectory);

@@ -24,6 +24,7 @@
 class CFormatterPlant : public IControlProxy, private IBitSequenceSet {
 public:
     static constexpr const char* kRateCode = "OFR";
+    static constexpr unsigned int kVsyncHz = 60;
 
     CFormatterPlant(const std::string& sequenceName, bool highDynamicRange, const std::string& shippedDirectory,
                     const IMonotonicClock& clock, ILog& log);
@@ -37,6 +38,10 @@ public:
     // block or an offset outside its registers.
     bool ReadRegister(unsigned int port, unsigned int offset, uint32_t& value) const;
     const CDmdSequence& GetSequence() const { return *m_sequence; }
+    // The packet bus to the simulated FPGA, whose v-sync counter is genlocked to the
+    // host's monotonic clock (every virtual projector on the host counts alike).
+    CPtBusPcie& GetBus() { return m_bus; }
+    double GetVsyncHz() const { return kVsyncHz; }
 
 private:
     std::string GetSequenceName() const override { return m_name; }

@@ -1,5 +1,7 @@
 #include "CProjectorConfig.h"
 
+#include <arpa/inet.h>
+
 #include <fstream>
 #include <limits>
 #include <sstream>
@@ -84,7 +86,7 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
     for (const std::string& member : m_root.getMemberNames()) {
         if (member != "controls" && member != "statusGroups" && member != "users" && member != "menu" &&
             member != "formatter" && member != "laser" && member != "lamps" && member != "power" &&
-            member != "family") {
+            member != "family" && member != "multicast" && member != "unicast") {
             Fail("", "unknown member \"" + member + "\"");
         }
     }
@@ -115,6 +117,7 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
         }
     }
     CheckLamps();
+    CheckGroup();
     std::set<std::string> codes;
     for (const Json::Value& control : m_root["controls"]) {
         CheckControl(control, codes);
@@ -360,6 +363,34 @@ void CProjectorConfig::BuildStatus(CStatusDb& database) const {
 std::string CProjectorConfig::GetSequenceName() const { return m_root["formatter"].get("sequence", "").asString(); }
 
 std::string CProjectorConfig::GetMenuFile() const { return m_root.get("menu", "menu.json").asString(); }
+
+void CProjectorConfig::CheckGroup() const {
+    if (m_root.isMember("multicast")) {
+        const Json::Value& group = m_root["multicast"];
+        in_addr address{};
+        const bool groupOk = group.isObject() && group.get("group", "239.192.0.1").isString() &&
+                             inet_pton(AF_INET, group.get("group", "239.192.0.1").asCString(), &address) == 1 &&
+                             (ntohl(address.s_addr) >> 28) == 0xE;
+        if (!groupOk || !IsIntIn(group.get("port", 3004), 1, 65535) || !group.get("interface", "lo").isString()) {
+            Fail("", "\"multicast\" must be {\"group\": 224.0.0.0..239.255.255.255, \"port\": 1..65535, "
+                     "\"interface\": name}");
+        }
+    }
+    if (m_root.isMember("unicast") &&
+        (!m_root["unicast"].isObject() || !IsIntIn(m_root["unicast"].get("port", 3005), 0, 65535))) {
+        Fail("", "\"unicast\" must be {\"port\": 0..65535} (0: any free port)");
+    }
+}
+
+CSyncPlant::SConfig CProjectorConfig::GetGroup() const {
+    CSyncPlant::SConfig config;
+    const Json::Value& group = m_root["multicast"];
+    config.group = group.get("group", config.group).asString();
+    config.port = static_cast<unsigned short>(group.get("port", config.port).asUInt());
+    config.interface = group.get("interface", config.interface).asString();
+    config.unicastPort = static_cast<unsigned short>(m_root["unicast"].get("port", config.unicastPort).asUInt());
+    return config;
+}
 
 void CProjectorConfig::CheckLamps() const {
     if (m_root.isMember("family") && !m_root["family"].isUInt()) {

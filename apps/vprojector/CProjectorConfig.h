@@ -11,7 +11,9 @@
 // laser bank module to control; without it the projector runs its own simulated one),
 // "lamps" ([{"position": "A1".."B3", "type": lamp type}], default one lamp at A1 of type
 // "SIM-LAMP"), "power" ({"cooldownS": 0..3600, default 60}) and "family" (the product
-// family number "system:getFamily" answers, default 1).
+// family number "system:getFamily" answers, default 1), "multicast" ({"group": a multicast
+// address, "port", "interface"}, default 239.192.0.1, 3004, "lo") and "unicast"
+// ({"port"}, default 3005, 0 for any free port).
 // A control: "code", "type" (display type), and where its kind uses them: "persistent"
 // (false), "min", "max", "default" (a number, or a text for types 300..399), "access"
 // (2), "name", "help" (text ids), "decimals", "readOnly", "softMin", "softMax",
@@ -37,6 +39,7 @@
 #include <vector>
 
 #include "CLampPlant.h"
+#include "CSyncPlant.h"
 #include "control/CProjCon.h"
 #include "dispatch/CEventDispatcher.h"
 #include "status/CStatusDb.h"
@@ -83,6 +86,7 @@ public:
     unsigned short GetLaserPort() const { return static_cast<unsigned short>(m_root["laser"].get("port", 0).asUInt()); }
     const std::string& GetPath() const { return m_path; }
     std::vector<CLampPlant::SLampConfig> GetLamps() const;
+    CSyncPlant::SConfig GetGroup() const;
     unsigned int GetCooldownS() const { return m_root["power"].get("cooldownS", 60).asUInt(); }
     unsigned int GetFamily() const { return m_root.get("family", 1).asUInt(); }
     static constexpr const char* kDefaultLampType = "SIM-LAMP";
@@ -91,6 +95,7 @@ private:
     [[noreturn]] void Fail(const std::string& where, const std::string& reason) const;
     void CheckControl(const Json::Value& control, std::set<std::string>& codes) const;
     void CheckLamps() const;
+    void CheckGroup() const;
     std::unique_ptr<CProjCon> MakeControl(const Json::Value& control, CEventDispatcher& dispatcher,
                                           CSimulatedHardware& hardware) const;
 

@@ -9,14 +9,15 @@
 //   controller loop: IPC event dispatcher + JSON-RPC server (control, status, menu,
 //                    session, macro, system, sim); simulated GPIO inputs feed the macros
 //   lamp plant: simulated NFC lamp tags and the power control "POW" behind them
+//   sync plant: the JSON-RPC multicast group and unicast server with the "sync" module
 //   child process: the ASCII serial front-end, restarted when it dies
 //   laser plant: the configured laser bank module, or lbmsim run as a second child
 //
 //   vprojector [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N]
-//              [--log-level 3..7] [--no-serial]
+//              [--unicast-port N] [--log-level 3..7] [--no-serial]
 //
 // When every server listens it prints exactly one line to standard output:
-//   ready ascii=<port> jsonrpc=<port> ipc=<socket path>
+//   ready ascii=<port> jsonrpc=<port> ipc=<socket path> unicast=<port>
 // SIGINT or SIGTERM: stop accepting, save stored values, stop the child, exit 0.
 // A bad configuration: one message on standard error, exit status 2.
 
@@ -50,6 +51,7 @@
 #include "CJsonMenu.h"
 #include "CProjectorConfig.h"
 #include "CSimModule.h"
+#include "CSyncPlant.h"
 #include "NFileUtil.h"
 #include "RuntimeRoot.h"
 #include "control/CFlashStorage.h"
@@ -86,14 +88,15 @@ struct SOptions {
     std::string config = VPROJECTOR_DEFAULT_CONFIG;
     int asciiPort = -1;  // -1: the configuration's "NET"+"PORT"
     int jsonPort = kDefaultJsonRpcPort;
+    int unicastPort = -1;  // -1: the configuration's
     int logLevel = LOG_LEVEL_INFO;
     bool serial = true;
 };
 
 int Usage(const char* program) {
     fprintf(stderr,
-            "usage: %s [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N] [--log-level 3..7] "
-            "[--no-serial]\n",
+            "usage: %s [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N] [--unicast-port N] "
+            "[--log-level 3..7] [--no-serial]\n",
             program);
     return 2;
 }
@@ -129,6 +132,10 @@ bool ParseOptions(int argc, char** argv, SOptions& options) {
             }
         } else if (option == "--jsonrpc-port") {
             if (!ParseNumber(value, 0, 65535, options.jsonPort)) {
+                return false;
+            }
+        } else if (option == "--unicast-port") {
+            if (!ParseNumber(value, 0, 65535, options.unicastPort)) {
                 return false;
             }
         } else if (option == "--log-level") {
@@ -172,9 +179,10 @@ bool IsListening(int port) {
 // Prints the ready line once the serial front-end's server accepts connections.
 class CReadyAnnouncer : public IPeriodicTask {
 public:
-    CReadyAnnouncer(ILog& log, const IMonotonicClock& clock, int asciiPort, int jsonPort, std::string ipc, bool wait)
+    CReadyAnnouncer(ILog& log, const IMonotonicClock& clock, int asciiPort, int jsonPort, std::string ipc,
+                    int unicastPort, bool wait)
         : m_log(log), m_timeout(clock, 20000), m_asciiPort(asciiPort), m_jsonPort(jsonPort), m_ipc(std::move(ipc)),
-          m_wait(wait) {}
+          m_unicastPort(unicastPort), m_wait(wait) {}
 
     void Update() override {
         if (m_done) {
@@ -187,7 +195,7 @@ public:
             }
             return;
         }
-        printf("ready ascii=%d jsonrpc=%d ipc=%s\n", m_asciiPort, m_jsonPort, m_ipc.c_str());
+        printf("ready ascii=%d jsonrpc=%d ipc=%s unicast=%d\n", m_asciiPort, m_jsonPort, m_ipc.c_str(), m_unicastPort);
         fflush(stdout);
         m_done = true;
     }
@@ -198,6 +206,7 @@ private:
     int m_asciiPort;
     int m_jsonPort;
     std::string m_ipc;
+    int m_unicastPort;
     bool m_wait;
     bool m_done = false;
     bool m_warned = false;
@@ -353,6 +362,11 @@ int main(int argc, char** argv) {
         CSimModule sim(json, *status, formatter.get(), &gpio, &lamps);
         CStatusRequestHandler statusRequests(dispatcher, *status);
         CControllerLoop loop(dispatcher, ipc, &json);
+        CSyncPlant::SConfig group = config->GetGroup();
+        if (options.unicastPort >= 0) {
+            group.unicastPort = static_cast<unsigned short>(options.unicastPort);
+        }
+        CSyncPlant sync(group, json, loop, formatter.get(), log);
 
         CChildSupervisor frontend(log, clock, SiblingPath("serial_frontend"),
                                   {"--root", NRuntimeRoot::GetRoot(), "--log-level", std::to_string(options.logLevel),
@@ -385,7 +399,8 @@ int main(int argc, char** argv) {
             dispatcher.AddPeriodicTask(*laser);
             laser->Start();
         }
-        CReadyAnnouncer ready(log, clock, options.serial ? asciiPort : 0, json.GetPort(), ipcPath, options.serial);
+        CReadyAnnouncer ready(log, clock, options.serial ? asciiPort : 0, json.GetPort(), ipcPath,
+                              sync.GetUnicastPort(), options.serial);
         dispatcher.AddPeriodicTask(ready);
 
         g_loop = &loop;

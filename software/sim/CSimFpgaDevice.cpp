@@ -146,6 +146,9 @@ uint32_t CSimFpgaDevice::ReadBar1(uint32_t offset) {
 }
 
 uint32_t CSimFpgaDevice::ReadVsync() {
+    if (m_houseSync) {
+        return static_cast<uint32_t>((m_houseSync() / 1000 * m_vsyncHz / 1000000) & 0xFFFF);
+    }
     const uint32_t now = m_clock.GetCount();
     m_elapsedCounts += static_cast<uint32_t>(now - m_lastCount);
     m_lastCount = now;

@@ -49,6 +49,10 @@ public:
     int Ioctl(unsigned long command, void* argument) override;
 
     void SetAccessHook(std::function<void()> hook) { m_hook = std::move(hook); }
+    // Genlock: the v-sync counter follows a house sync shared by every device that reads
+    // the same time base (nanoseconds, e.g. CLOCK_MONOTONIC), so the counters of several
+    // simulated projectors on one host show the same count at the same moment.
+    void SetHouseSync(std::function<uint64_t()> nowNs) { m_houseSync = std::move(nowNs); }
     void SetNoReply(bool on) { m_noReply = on; }
     void SetReplyHeaderXor(uint64_t mask) { m_replyXor = mask; }
     void SetTxValidStuck(bool on) { m_txStuck = on; }
@@ -76,6 +80,7 @@ private:
     unsigned int m_vsyncHz;
     uint32_t m_lastCount;
     uint64_t m_elapsedCounts = 0;
+    std::function<uint64_t()> m_houseSync;
     std::map<unsigned int, std::unique_ptr<CSimFpgaPort>> m_ports;
     std::deque<SReply> m_replies;
     std::deque<uint32_t> m_stale;

@@ -169,7 +169,9 @@ protected:
     void Start() {
         int out[2];
         ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
-        projector = Spawn({VPROJECTOR, "--root", root.GetDir(), "--ascii-port", "0", "--jsonrpc-port", "0"}, out[1],
+        projector = Spawn({VPROJECTOR, "--root", root.GetDir(), "--ascii-port", "0", "--jsonrpc-port", "0",
+                           "--unicast-port", "0"},
+                          out[1],
                           root.Path("/vprojector.log"));
         close(out[1]);
         ASSERT_GT(projector, 0);

@@ -38,6 +38,10 @@ void CControllerLoop::Post(std::function<void()> work) {
     Wake();
 }
 
+void CControllerLoop::RemoveSource(ILoopSource& source) {
+    m_sources.erase(std::remove(m_sources.begin(), m_sources.end(), &source), m_sources.end());
+}
+
 void CControllerLoop::Run() {
     while (!m_stop) {
         RunOnce(kMaxWaitMs);
@@ -52,6 +56,13 @@ void CControllerLoop::RunOnce(int timeoutMs) {
     if (m_json) {
         m_json->AddDescriptors(poll);
         const int due = m_json->GetNextDeadlineMs();
+        if (due >= 0) {
+            wait = std::min(wait, due);
+        }
+    }
+    for (ILoopSource* source : m_sources) {
+        source->AddDescriptors(poll);
+        const int due = source->GetNextDeadlineMs();
         if (due >= 0) {
             wait = std::min(wait, due);
         }
@@ -71,6 +82,9 @@ void CControllerLoop::RunOnce(int timeoutMs) {
     m_ipc.ProcessReady(poll);
     if (m_json) {
         m_json->ProcessReady(poll);
+    }
+    for (ILoopSource* source : m_sources) {
+        source->ProcessReady(poll);
     }
     std::deque<std::function<void()>> work;
     {

@@ -8,6 +8,8 @@
 //               every JSON-RPC client (for writing too while its output is queued), and a
 //               wake-up pipe; the wait ends at the next queued JSON notification's
 //               deadline and at most after kMaxWaitMs;
+//               and every added source's descriptors; the wait also ends at the
+//               earliest deadline a source gives;
 //               then the waiting IPC messages (up to kMaxIpcPerTurn), the IPC replies
 //               that can go on now, the
 //               JSON-RPC traffic that is ready, the work posted from other threads, the
@@ -24,10 +26,23 @@
 #include <deque>
 #include <functional>
 #include <mutex>
+#include <vector>
 
 #include "CJsonRpcServer.h"
+#include "ipc/CPollSet.h"
 #include "dispatch/CEventDispatcher.h"
 #include "dispatch/CIpcEventDispatcher.h"
+
+// More work for the loop: descriptors to watch, what to do when they are ready (called
+// every turn, ready or not), and an optional deadline.
+class ILoopSource {
+public:
+    virtual ~ILoopSource() = default;
+    virtual void AddDescriptors(CPollSet& poll) = 0;
+    virtual void ProcessReady(const CPollSet& poll) = 0;
+    // Milliseconds until the source needs a turn; -1 when it does not.
+    virtual int GetNextDeadlineMs() const { return -1; }
+};
 
 class CControllerLoop {
 public:
@@ -46,6 +61,9 @@ public:
     void Stop();
     bool IsStopping() const { return m_stop; }
     void Post(std::function<void()> work);
+    // The source must outlive the loop (or be removed first).
+    void AddSource(ILoopSource& source) { m_sources.push_back(&source); }
+    void RemoveSource(ILoopSource& source);
 
 private:
     void Wake();
@@ -57,4 +75,5 @@ private:
     int m_wakePipe[2] = {-1, -1};
     std::mutex m_workMutex;  // guards m_work, the only state other threads touch
     std::deque<std::function<void()>> m_work;
+    std::vector<ILoopSource*> m_sources;
 };

@@ -1,0 +1,367 @@
+#include "CC4jSync.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+
+#include "CException.h"
+#include "jsonrpc/ForwardMethod.h"
+#include "text/NErrorText.h"
+
+namespace {
+
+const char* const kMethods[] = {"sync:version", "sync:queueRequests", "sync:clearQueuedRequests",
+                                "sync:prepareToExecute", "sync:execute", "sync:getExecutionWindow",
+                                "sync:getExecutionWindowMax", "sync:getExecutionResult",
+                                "sync:testHandlerVsyncTiming", "sync:setDebugLogging", "sync:executeSlave"};
+
+// Runs a handler method of the sync module for requests that arrive on the group.
+class CGroupExecute : public Json::Rpc::CallbackMethod {
+public:
+    explicit CGroupExecute(CC4jSync& sync) : m_sync(sync) {}
+    bool Call(const Json::Value& request, Json::Value& response) override {
+        return m_sync.ExecuteSlave(request, response);
+    }
+    Json::Value GetDescription() const override { return "sync:execute"; }
+    std::string GetName() const override { return "sync:execute"; }
+
+private:
+    CC4jSync& m_sync;
+};
+
+}  // namespace
+
+CC4jSync::CC4jSync(CJsonRpcServer& server, IVsyncCounter* vsync, CJsonRpcMulticast* group)
+    : CC4jBaseHandler(server, "sync", 1), m_vsync(vsync), m_group(group) {
+    Publish(*this, &CC4jSync::QueueRequests, "sync:queueRequests");
+    Publish(*this, &CC4jSync::ClearQueuedRequests, "sync:clearQueuedRequests");
+    Publish(*this, &CC4jSync::PrepareToExecute, "sync:prepareToExecute");
+    Publish(*this, &CC4jSync::Execute, "sync:execute");
+    Publish(*this, &CC4jSync::GetExecutionWindow, "sync:getExecutionWindow");
+    Publish(*this, &CC4jSync::GetExecutionWindowMax, "sync:getExecutionWindowMax");
+    Publish(*this, &CC4jSync::GetExecutionResult, "sync:getExecutionResult");
+    Publish(*this, &CC4jSync::TestHandlerVsyncTiming, "sync:testHandlerVsyncTiming");
+    Publish(*this, &CC4jSync::SetDebugLogging, "sync:setDebugLogging");
+    Publish(*this, &CC4jSync::ExecuteSlave, "sync:executeSlave");
+}
+
+void CC4jSync::PublishTo(Json::Rpc::UdpServer& server, bool isGroup) {
+    for (const char* name : kMethods) {
+        if (isGroup && std::string(name) == "sync:execute") {
+            server.AddMethod(new CGroupExecute(*this));
+        } else {
+            server.AddMethod(new Json::Rpc::ForwardMethod(GetServer().GetHandler(), name));
+        }
+    }
+}
+
+const char* CC4jSync::StateName(EState state) {
+    static const char* const names[] = {"idle", "queued", "prepared", "scheduled", "executed"};
+    return names[state];
+}
+
+void CC4jSync::Reply(const Json::Value& request, Json::Value& response, const Json::Value& result) {
+    InitResponseObj(request, response);
+    if (!response.isNull()) {
+        response["result"] = result;
+    }
+}
+
+void CC4jSync::Debug(const char* format, const std::string& text) const {
+    if (m_debug) {
+        GetLog().Log(format, text.c_str());
+    }
+}
+
+double CC4jSync::PeriodUs() const {
+    const double rate = m_vsync ? m_vsync->GetFrameRateHz() : 0;
+    return rate > 0 ? 1e6 / rate : 1e6 / kSlowestRateHz;
+}
+
+uint64_t CC4jSync::WallTimeUs() {
+    return static_cast<uint64_t>(
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::system_clock::now().time_since_epoch())
+            .count());
+}
+
+bool CC4jSync::QueueRequests(const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    const Json::Value& requests = params.isObject() ? params["requests"] : Json::Value::nullSingleton();
+    bool wellFormed = requests.isArray() && !requests.empty();
+    for (const Json::Value& entry : requests) {
+        wellFormed = wellFormed && entry.isObject() && entry["method"].isString();
+    }
+    if (!wellFormed) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER,
+                          "Expected {\"requests\": [{\"method\": name, \"params\": ...}, ...]}");
+        return true;
+    }
+    if (m_queue.size() + requests.size() > kMaxQueued) {
+        MakeErrorResponse(request, response, ERR_REQUEST_LIST_TOO_LONG,
+                          "At most " + std::to_string(kMaxQueued) + " requests can be queued");
+        return true;
+    }
+    for (const Json::Value& entry : requests) {
+        Json::Value queued;
+        queued["jsonrpc"] = "2.0";
+        queued["method"] = entry["method"];
+        if (entry.isMember("params")) {
+            queued["params"] = entry["params"];
+        }
+        queued["id"] = static_cast<Json::UInt>(m_queue.size() + 1);
+        m_queue.push_back(queued);
+        Debug("sync: queued %s", entry["method"].asString());
+    }
+    m_state = QUEUED;
+    Json::Value result;
+    result["queued"] = static_cast<Json::UInt>(m_queue.size());
+    Reply(request, response, result);
+    return true;
+}
+
+bool CC4jSync::ClearQueuedRequests(const Json::Value& request, Json::Value& response) {
+    Json::Value result;
+    result["cleared"] = static_cast<Json::UInt>(m_queue.size());
+    m_queue.clear();
+    m_state = IDLE;
+    Reply(request, response, result);
+    return true;
+}
+
+bool CC4jSync::PrepareToExecute(const Json::Value& request, Json::Value& response) {
+    if (m_queue.empty()) {
+        MakeErrorResponse(request, response, ERR_REQUEST_LIST_EMPTY);
+        return true;
+    }
+    for (const Json::Value& queued : m_queue) {
+        const std::string method = queued["method"].asString();
+        if (method.rfind("sync:", 0) == 0 || !GetServer().GetHandler().HasMethod(method)) {
+            MakeErrorResponse(request, response, ERR_REQUEST_NOT_SUPPORTED, "Request not supported: " + method);
+            return true;
+        }
+        const Json::Value& params = queued["params"];
+        if (!params.isNull() && !params.isArray() && !params.isObject()) {
+            MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, "Params of " + method + " do not decode");
+            return true;
+        }
+    }
+    m_state = PREPARED;
+    Debug("sync: prepared %s", std::to_string(m_queue.size()) + " requests");
+    Json::Value result;
+    result["ready"] = true;
+    result["count"] = static_cast<Json::UInt>(m_queue.size());
+    Reply(request, response, result);
+    return true;
+}
+
+bool CC4jSync::ReadDelay(const Json::Value& request, Json::Value& response, unsigned int& delayMs) {
+    const Json::Value& params = request["params"];
+    const Json::Value delay = params.isObject() ? params.get("delayMs", kDefaultDelayMs) : Json::Value(kDefaultDelayMs);
+    if (!delay.isUInt() || delay.asUInt() > kMaxDelayMs) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, "Expected {\"delayMs\": 0..60000}");
+        return false;
+    }
+    if (m_state != PREPARED) {
+        MakeErrorResponse(request, response, ERR_COMMAND_NOT_EXECUTED, "The queued requests are not prepared");
+        return false;
+    }
+    delayMs = delay.asUInt();
+    return true;
+}
+
+bool CC4jSync::Execute(const Json::Value& request, Json::Value& response) {
+    unsigned int delayMs = 0;
+    if (!ReadDelay(request, response, delayMs)) {
+        return true;
+    }
+    if (!m_group) {
+        Schedule(request, response, delayMs);
+        return true;
+    }
+    SJsonRpcMulticast slave;
+    slave.method = "sync:executeSlave";
+    slave.params["delayMs"] = delayMs;
+    slave.id = Json::Value();
+    if (!m_group->MulticastRpcSend(slave)) {
+        MakeErrorResponse(request, response, ERR_UDP_MULTICAST_FAILED);
+        return true;
+    }
+    Debug("sync: relayed the execution to the group %s", m_group->GetGroup());
+    Json::Value result;
+    result["relayed"] = true;
+    result["delayMs"] = delayMs;
+    Reply(request, response, result);
+    return true;
+}
+
+bool CC4jSync::ExecuteSlave(const Json::Value& request, Json::Value& response) {
+    unsigned int delayMs = 0;
+    if (ReadDelay(request, response, delayMs)) {
+        Schedule(request, response, delayMs);
+    } else {
+        GetLog().LogError("sync: execution refused: %s", response["error"]["message"].asCString());
+    }
+    return true;
+}
+
+void CC4jSync::Schedule(const Json::Value& request, Json::Value& response, unsigned int delayMs) {
+    uint16_t now = 0;
+    try {
+        if (!m_vsync) {
+            THROW_EXCEPTION("no v-sync counter");
+        }
+        now = m_vsync->ReadVsyncCount();
+    } catch (const CException&) {
+        MakeErrorResponse(request, response, ERR_NO_VSYNC);
+        return;
+    }
+    const double periodUs = PeriodUs();
+    const unsigned int frames = static_cast<unsigned int>(std::ceil(delayMs * 1000.0 / periodUs));
+    m_target = static_cast<uint16_t>(now + std::max(frames, 1u));
+    m_scheduledCount = GetServer().GetClock().GetCount();
+    // Turn one frame (and a millisecond) ahead of the target; the turn waits for it.
+    const double turnAfterUs = (std::max(frames, 1u) - 1) * periodUs - 1000;
+    m_turnAfterMs = turnAfterUs > 0 ? static_cast<uint64_t>(turnAfterUs / 1000) : 0;
+    m_state = SCHEDULED;
+    m_late = false;
+    Debug("sync: scheduled for v-sync %s", std::to_string(m_target));
+    Json::Value result;
+    result["scheduled"] = true;
+    result["vsync"] = m_target;
+    Reply(request, response, result);
+}
+
+int CC4jSync::GetNextDeadlineMs() const {
+    if (m_state != SCHEDULED) {
+        return -1;
+    }
+    const IMonotonicClock& clock = GetServer().GetClock();
+    const uint64_t elapsed = clock.CountsToMs(m_scheduledCount, clock.GetCount());
+    return elapsed >= m_turnAfterMs ? 0 : static_cast<int>(std::min<uint64_t>(m_turnAfterMs - elapsed, 1000));
+}
+
+void CC4jSync::ProcessReady(const CPollSet&) {
+    if (m_state != SCHEDULED || GetNextDeadlineMs() > 0) {
+        return;
+    }
+    try {
+        const int16_t ahead = static_cast<int16_t>(m_target - m_vsync->ReadVsyncCount());
+        if (ahead > 0) {
+            m_vsync->WaitVsyncs(static_cast<unsigned int>(ahead),
+                                static_cast<unsigned int>(ahead * PeriodUs() / 1000) + 100);
+        } else if (ahead < 0) {
+            m_late = true;
+            GetLog().LogError("sync: %s: v-sync %u already passed by %d", NErrorText::GetErrorString(ERR_EXECUTION_LOST_SYNC).c_str(),
+                              m_target, -ahead);
+        }
+    } catch (const CException& e) {
+        m_late = true;
+        GetLog().LogError("sync: %s", e.GetMessage().c_str());
+    }
+    RunQueue();
+}
+
+void CC4jSync::RunQueue() {
+    m_results = Json::Value(Json::arrayValue);
+    for (Json::Value& queued : m_queue) {
+        Json::Value entry;
+        entry["method"] = queued["method"];
+        entry["timeUs"] = static_cast<Json::UInt64>(WallTimeUs());
+        try {
+            entry["vsync"] = m_vsync->ReadVsyncCount();
+        } catch (const CException&) {
+            entry["vsync"] = Json::Value();
+        }
+        Json::Value answer;
+        GetServer().GetHandler().Process(queued, answer, Json::Rpc::UdpServer::kClientId);
+        entry["response"] = answer;
+        m_results.append(entry);
+    }
+    Debug("sync: executed %s", std::to_string(m_queue.size()) + " requests");
+    m_queue.clear();
+    m_state = EXECUTED;
+}
+
+bool CC4jSync::GetExecutionResult(const Json::Value& request, Json::Value& response) {
+    Json::Value result;
+    result["state"] = StateName(m_state);
+    result["vsync"] = m_target;
+    result["late"] = m_late;
+    result["results"] = m_results;
+    Reply(request, response, result);
+    return true;
+}
+
+bool CC4jSync::GetExecutionWindow(const Json::Value& request, Json::Value& response) {
+    Json::Value result;
+    result["windowUs"] = static_cast<Json::UInt>(PeriodUs()) + m_latenessUs;
+    Reply(request, response, result);
+    return true;
+}
+
+bool CC4jSync::GetExecutionWindowMax(const Json::Value& request, Json::Value& response) {
+    Json::Value result;
+    result["windowUs"] = static_cast<Json::UInt>(1e6 / kSlowestRateHz) + m_latenessUs;
+    Reply(request, response, result);
+    return true;
+}
+
+bool CC4jSync::TestHandlerVsyncTiming(const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    const Json::Value count = params.isObject() ? params.get("count", 10) : Json::Value(10);
+    if (!count.isUInt() || count.asUInt() < 1 || count.asUInt() > 120) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, "Expected {\"count\": 1..120}");
+        return true;
+    }
+    if (!m_vsync) {
+        MakeErrorResponse(request, response, ERR_NO_VSYNC);
+        return true;
+    }
+    const IMonotonicClock& clock = GetServer().GetClock();
+    const Json::Value probe = [] {
+        Json::Value value;
+        value["jsonrpc"] = "2.0";
+        value["method"] = "sync:version";
+        value["id"] = 1;
+        return value;
+    }();
+    uint64_t total = 0;
+    uint64_t least = UINT64_MAX;
+    uint64_t most = 0;
+    try {
+        for (unsigned int i = 0; i < count.asUInt(); ++i) {
+            m_vsync->WaitVsyncs(1, static_cast<unsigned int>(PeriodUs() / 1000) + 100);
+            const uint32_t edge = clock.GetCount();
+            Json::Value answer;
+            GetServer().GetHandler().Process(probe, answer, Json::Rpc::UdpServer::kClientId);
+            const uint64_t lateUs =
+                static_cast<uint64_t>(static_cast<uint32_t>(clock.GetCount() - edge)) * 1000000 / clock.GetFrequency();
+            total += lateUs;
+            least = std::min(least, lateUs);
+            most = std::max(most, lateUs);
+        }
+    } catch (const CException& e) {
+        MakeErrorResponse(request, response, ERR_NO_VSYNC, e.GetMessage());
+        return true;
+    }
+    m_latenessUs = static_cast<uint32_t>(std::max<uint64_t>(most, 1));
+    Json::Value result;
+    result["samples"] = count.asUInt();
+    result["minUs"] = static_cast<Json::UInt64>(least);
+    result["maxUs"] = static_cast<Json::UInt64>(most);
+    result["meanUs"] = static_cast<Json::UInt64>(total / count.asUInt());
+    Reply(request, response, result);
+    return true;
+}
+
+bool CC4jSync::SetDebugLogging(const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    if (!params.isObject() || !params["enable"].isBool()) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, "Expected {\"enable\": true or false}");
+        return true;
+    }
+    m_debug = params["enable"].asBool();
+    GetLog().Log("sync: debug logging %s", m_debug ? "on" : "off");
+    Reply(request, response, Json::Value(m_debug));
+    return true;
+}

@@ -1,0 +1,120 @@
+#pragma once
+// CC4jSync: the "sync" module (version 1): a set of JSON-RPC requests that several
+// projectors run together, on the same v-sync, so that tiled or stacked projectors change
+// on the same frame. Each projector keeps a queue; a controller fills every queue, asks
+// every projector whether it is ready, then commits:
+//
+//   sync:queueRequests       {"requests": [{"method", "params"}...]}: appended to the
+//                            queue (at most kMaxQueued in all, else 134; a malformed
+//                            entry: 3, nothing queued); any change ends "prepared";
+//                            result {"queued": total}
+//   sync:clearQueuedRequests empties the queue; {"cleared": how many}
+//   sync:prepareToExecute    checks every queued request: the method exists here and is
+//                            no "sync:" method (else 135 naming it), "params" is absent,
+//                            an array or an object (else 3); an empty queue is 133. On
+//                            success the queue is prepared: {"ready": true, "count": n}
+//   sync:execute             {"delayMs": 0..60000, default 200}: received from the group
+//                            (see PublishToGroup) it schedules this projector; received
+//                            on TCP or unicast it relays "sync:executeSlave" with the same
+//                            delay to the group (a notification, which every member,
+//                            this one included through multicast loopback, receives) and
+//                            answers {"relayed": true, "delayMs"}; without a group it
+//                            schedules this projector alone. 7 unless prepared, 137 when
+//                            the group cannot be reached.
+//   sync:executeSlave        {"delayMs"}: schedules this projector; {"scheduled": true,
+//                            "vsync": target}. 7 unless prepared, 136 without a v-sync.
+//   sync:getExecutionResult  {"state": "idle" | "queued" | "prepared" | "scheduled" |
+//                            "executed", "vsync": target, "late": bool, "results": [{"method",
+//                            "response", "vsync", "timeUs"}]}; "timeUs": microseconds
+//                            since 1970 UTC when the request ran
+//   sync:getExecutionWindow  {"windowUs"}: execution is guaranteed between the delay and
+//                            the delay plus this window: one frame at the current rate
+//                            plus the handlers' worst measured lateness
+//   sync:getExecutionWindowMax  {"windowUs"}: the same at the slowest output rate
+//                            (23.976 Hz), the bound a controller can plan with
+//   sync:testHandlerVsyncTiming  {"count": 1..120, default 10}: waits for that many
+//                            v-syncs and measures, after each, how long until a handler
+//                            has run; {"samples", "minUs", "maxUs", "meanUs"}; the maximum
+//                            enters the window
+//   sync:setDebugLogging     {"enable": bool}: logs each step ("sync: ...")
+//
+// Scheduling: at receipt the v-sync count c and the delay d give the target count
+// c + ceil(d / frame period): the first v-sync at or after the delay. Projectors whose
+// v-syncs are locked read the same count at the same moment, so they pick the same
+// target. The loop is asked for a turn one frame before it (GetNextDeadlineMs); that
+// turn waits for the target v-sync and runs the queue at once, in order, through the
+// server's method table (client id -1). A turn that comes after the target (the loop
+// was held up) still runs the queue but marks the execution "late" and logs error 130
+// "Execution lost synchronization". The queue is then empty and the results stay until
+// the next execution.
+//
+// Lifetime: server, clock, v-sync counter and group outlive it (counter and group may be
+// null). Thread contract: the controller's loop.
+
+#include <json/json.h>
+
+#include <string>
+#include <vector>
+
+#include "CC4jBaseHandler.h"
+#include "CControllerLoop.h"
+#include "CJsonRpcMulticast.h"
+#include "IVsyncCounter.h"
+#include "time/IMonotonicClock.h"
+#include "jsonrpc/UdpServer.h"
+
+class CC4jSync : public CC4jBaseHandler, public ILoopSource {
+public:
+    static constexpr size_t kMaxQueued = 64;
+    static constexpr unsigned int kDefaultDelayMs = 200;
+    static constexpr unsigned int kMaxDelayMs = 60000;
+    static constexpr double kSlowestRateHz = 23.976;
+    static constexpr unsigned int kDefaultLatenessUs = 1000;
+
+    CC4jSync(CJsonRpcServer& server, IVsyncCounter* vsync, CJsonRpcMulticast* group);
+
+    // Publishes the module's methods on a UDP server: every one forwarded to this
+    // server's table, except that on the group's server "sync:execute" schedules this
+    // projector instead of relaying.
+    void PublishTo(Json::Rpc::UdpServer& server, bool isGroup);
+
+    bool QueueRequests(const Json::Value& request, Json::Value& response);
+    bool ClearQueuedRequests(const Json::Value& request, Json::Value& response);
+    bool PrepareToExecute(const Json::Value& request, Json::Value& response);
+    bool Execute(const Json::Value& request, Json::Value& response);
+    bool ExecuteSlave(const Json::Value& request, Json::Value& response);
+    bool GetExecutionResult(const Json::Value& request, Json::Value& response);
+    bool GetExecutionWindow(const Json::Value& request, Json::Value& response);
+    bool GetExecutionWindowMax(const Json::Value& request, Json::Value& response);
+    bool TestHandlerVsyncTiming(const Json::Value& request, Json::Value& response);
+    bool SetDebugLogging(const Json::Value& request, Json::Value& response);
+
+    void AddDescriptors(CPollSet&) override {}
+    void ProcessReady(const CPollSet&) override;
+    int GetNextDeadlineMs() const override;
+
+private:
+    enum EState { IDLE, QUEUED, PREPARED, SCHEDULED, EXECUTED };
+    static const char* StateName(EState state);
+
+    void Reply(const Json::Value& request, Json::Value& response, const Json::Value& result);
+    // The delay of a request's params; false (answered) when out of range.
+    bool ReadDelay(const Json::Value& request, Json::Value& response, unsigned int& delayMs);
+    void Schedule(const Json::Value& request, Json::Value& response, unsigned int delayMs);
+    void RunQueue();
+    double PeriodUs() const;
+    static uint64_t WallTimeUs();
+    void Debug(const char* format, const std::string& text) const;
+
+    IVsyncCounter* m_vsync;
+    CJsonRpcMulticast* m_group;
+    std::vector<Json::Value> m_queue;
+    EState m_state = IDLE;
+    uint16_t m_target = 0;
+    uint32_t m_scheduledCount = 0;  // server clock at scheduling
+    uint64_t m_turnAfterMs = 0;     // from then, when the loop must turn to wait for the target
+    bool m_late = false;
+    Json::Value m_results{Json::arrayValue};
+    uint32_t m_latenessUs = kDefaultLatenessUs;
+    bool m_debug = false;
+};
