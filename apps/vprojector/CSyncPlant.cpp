@@ -26,6 +26,11 @@ CSyncPlant::CSyncPlant(const SConfig& config, CJsonRpcServer& server, CControlle
       m_group(config.group, config.port, config.interface, log), m_unicast(config.unicastPort) {
     try {
         m_group.Initialize();
+        try {
+            m_group.GetServer().SetReceiveBufferSize(kReceiveBufferBytes);
+        } catch (const CException& e) {
+            log.LogWarning("%s; the system's default stays", e.GetMessage().c_str());
+        }
         log.Log("Serving the JSON-RPC multicast group %s:%u on %s", config.group.c_str(), config.port,
                 config.interface.c_str());
     } catch (const CException& e) {

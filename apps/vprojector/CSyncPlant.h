@@ -7,7 +7,10 @@
 // virtual projector on one host counts the same v-syncs.
 //
 // A group that cannot be joined (no such interface, no multicast route) is logged and
-// left out; the unicast server and the sync module go on without it.
+// left out; the unicast server and the sync module go on without it. The group socket
+// asks for a receive buffer of kReceiveBufferBytes, so that a burst of group requests
+// is not dropped while the loop is busy (forcing it needs CAP_NET_ADMIN; without, the
+// system's default stays and that is logged).
 //
 // Lifetime: server, loop, formatter plant and log outlive it; it adds itself to the loop
 // and removes itself when destroyed. Thread contract: the controller's loop.
@@ -22,6 +25,8 @@
 
 class CSyncPlant {
 public:
+    static constexpr int kReceiveBufferBytes = 256 * 1024;
+
     struct SConfig {
         std::string group = "239.192.0.1";
         unsigned short port = 3004;
