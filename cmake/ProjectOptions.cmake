@@ -1,5 +1,19 @@
 # Compiler flags shared by every target of the project.
 add_compile_options(-Wall -Wextra)
+
+# On a 32-bit target (the projector's ARM computer) off_t and time_t are 32 bits unless
+# asked otherwise: readdir would fail with EOVERFLOW on file systems with 64-bit
+# directory offsets, and times would wrap in January 2038. Every file and time interface
+# of the code is therefore the 64-bit one. No library the code links takes an off_t or
+# time_t across its interface, so this is safe to choose for the project alone.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+# GCC's ARM notes that the passing of some arguments changed in GCC 7.1 concern mixing
+# objects of compilers from before and after; everything here comes from one compiler.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+    add_compile_options(-Wno-psabi)
+endif()
 if(PROJ_WERROR)
     add_compile_options(-Werror)
 endif()

@@ -5,22 +5,36 @@
 #   scripts/test.sh              plain build in build/
 #   scripts/test.sh --sanitize   AddressSanitizer + UndefinedBehaviorSanitizer build in
 #                                build-asan/; any sanitizer report fails the run
-# Environment: FUZZ_SECONDS (per target, default 30; 0 skips fuzzing), JOBS (default 2).
+#   scripts/test.sh --armhf      cross build for the projector (32-bit ARM hard-float) in
+#                                build-armhf/, every test run under qemu-arm (the end-to-end
+#                                tests start the ARM programs the same way)
+# Environment: FUZZ_SECONDS (per target, default 30, 5 for --armhf, whose fuzzers are the
+# host's; 0 skips fuzzing), JOBS (default 2).
 set -eu
 cd "$(dirname "$0")/.."
 
 sanitize=0
+armhf=0
 for arg in "$@"; do
     case "$arg" in
         --sanitize) sanitize=1 ;;
-        *) echo "usage: $0 [--sanitize]" >&2; exit 2 ;;
+        --armhf) armhf=1 ;;
+        *) echo "usage: $0 [--sanitize | --armhf]" >&2; exit 2 ;;
     esac
 done
 
-./scripts/install-deps.sh
+if [ "$armhf" -eq 1 ]; then
+    ./scripts/install-deps.sh --armhf
+else
+    ./scripts/install-deps.sh
+fi
 
 jobs="${JOBS:-2}"
-if [ "$sanitize" -eq 1 ]; then
+if [ "$armhf" -eq 1 ]; then
+    build=build-armhf
+    options="-DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake -DPROJ_WERROR=ON -DPROJ_BENCH=OFF"
+    export FUZZ_SECONDS="${FUZZ_SECONDS:-5}"
+elif [ "$sanitize" -eq 1 ]; then
     build=build-asan
     options="-DPROJ_SANITIZE=ON -DPROJ_WERROR=ON -DPROJ_BENCH=OFF"
     export ASAN_OPTIONS="abort_on_error=1:detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1"

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -34,13 +35,17 @@ CChildSupervisor::~CChildSupervisor() { Stop(); }
 
 bool CChildSupervisor::Start() {
     std::vector<char*> argv;
+    const char* emulator = getenv(kEmulatorVariable);
+    if (emulator && *emulator) {
+        argv.push_back(const_cast<char*>(emulator));
+    }
     argv.push_back(const_cast<char*>(m_program.c_str()));
     for (std::string& argument : m_arguments) {
         argv.push_back(&argument[0]);
     }
     argv.push_back(nullptr);
     pid_t pid = -1;
-    const int error = posix_spawn(&pid, m_program.c_str(), nullptr, nullptr, argv.data(), environ);
+    const int error = posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ);
     if (error != 0) {
         m_log.LogError("Cannot start %s: %s", m_program.c_str(), strerror(error));
         m_restart.Restart();

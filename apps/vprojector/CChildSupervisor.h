@@ -13,6 +13,10 @@
 // that misses it is logged ("Process %s (%d) missed its keep-alive; restarting it"),
 // killed and restarted like one that died; the new child is watched once it reports.
 //
+// A build that runs under user-mode emulation (the ARM build on a PC, where the kernel
+// cannot run ARM programs by itself) starts its children through the emulator named by
+// the environment variable VPROJECTOR_EMULATOR ("qemu-arm"): "<emulator> <program> ...".
+//
 // Thread contract: the controller's loop thread only.
 
 #include <sys/types.h>
@@ -28,6 +32,7 @@ class CChildSupervisor : public IPeriodicTask {
 public:
     static constexpr unsigned int kRestartDelayMs = 1000;
     static constexpr unsigned int kStopWaitMs = 5000;
+    static constexpr const char* kEmulatorVariable = "VPROJECTOR_EMULATOR";
 
     CChildSupervisor(ILog& log, const IMonotonicClock& clock, const std::string& program,
                      const std::vector<std::string>& arguments);

@@ -13,12 +13,19 @@
 #include <string>
 #include <vector>
 
+#include "Emulation.h"
+
 extern char** environ;
 
 using SteadyClock = std::chrono::steady_clock;
 
-// Starts a program with the given standard streams; returns its pid (-1 on failure).
-inline pid_t Spawn(const std::vector<std::string>& arguments, int outFd, const std::string& errFile) {
+// Starts a program with the given standard streams, one of this build's through the
+// emulator where the build runs under one (EmulatedCommand) unless `emulated` is false
+// (the caller composed the command itself); returns its pid (-1 on failure).
+inline pid_t Spawn(std::vector<std::string> arguments, int outFd, const std::string& errFile, bool emulated = true) {
+    if (emulated) {
+        arguments = EmulatedCommand(arguments);
+    }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, outFd, 1);

@@ -17,6 +17,7 @@
 #include "CMulticastUdpClient.h"
 #include "CUnicastUdp.h"
 #include "ChildProcess.h"
+#include "Emulation.h"
 #include "JsonText.h"
 #include "TempRoot.h"
 
@@ -95,15 +96,15 @@ protected:
                                 R"(, "interface": ")" + member.interface + R"("})");
         const std::string configFile = root.WriteFile(dir + "/etc/vprojector.json", Json::writeString(Json::StreamWriterBuilder(), config));
         root.WriteFile(dir + "/etc/menu.json", CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/menu.json"));
-        std::vector<std::string> command = {VPROJECTOR, "--root", root.Path(dir), "--config", configFile,
-                                            "--ascii-port", "0", "--jsonrpc-port", "0", "--unicast-port", "0",
-                                            "--no-serial"};
+        std::vector<std::string> command =
+            EmulatedCommand({VPROJECTOR, "--root", root.Path(dir), "--config", configFile, "--ascii-port", "0",
+                             "--jsonrpc-port", "0", "--unicast-port", "0", "--no-serial"});
         if (!member.netns.empty()) {
             command.insert(command.begin(), {"/sbin/ip", "netns", "exec", member.netns});
         }
         int out[2];
         ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
-        member.pid = Spawn(command, out[1], root.Path(dir + ".log"));
+        member.pid = Spawn(command, out[1], root.Path(dir + ".log"), false);
         close(out[1]);
         const std::string line = ReadUntil(out[0], "\n", 15);
         close(out[0]);
@@ -207,6 +208,9 @@ protected:
 }  // namespace
 
 TEST_F(CProjectorGroupTest, TwoProjectorsOnLoopbackAnswerTheGroupAndRunTogether) {
+    if (!CanChooseMulticastInterface()) {
+        GTEST_SKIP() << "this system (an emulator) cannot choose a multicast interface (IP_MULTICAST_IF)";
+    }
     members = {{"", "lo", "127.0.0.1"}, {"", "lo", "127.0.0.1"}};
     for (SMember& member : members) {
         ASSERT_NO_FATAL_FAILURE(Start(member));
@@ -215,6 +219,9 @@ TEST_F(CProjectorGroupTest, TwoProjectorsOnLoopbackAnswerTheGroupAndRunTogether)
 }
 
 TEST_F(CProjectorGroupTest, TwoProjectorsInTwoNetworkNamespacesOverAVirtualEthernetLink) {
+    if (!CanChooseMulticastInterface()) {
+        GTEST_SKIP() << "this system (an emulator) cannot choose a multicast interface (IP_MULTICAST_IF)";
+    }
     if (!MakeNamespaces()) {
         GTEST_SKIP() << "network namespaces and a veth link cannot be made here (needs root and iproute2)";
     }

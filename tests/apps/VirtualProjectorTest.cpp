@@ -275,10 +275,9 @@ TEST_F(CVirtualProjectorTest, TheLaserIsControlledThroughItsModuleAndALostModule
     // The simulated module stops answering (SIGUSR1), then answers again.
     pid_t module = -1;
     std::ifstream children("/proc/" + std::to_string(projector) + "/task/" + std::to_string(projector) + "/children");
-    for (pid_t child; children >> child;) {
-        std::ifstream comm("/proc/" + std::to_string(child) + "/comm");
-        std::string name;
-        if (comm >> name && name == "lbmsim") {
+    for (pid_t child; children >> child;) {  // by command line: an emulated child's name is the emulator's
+        const std::string command = CTempRoot::ReadFile("/proc/" + std::to_string(child) + "/cmdline");
+        if (command.find("/lbmsim") != std::string::npos) {
             module = child;
         }
     }

@@ -129,11 +129,15 @@ TEST_F(HandlerTest, MethodThatThrowsOrRefusesIsAnInternalErrorButANotificationIs
     EXPECT_EQ(methods.calls, 5);  // throwInt throws before counting
 }
 
-TEST_F(HandlerTest, EveryKindOfIdIsEchoed) {
+TEST_F(HandlerTest, EveryKindOfIdAndNumberIsEchoedByteForByte) {
     for (const std::string id : {R"("x")", R"("")", "0", "-5", "18446744073709551615", "1.5", "null"}) {
         EXPECT_EQ(Answer(R"({"jsonrpc":"2.0","method":"echo","params":[],"id":)" + id + "}"),
                   R"({"id":)" + id + R"(,"jsonrpc":"2.0","result":[]})");
     }
+    // Numbers past 32 bits come back the same on a 32-bit target.
+    const std::string numbers = "[4294967296,-2147483649,9007199254740993,-9223372036854775808,0.5]";
+    EXPECT_EQ(Answer(R"({"jsonrpc":"2.0","method":"echo","params":)" + numbers + R"(,"id":1})"),
+              R"({"id":1,"jsonrpc":"2.0","result":)" + numbers + "}");
 }
 
 TEST_F(HandlerTest, MethodSeesTheClientIdAsFdInPlaceOfAnySentOne) {

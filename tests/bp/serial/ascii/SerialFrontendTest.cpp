@@ -9,7 +9,9 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
+#include "Emulation.h"
 #include "SerialPortsFixture.h"
 
 extern char** environ;
@@ -34,12 +36,13 @@ protected:
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, 1, root.Path("/frontend.log").c_str(), O_WRONLY | O_CREAT, 0600);
         posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        std::string program = SERIAL_FRONTEND;
-        std::string rootDir = root.GetDir();
-        std::string options[] = {"--root", "--log-level", "6"};
-        char* argv[] = {program.data(), options[0].data(), rootDir.data(), options[1].data(), options[2].data(),
-                        nullptr};
-        ASSERT_EQ(posix_spawn(&child, program.c_str(), &actions, nullptr, argv, environ), 0);
+        std::vector<std::string> command = EmulatedCommand({SERIAL_FRONTEND, "--root", root.GetDir(), "--log-level", "6"});
+        std::vector<char*> argv;
+        for (std::string& argument : command) {
+            argv.push_back(argument.data());
+        }
+        argv.push_back(nullptr);
+        ASSERT_EQ(posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ), 0);
         posix_spawn_file_actions_destroy(&actions);
 
         const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);

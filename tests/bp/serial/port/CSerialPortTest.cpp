@@ -10,6 +10,7 @@
 
 #include <string>
 
+#include "Emulation.h"
 #include "TempRoot.h"
 #include "ThrownMessage.h"
 #include "port/CSerialPort.h"
@@ -75,8 +76,10 @@ TEST_F(CSerialPortTest, OpensRawWithSoftwareFlowAndKeepsTheDeviceSpeed) {
 TEST_F(CSerialPortTest, PortRateCoversTheTableAndFallsBackTo115200AndFlowControlReadsBack) {
     // 1500000 is accepted by Linux pseudo-terminals like any other speed.
     const speed_t speeds[] = {B1200, B2400, B9600, B19200, B38400, B57600, B115200, B1500000};
+    // User-mode emulation (qemu-arm 7.2) translates no terminal speed above 460800.
+    const int rates = *PROJ_EMULATOR ? 7 : 8;
     CSerialPort port(PORT_A);
-    for (int rate = 0; rate < 8; ++rate) {
+    for (int rate = 0; rate < rates; ++rate) {
         port.SetPortRate(static_cast<EBaudRate>(rate));
         const termios settings = Terminal();
         EXPECT_EQ(cfgetispeed(&settings), speeds[rate]) << rate;
