@@ -15,7 +15,7 @@ void PinToOneCpu() {
     if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) {
         return;
     }
-    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+    for (size_t cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
         if (CPU_ISSET(cpu, &allowed)) {
             cpu_set_t one;
             CPU_ZERO(&one);

@@ -137,7 +137,7 @@ void RunGetLoad(benchmark::State& state, TServer& server) {
             break;
         }
     }
-    const double requests = static_cast<double>(state.iterations() * kRequestsPerIteration);
+    const double requests = static_cast<double>(state.iterations()) * kRequestsPerIteration;
     const CJsonRpcLoad::SPercentiles latency = load.TakePercentiles();
     state.counters["requests_per_s"] = benchmark::Counter(requests, benchmark::Counter::kIsRate);
     // The server thread's share of one request (the rest of the time is the load's and the kernel's).
@@ -174,7 +174,7 @@ void BM_NotifyHundredListeners(benchmark::State& state) {
         state.SkipWithError("addListener went unanswered");
         return;
     }
-    for (int i = 0; i < kListeners; ++i) {
+    for (size_t i = 0; i < kListeners; ++i) {
         if (load.LastMessage(i).find(R"("result":{"count":1})") == std::string::npos) {
             state.SkipWithError(("addListener failed: " + load.LastMessage(i)).c_str());
             return;
@@ -186,7 +186,7 @@ void BM_NotifyHundredListeners(benchmark::State& state) {
         state.SkipWithError("the first change reached not every listener");
         return;
     }
-    for (int i = 0; i < kListeners; ++i) {
+    for (size_t i = 0; i < kListeners; ++i) {
         if (load.LastMessage(i) != R"({"jsonrpc":"2.0","method":"control:notify","params":{"code":"BRI","value":51}})") {
             state.SkipWithError(("unexpected notification: " + load.LastMessage(i)).c_str());
             return;

@@ -67,7 +67,7 @@ public:
     // kept (LastMessage), else only counted.
     bool WaitForEach(int count, int timeoutMs = 5000, bool keep = false);
     // The last complete message a connection received while messages were kept.
-    const std::string& LastMessage(int connection) const { return m_connections[connection].last; }
+    const std::string& LastMessage(size_t connection) const { return m_connections[connection].last; }
 
     // Percentiles of the latencies recorded so far (nearest rank); clears the record.
     SPercentiles TakePercentiles();

@@ -30,7 +30,7 @@ void BM_Crc16Sliced(benchmark::State& state) {
     for (auto _ : state) {
         benchmark::DoNotOptimize(CCRC::calcCRC16(0, block.data(), block.size()));
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * block.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(block.size()));
 }
 BENCHMARK(BM_Crc16Sliced);
 
@@ -39,7 +39,7 @@ void BM_Crc16Bytewise(benchmark::State& state) {
     for (auto _ : state) {
         benchmark::DoNotOptimize(CCRC::calcCRC16Bytewise(0, block.data(), block.size()));
     }
-    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * block.size()));
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(block.size()));
 }
 BENCHMARK(BM_Crc16Bytewise);
 
@@ -49,10 +49,10 @@ void BM_ParseMixedStream(benchmark::State& state) {
         CCepMessage message;
         message.setObjectID(44);
         message.setSequenceNumber(static_cast<uint8_t>(i));
-        message.setUInt32(75 + i % 3, static_cast<uint32_t>(i));
+        message.setUInt32(static_cast<uint32_t>(75 + i % 3), static_cast<uint32_t>(i));
         const std::vector<uint8_t> frame = message.toBytes(i % 2 ? 1 : 2, true);
         stream.insert(stream.end(), frame.begin(), frame.end());
-        stream.insert(stream.end(), 5 + i % 7, static_cast<uint8_t>('g'));  // garbage between frames
+        stream.insert(stream.end(), static_cast<size_t>(5 + i % 7), static_cast<uint8_t>('g'));  // garbage between frames
     }
     CCepParser parser(static_cast<uint32_t>(stream.size()));
     int64_t frames = 0;

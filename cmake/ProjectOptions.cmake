@@ -1,5 +1,7 @@
-# Compiler flags shared by every target of the project.
-add_compile_options(-Wall -Wextra)
+# Compiler flags shared by every target of the project. The conversion warnings catch
+# what differs between the PC and the projector's 32-bit ARM (a 64-bit value cut into a
+# size_t or long, a plain char that is signed on one and unsigned on the other).
+add_compile_options(-Wall -Wextra -Wconversion -Wsign-conversion)
 
 # On a 32-bit target (the projector's ARM computer) off_t and time_t are 32 bits unless
 # asked otherwise: readdir would fail with EOVERFLOW on file systems with 64-bit

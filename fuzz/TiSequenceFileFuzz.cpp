@@ -29,7 +29,7 @@ std::vector<NTiSequenceWriter::SSection> Describe(const CTiSequenceFile& file) {
                 }
                 for (int block = 0; block < CTiSeqStmData::kBlockCount; ++block) {
                     const uint8_t* bytes = element.GetDataBlockBytes(block);
-                    e.blocks[block].assign(bytes, bytes + element.GetDataBlock(block).size);
+                    e.blocks[static_cast<size_t>(block)].assign(bytes, bytes + element.GetDataBlock(block).size);
                 }
                 s.elements.push_back(e);
             }

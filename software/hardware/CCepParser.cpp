@@ -49,13 +49,13 @@ std::unique_ptr<CCepMessage> CCepParser::getCepMsg() {
     if (!findMsg(m_buffer, start)) {
         return nullptr;
     }
-    m_buffer.erase(m_buffer.begin(), m_buffer.begin() + start);
+    m_buffer.erase(m_buffer.begin(), m_buffer.begin() + static_cast<std::ptrdiff_t>(start));
     auto message = std::make_unique<CCepMessage>();
     uint32_t consumed = 0;
     if (!message->fromBytes(m_buffer.data(), static_cast<uint32_t>(m_buffer.size()), consumed, false)) {
         return nullptr;
     }
-    m_buffer.erase(m_buffer.begin(), m_buffer.begin() + consumed);
+    m_buffer.erase(m_buffer.begin(), m_buffer.begin() + static_cast<std::ptrdiff_t>(consumed));
     return message;
 }
 

@@ -40,13 +40,13 @@ void CSimLampTag::Check(uint32_t offset, uint32_t size) const {
 
 void CSimLampTag::Read(uint32_t offset, uint8_t* data, uint32_t size) {
     Check(offset, size);
-    std::copy_n(m_image.begin() + offset, size, data);
+    std::copy_n(m_image.data() + offset, size, data);
 }
 
 void CSimLampTag::Write(uint32_t offset, const uint8_t* data, uint32_t size) {
     Check(offset, size);
     const uint32_t stored = std::min(size, m_budget);
-    std::copy_n(data, stored, m_image.begin() + offset);
+    std::copy_n(data, stored, m_image.data() + offset);
     if (stored > 0 && pwrite(m_fd, data, stored, offset) != static_cast<ssize_t>(stored)) {
         THROW_ERRNO_EXCEPTION("Unable to write lamp tag image");
     }

@@ -145,7 +145,7 @@ protected:
     static void WaitForMidFrame() {
         timespec now{};
         clock_gettime(CLOCK_MONOTONIC, &now);
-        const double frames = (now.tv_sec + now.tv_nsec / 1e9) * 60;
+        const double frames = (static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9) * 60;
         const double phase = frames - std::floor(frames);
         std::this_thread::sleep_for(std::chrono::microseconds(
             static_cast<long>(((phase < 0.5 ? 0.5 : 1.5) - phase) / 60 * 1e6)));

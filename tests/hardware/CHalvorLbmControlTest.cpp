@@ -85,7 +85,7 @@ TEST_F(CHalvorLbmControlTest, StaleRepliesGarbageAndLateAnswersDoNotConfuseIt) {
     module.SetGarbage(true);
     for (int round = 0; round < 3; ++round) {
         EXPECT_EQ(control->GetPowerState(), IHalvorLbmControl::POWER_STANDBY) << round;  // the stale one says 4
-        control->SetActualBlue(77 + round);
+        control->SetActualBlue(77 + static_cast<uint32_t>(round));
     }
     EXPECT_EQ(control->GetUint32(CHalvorLbmControl::PARAM_BLUE), 79u);
     module.SetReplyDelayMs(150);

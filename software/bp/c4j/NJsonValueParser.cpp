@@ -25,7 +25,7 @@ bool ToWhole(const Json::Value& value, double low, double high, long long& out) 
     switch (value.type()) {
         case Json::intValue: {
             const Json::Int64 number = value.asInt64();
-            if (number < low || number > high) {
+            if (static_cast<double>(number) < low || static_cast<double>(number) > high) {
                 return false;
             }
             out = number;
@@ -33,7 +33,7 @@ bool ToWhole(const Json::Value& value, double low, double high, long long& out) 
         }
         case Json::uintValue: {
             const Json::UInt64 number = value.asUInt64();
-            if (number > high) {
+            if (static_cast<double>(number) > high) {
                 return false;
             }
             out = static_cast<long long>(number);

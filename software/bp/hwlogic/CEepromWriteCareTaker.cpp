@@ -42,7 +42,7 @@ void CEepromWriteCareTaker::Flush() {
     const uint32_t size = static_cast<uint32_t>(m_stored.size());
     for (uint32_t start = 0; start < size;) {
         const uint32_t pageEnd = std::min(size, start + m_pageSize - (m_tagOffset + start) % m_pageSize);
-        if (!std::equal(m_stored.begin() + start, m_stored.begin() + pageEnd, m_staged.begin() + start)) {
+        if (!std::equal(m_stored.data() + start, m_stored.data() + pageEnd, m_staged.data() + start)) {
             if (!ranges.empty() && ranges.back().offset + ranges.back().size == start) {
                 ranges.back().size += pageEnd - start;
             } else {

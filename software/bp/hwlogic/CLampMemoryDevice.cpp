@@ -38,7 +38,7 @@ bool Text(const uint8_t* field, size_t length, std::string& text) {
     if (!nul) {
         return false;
     }
-    text.assign(reinterpret_cast<const char*>(field), static_cast<const uint8_t*>(nul) - field);
+    text.assign(reinterpret_cast<const char*>(field), static_cast<size_t>(static_cast<const uint8_t*>(nul) - field));
     return true;
 }
 

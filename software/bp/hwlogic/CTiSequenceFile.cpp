@@ -37,7 +37,8 @@ CTiSeqStmData::CTiSeqStmData(const CTiSequenceFile& file, uint32_t offset) : m_f
     const uint32_t table = file.U32(offset + 52);
     file.Require(table, kTableStart + 8 * kTablePairs);
     for (int pair = 0; pair < kTablePairs; ++pair) {
-        m_table[pair] = SBlock{file.U32(table + kTableStart + 8 * pair), file.U32(table + kTableStart + 8 * pair + 4)};
+        const uint32_t at = table + kTableStart + 8 * static_cast<uint32_t>(pair);
+        m_table[pair] = SBlock{file.U32(at), file.U32(at + 4)};
     }
     m_table[kTablePairs] = SBlock{0, 0};
     for (int block = 0; block < kBlockCount; ++block) {

@@ -23,7 +23,7 @@ void Put16(std::vector<uint8_t>& out, uint32_t at, uint32_t value) {
 }
 
 void Put32(std::vector<uint8_t>& out, uint32_t at, uint32_t value) {
-    for (int i = 0; i < 4; ++i) {
+    for (uint32_t i = 0; i < 4; ++i) {
         out[at + i] = static_cast<uint8_t>(value >> (8 * i));
     }
 }
@@ -84,13 +84,13 @@ std::vector<uint8_t> Write(const std::vector<SSection>& sections) {
                 const SElement& element = set.elements[e];
                 const uint32_t at = first + kElement * static_cast<uint32_t>(e);
                 Put32(out, at + 4, element.periodUs);
-                for (int p = 0; p < 4; ++p) {
+                for (uint32_t p = 0; p < 4; ++p) {
                     Put32(out, at + 12 + 4 * p, element.parameters[p]);
                 }
                 const uint32_t table = Grow(out, kTable);
                 PutTag(out, table, "STM  V30");
                 Put32(out, at + 52, table);
-                for (int block = 0; block < 13; ++block) {
+                for (size_t block = 0; block < element.blocks.size(); ++block) {
                     const std::vector<uint8_t>& data = element.blocks[block];
                     if (data.empty() || (block == 9 && !element.blocks[8].empty())) {
                         continue;

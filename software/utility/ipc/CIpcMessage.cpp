@@ -12,8 +12,8 @@ namespace {
 
 uint32_t PackCode(const std::string& text) {
     uint32_t packed = 0;
-    for (unsigned char c : text) {
-        packed = (packed << 8) | c;
+    for (const char c : text) {
+        packed = (packed << 8) | static_cast<unsigned char>(c);
     }
     return packed;
 }

@@ -51,7 +51,7 @@ TEST(CTiSequenceFileTest, MalformedFilesAreRefusedWithoutReadingOutsideThem) {
 
     // Every shorter file is refused (the sanitizers watch for any read past the end).
     for (size_t length = 8; length < good.size(); ++length) {
-        EXPECT_THROW(CTiSequenceFile(std::vector<uint8_t>(good.begin(), good.begin() + length)), CException)
+        EXPECT_THROW(CTiSequenceFile(std::vector<uint8_t>(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(length))), CException)
             << length;
     }
     // An offset pointing past the end is named.

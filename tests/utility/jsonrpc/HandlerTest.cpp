@@ -77,7 +77,7 @@ protected:
     Handler handler;
 };
 
-std::string Nested(int depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+std::string Nested(size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
 
 }  // namespace
 

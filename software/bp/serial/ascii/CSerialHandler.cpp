@@ -307,7 +307,7 @@ void CSerialHandler::StopServer(bool closeConnections) {
     m_log.Log("Shutting down open Ethernet connections");
     size_t left = 0;
     for (const SConnection& connection : m_connections) {
-        left += connection.port->GetPortId() == PORT_ETHERNET ? 1 : 0;
+        left += connection.port->GetPortId() == PORT_ETHERNET ? 1u : 0u;
     }
     for (auto it = m_connections.begin(); it != m_connections.end();) {
         if (it->port->GetPortId() == PORT_ETHERNET) {

@@ -55,7 +55,8 @@ unsigned char Unescape(unsigned char c) {
 }
 
 void AppendEscaped(std::string& out, const std::string& text) {
-    for (unsigned char c : text) {
+    for (const char ch : text) {
+        const auto c = static_cast<unsigned char>(ch);
         switch (c) {
         case 1: out += "\\b"; break;
         case 10: out += "\\n"; break;

@@ -105,8 +105,8 @@ bool CSerialPort::EncodeSerialMode(ESerialMode mode, termios& settings) {
     settings.c_lflag &= ~kLineEditing;
     // Carriage returns must arrive as sent, as they do on TCP: the terminal's default
     // ICRNL would turn every record terminator '\r' into '\n'.
-    settings.c_iflag &= ~(ICRNL | INLCR | IGNCR);
-    settings.c_oflag &= ~(ONLCR | OCRNL);
+    settings.c_iflag &= ~static_cast<tcflag_t>(ICRNL | INLCR | IGNCR);
+    settings.c_oflag &= ~static_cast<tcflag_t>(ONLCR | OCRNL);
     return true;
 }
 

@@ -48,8 +48,8 @@ protected:
 
     static std::string WithChecksum(const std::string& body) {
         unsigned sum = 0;
-        for (unsigned char c : body) {
-            sum += c;
+        for (const char c : body) {
+            sum += static_cast<unsigned char>(c);
         }
         char checksum[8];
         snprintf(checksum, sizeof checksum, "%03u", sum % 256);

@@ -69,7 +69,7 @@ protected:
     size_t FrontendSockets() const {
         size_t count = 0;
         for (const auto& entry : std::filesystem::directory_iterator(root.Path("/var/run/ui"))) {
-            count += entry.path().filename().string().find("serial_") != std::string::npos ? 1 : 0;
+            count += entry.path().filename().string().find("serial_") != std::string::npos ? 1u : 0u;
         }
         return count;
     }

@@ -57,7 +57,7 @@ TEST(CCommPortNames, SubCodesAndIdsMapBothWays) {
         EXPECT_EQ(CCommPort::GetPortSubCode(ids[i]), codes[i]);
         EXPECT_EQ(CCommPort::GetPortId(codes[i]), ids[i]);
     }
-    for (unsigned char id : {0, 1, 16, 64, 255}) {
+    for (const unsigned char id : std::initializer_list<unsigned char>{0, 1, 16, 64, 255}) {
         EXPECT_EQ(CCommPort::GetPortSubCode(id), "") << int(id);
     }
     // The USB serial device is the PUSB port for settings and routing.

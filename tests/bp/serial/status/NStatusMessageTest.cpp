@@ -58,7 +58,7 @@ TEST(NStatusMessage, DecodeRejectsMissingWrongKindOrOutOfRangeFields) {
         EXPECT_FALSE(NStatusMessage::DecodeStatus(missing, untouched)) << id;
         EXPECT_FALSE(NStatusMessage::DecodeStatus(wrongKind, untouched)) << id;
     }
-    for (unsigned short id : {0, 6}) {  // flags and index are 16-bit words
+    for (const unsigned short id : std::initializer_list<unsigned short>{0, 6}) {  // flags and index are 16-bit words
         CIpcMessage outOfRange(good);
         outOfRange.AddArg(id, 40000);
         EXPECT_FALSE(NStatusMessage::DecodeStatus(outOfRange, untouched)) << id;
