@@ -1,6 +1,8 @@
 #!/bin/sh
 # Installs what is missing, builds everything and runs every test: the unit and
-# integration tests under CTest, then each libFuzzer target for a bounded time.
+# integration tests under CTest, the installed package with an example built against it
+# and the Debian packages (scripts/check-install.sh), then each libFuzzer target for a
+# bounded time.
 #
 #   scripts/test.sh              plain build in build/
 #   scripts/test.sh --sanitize   AddressSanitizer + UndefinedBehaviorSanitizer build in
@@ -61,5 +63,12 @@ if [ "$status" -ne 0 ]; then
     exit "$status"
 fi
 
+if [ "$armhf" -eq 1 ]; then
+    ./scripts/check-install.sh "$build" armhf
+elif [ "$sanitize" -eq 1 ]; then
+    ./scripts/check-install.sh "$build" sanitize
+else
+    ./scripts/check-install.sh "$build"
+fi
 ./scripts/fuzz.sh
 echo "all tests passed"

@@ -85,7 +85,7 @@ void OnStopSignal(int) {
 
 struct SOptions {
     std::string root = "/";
-    std::string config = VPROJECTOR_DEFAULT_CONFIG;
+    std::string config;  // empty: the shipped one (ShippedPath)
     int asciiPort = -1;  // -1: the configuration's "NET"+"PORT"
     int jsonPort = kDefaultJsonRpcPort;
     int unicastPort = -1;  // -1: the configuration's
@@ -212,6 +212,16 @@ private:
     bool m_warned = false;
 };
 
+// A shipped file or folder: where the build left it, or else where an installation puts
+// it relative to the installed program (usr/bin/vprojector -> usr/<installed>).
+std::string ShippedPath(const char* built, const char* installed) {
+    if (access(built, F_OK) == 0) {
+        return built;
+    }
+    const std::string dir = NFileUtil::GetExecutableDir();
+    return dir.empty() ? built : dir + "/../" + installed;
+}
+
 // A program built beside this one.
 std::string SiblingPath(const char* program) {
     const std::string dir = NFileUtil::GetExecutableDir();
@@ -290,6 +300,9 @@ int main(int argc, char** argv) {
     std::unique_ptr<CStatusDb> status;
     CJsonMenu menu;
     try {
+        if (options.config.empty()) {
+            options.config = ShippedPath(VPROJECTOR_DEFAULT_CONFIG, "share/vprojector/vprojector.json");
+        }
         config = std::make_unique<CProjectorConfig>(options.config);
         controls = config->BuildControls(dispatcher, hardware);
         status = std::make_unique<CStatusDb>(static_cast<unsigned int>(config->GetStatusGroupCount() + 1),
@@ -313,7 +326,8 @@ int main(int argc, char** argv) {
         std::unique_ptr<CFormatterPlant> formatter;
         if (!config->GetSequenceName().empty()) {
             formatter = std::make_unique<CFormatterPlant>(config->GetSequenceName(), config->IsHighDynamicRange(),
-                                                          VPROJECTOR_SEQUENCE_DIR, clock, log);
+                                                          ShippedPath(VPROJECTOR_SEQUENCE_DIR, "lib/firmware/seq"), clock,
+                                                          log);
             hardware.AddPlant(CFormatterPlant::kRateCode, *formatter);
         }
         CSystemLocalTime localTime;
