@@ -45,10 +45,7 @@ bool CSimModule::LampAnswer(const Json::Value& request, Json::Value& response, c
         MakeErrorResponse(request, response, noLamp ? ERR_INVALID_PARAMETER : ERR_COMM_FAILURE, error);
         return true;
     }
-    InitResponseObj(request, response);
-    if (!response.isNull()) {
-        response["result"] = Json::Value(Json::objectValue);
-    }
+    MakeResultResponse(request, response, Json::Value(Json::objectValue));
     return true;
 }
 

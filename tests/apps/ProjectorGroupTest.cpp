@@ -18,18 +18,13 @@
 #include "CUnicastUdp.h"
 #include "ChildProcess.h"
 #include "Emulation.h"
+#include "FreePort.h"
 #include "JsonText.h"
 #include "TempRoot.h"
 
 namespace {
 
 constexpr const char* kGroup = "239.192.0.1";
-
-unsigned short FreeUdpPort() {
-    Json::Rpc::UdpServer probe("0.0.0.0", 0);
-    probe.Bind();
-    return probe.GetPort();
-}
 
 // Runs `work` on a thread that has entered the network namespace (sockets made there stay
 // in it); the calling thread's namespace is untouched. False when it cannot be entered.

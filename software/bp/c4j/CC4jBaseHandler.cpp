@@ -32,6 +32,13 @@ void CC4jBaseHandler::InitResponseObj(const Json::Value& request, Json::Value& r
     response["jsonrpc"] = "2.0";
 }
 
+void CC4jBaseHandler::MakeResultResponse(const Json::Value& request, Json::Value& response, const Json::Value& result) {
+    InitResponseObj(request, response);
+    if (!response.isNull()) {
+        response["result"] = result;
+    }
+}
+
 void CC4jBaseHandler::MakeErrorResponse(const Json::Value& request, Json::Value& response, EError code,
                                         const std::string& message) {
     if (!IsResponseRequired(request)) {

@@ -49,6 +49,8 @@ public:
 
     static bool IsResponseRequired(const Json::Value& request) { return request.isMember("id"); }
     static void InitResponseObj(const Json::Value& request, Json::Value& response);
+    // The whole answer {"jsonrpc", "id", "result"}; nothing for a notification.
+    static void MakeResultResponse(const Json::Value& request, Json::Value& response, const Json::Value& result);
     static void MakeErrorResponse(const Json::Value& request, Json::Value& response, EError code,
                                   const std::string& message = "");
     static void NewFormatErrorResponse(const Json::Value& request, Json::Value& response, EError code,

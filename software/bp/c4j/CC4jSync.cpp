@@ -60,13 +60,6 @@ const char* CC4jSync::StateName(EState state) {
     return names[state];
 }
 
-void CC4jSync::Reply(const Json::Value& request, Json::Value& response, const Json::Value& result) {
-    InitResponseObj(request, response);
-    if (!response.isNull()) {
-        response["result"] = result;
-    }
-}
-
 void CC4jSync::Debug(const char* format, const std::string& text) const {
     if (m_debug) {
         GetLog().Log(format, text.c_str());
@@ -115,7 +108,7 @@ bool CC4jSync::QueueRequests(const Json::Value& request, Json::Value& response) 
     m_state = QUEUED;
     Json::Value result;
     result["queued"] = static_cast<Json::UInt>(m_queue.size());
-    Reply(request, response, result);
+    MakeResultResponse(request, response, result);
     return true;
 }
 
@@ -124,7 +117,7 @@ bool CC4jSync::ClearQueuedRequests(const Json::Value& request, Json::Value& resp
     result["cleared"] = static_cast<Json::UInt>(m_queue.size());
     m_queue.clear();
     m_state = IDLE;
-    Reply(request, response, result);
+    MakeResultResponse(request, response, result);
     return true;
 }
 
@@ -150,7 +143,7 @@ bool CC4jSync::PrepareToExecute(const Json::Value& request, Json::Value& respons
     Json::Value result;
     result["ready"] = true;
     result["count"] = static_cast<Json::UInt>(m_queue.size());
-    Reply(request, response, result);
+    MakeResultResponse(request, response, result);
     return true;
 }
 
@@ -190,7 +183,7 @@ bool CC4jSync::Execute(const Json::Value& request, Json::Value& response) {
     Json::Value result;
     result["relayed"] = true;
     result["delayMs"] = delayMs;
-    Reply(request, response, result);
+    MakeResultResponse(request, response, result);
     return true;
 }
 
@@ -228,7 +221,7 @@ void CC4jSync::Schedule(const Json::Value& request, Json::Value& response, unsig
     Json::Value result;
     result["scheduled"] = true;
     result["vsync"] = m_target;
-    Reply(request, response, result);
+    MakeResultResponse(request, response, result);
 }
 
 int CC4jSync::GetNextDeadlineMs() const {
@@ -288,21 +281,21 @@ bool CC4jSync::GetExecutionResult(const Json::Value& request, Json::Value& respo
     result["vsync"] = m_target;
     result["late"] = m_late;
     result["results"] = m_results;
-    Reply(request, response, result);
+    MakeResultResponse(request, response, result);
     return true;
 }
 
 bool CC4jSync::GetExecutionWindow(const Json::Value& request, Json::Value& response) {
     Json::Value result;
     result["windowUs"] = static_cast<Json::UInt>(PeriodUs()) + m_latenessUs;
-    Reply(request, response, result);
+    MakeResultResponse(request, response, result);
     return true;
 }
 
 bool CC4jSync::GetExecutionWindowMax(const Json::Value& request, Json::Value& response) {
     Json::Value result;
     result["windowUs"] = static_cast<Json::UInt>(1e6 / kSlowestRateHz) + m_latenessUs;
-    Reply(request, response, result);
+    MakeResultResponse(request, response, result);
     return true;
 }
 
@@ -350,7 +343,7 @@ bool CC4jSync::TestHandlerVsyncTiming(const Json::Value& request, Json::Value& r
     result["minUs"] = static_cast<Json::UInt64>(least);
     result["maxUs"] = static_cast<Json::UInt64>(most);
     result["meanUs"] = static_cast<Json::UInt64>(total / count.asUInt());
-    Reply(request, response, result);
+    MakeResultResponse(request, response, result);
     return true;
 }
 
@@ -362,6 +355,6 @@ bool CC4jSync::SetDebugLogging(const Json::Value& request, Json::Value& response
     }
     m_debug = params["enable"].asBool();
     GetLog().Log("sync: debug logging %s", m_debug ? "on" : "off");
-    Reply(request, response, Json::Value(m_debug));
+    MakeResultResponse(request, response, Json::Value(m_debug));
     return true;
 }

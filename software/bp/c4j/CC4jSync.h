@@ -97,7 +97,6 @@ private:
     enum EState { IDLE, QUEUED, PREPARED, SCHEDULED, EXECUTED };
     static const char* StateName(EState state);
 
-    void Reply(const Json::Value& request, Json::Value& response, const Json::Value& result);
     // The delay of a request's params; false (answered) when out of range.
     bool ReadDelay(const Json::Value& request, Json::Value& response, unsigned int& delayMs);
     void Schedule(const Json::Value& request, Json::Value& response, unsigned int delayMs);

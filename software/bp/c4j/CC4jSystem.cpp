@@ -48,19 +48,15 @@ void CC4jSystem::Received(const char* method, const Json::Value& request) const 
 
 bool CC4jSystem::GetFamily(const Json::Value& request, Json::Value& response) {
     Received("system:getFamily", request);
-    InitResponseObj(request, response);
-    if (!response.isNull()) {
-        response["result"] = m_family;
-    }
+    MakeResultResponse(request, response, Json::Value(m_family));
     return true;
 }
 
 bool CC4jSystem::GetAcPowerMode(const Json::Value& request, Json::Value& response) {
     Received("system:getAcPowerMode", request);
-    InitResponseObj(request, response);
-    if (!response.isNull()) {
-        response["result"]["powerMode"] = m_lampListener && m_lampListener->IsAcPowerLimited() ? "limited" : "full";
-    }
+    Json::Value result;
+    result["powerMode"] = m_lampListener && m_lampListener->IsAcPowerLimited() ? "limited" : "full";
+    MakeResultResponse(request, response, result);
     return true;
 }
 
@@ -84,34 +80,28 @@ bool CC4jSystem::GetUsbPath(const Json::Value& request, Json::Value& response) {
         MakeErrorResponse(request, response, ERR_BAD_FILE, "Couldn't find USB filesystem");
         return true;
     }
-    InitResponseObj(request, response);
-    if (!response.isNull()) {
-        response["result"] = path;
-    }
+    MakeResultResponse(request, response, Json::Value(path));
     return true;
 }
 
 bool CC4jSystem::GetIconPaths(const Json::Value& request, Json::Value& response) {
     Received("system:getIconPaths", request);
-    InitResponseObj(request, response);
-    if (!response.isNull()) {
-        response["result"] = Json::Value(Json::arrayValue);
-        for (const char* folder : {kShippedIcons, kUploadedIcons}) {
-            std::error_code ignored;
-            if (std::filesystem::is_directory(NRuntimeRoot::Path(folder), ignored)) {
-                response["result"].append(folder);
-            }
+    Json::Value folders(Json::arrayValue);
+    for (const char* folder : {kShippedIcons, kUploadedIcons}) {
+        std::error_code ignored;
+        if (std::filesystem::is_directory(NRuntimeRoot::Path(folder), ignored)) {
+            folders.append(folder);
         }
     }
+    MakeResultResponse(request, response, folders);
     return true;
 }
 
 bool CC4jSystem::GetCooldownTime(const Json::Value& request, Json::Value& response) {
     Received("system:getCooldownTime", request);
-    InitResponseObj(request, response);
-    if (!response.isNull()) {
-        response["result"]["sec"] = m_lampListener ? m_lampListener->GetCooldownTimeS() : 0;
-    }
+    Json::Value result;
+    result["sec"] = m_lampListener ? m_lampListener->GetCooldownTimeS() : 0;
+    MakeResultResponse(request, response, result);
     return true;
 }
 
@@ -122,11 +112,7 @@ bool CC4jSystem::GetLampHistory(const Json::Value& request, Json::Value& respons
         MakeErrorResponse(request, response, ERR_UNKNOWN_REQUEST, "Cannot find any lamp history.");
         return true;
     }
-    InitResponseObj(request, response);
-    if (response.isNull()) {
-        return true;
-    }
-    response["result"] = Json::Value(Json::arrayValue);
+    Json::Value lamps(Json::arrayValue);
     for (const SLampHistoryEntry& entry : history) {
         Json::Value lamp;
         lamp["type"] = entry.type;
@@ -136,8 +122,9 @@ bool CC4jSystem::GetLampHistory(const Json::Value& request, Json::Value& respons
         lamp["unexpectedOffs"] = entry.unexpectedOffs;
         lamp["preInstalledHours"] = RoundedHours(entry.preInstalledS);
         lamp["totalHours"] = RoundedHours(uint64_t{entry.preInstalledS} + entry.onTimeS);
-        response["result"].append(lamp);
+        lamps.append(lamp);
     }
+    MakeResultResponse(request, response, lamps);
     return true;
 }
 
@@ -173,12 +160,11 @@ bool CC4jSystem::SetNetworkAddress(const Json::Value& request, Json::Value& resp
         MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, "Bad network settings");
         return true;
     }
-    InitResponseObj(request, response);
-    if (!response.isNull()) {
-        response["result"]["ip"] = ip;
-        response["result"]["netmask"] = netmask;
-        response["result"]["gateway"] = gateway;
-    }
+    Json::Value result;
+    result["ip"] = ip;
+    result["netmask"] = netmask;
+    result["gateway"] = gateway;
+    MakeResultResponse(request, response, result);
     return true;
 }
 
@@ -193,10 +179,7 @@ bool CC4jSystem::KeepAlive(const Json::Value& request, Json::Value& response) {
         MakeErrorResponse(request, response, ERR_COMMAND_NOT_EXECUTED);
         return true;
     }
-    InitResponseObj(request, response);
-    if (!response.isNull()) {
-        response["result"] = true;
-    }
+    MakeResultResponse(request, response, Json::Value(true));
     return true;
 }
 

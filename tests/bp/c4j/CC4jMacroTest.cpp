@@ -136,6 +136,8 @@ TEST_F(CC4jMacroTest, TriggerTimesFollowWeekdaysTheWeeksRuleAndBothChangesOfSumm
         {"2026/10/25 00:00:00", Timed("2026/10/01", "02:30:00", R"("sun")"), "", "2026/10/25 02:30:00 CEST"},
         {"2026/10/25 02:30:01", Timed("2026/10/01", "02:30:00", R"("sun")"), "2026/10/25 02:30:00",
          "2026/11/01 02:30:00 CET"},
+        // Past January 2038, also where long is 32 bits.
+        {"2040/01/31 09:00:00", Timed("2039/12/01", "08:00:00", R"("mon", "fri")"), "", "2040/02/03 08:00:00 CET"},
     };
     for (const auto& c : cases) {
         localTime.now = localTime.At(c.now);

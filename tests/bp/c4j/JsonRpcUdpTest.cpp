@@ -13,6 +13,7 @@
 #include "CJsonRpcMulticast.h"
 #include "CUnicastUdp.h"
 #include "Emulation.h"
+#include "FreePort.h"
 #include "JsonText.h"
 #include "ThrownMessage.h"
 
@@ -48,12 +49,6 @@ std::string Exchange(Json::Rpc::UdpServer& server, const std::string& text) {
 }
 
 constexpr const char* kGroup = "239.192.0.99";
-
-unsigned short FreeUdpPort() {
-    Json::Rpc::UdpServer probe("0.0.0.0", 0);
-    probe.Bind();
-    return probe.GetPort();
-}
 
 }  // namespace
 

@@ -38,16 +38,16 @@ protected:
 };
 
 TEST_F(CLogFileByDateTest, FileNamedByDirectoryPrefixAndLocalDateForEverySinkOfTheProcess) {
-    CLogFileByDate::Update(NoonOn(2031, 3, 14));
+    CLogFileByDate::Update(NoonOn(2041, 3, 14));
     CLogFileByDate control(m_dir.substr(0, m_dir.size() - 1), "control-", 7);
-    EXPECT_EQ(control.GetFileName(), m_dir + "control-2031-03-14");
-    EXPECT_TRUE(Exists(m_dir + "control-2031-03-14"));
+    EXPECT_EQ(control.GetFileName(), m_dir + "control-2041-03-14");
+    EXPECT_TRUE(Exists(m_dir + "control-2041-03-14"));
 
     CLogFileByDate service(m_dir, "service-", 3);
-    CLogFileByDate::Update(NoonOn(2031, 3, 15));  // the sinks change day together
-    EXPECT_EQ(control.GetFileName(), m_dir + "control-2031-03-15");
-    EXPECT_EQ(service.GetFileName(), m_dir + "service-2031-03-15");
-    EXPECT_TRUE(Exists(m_dir + "control-2031-03-15"));
+    CLogFileByDate::Update(NoonOn(2041, 3, 15));  // the sinks change day together
+    EXPECT_EQ(control.GetFileName(), m_dir + "control-2041-03-15");
+    EXPECT_EQ(service.GetFileName(), m_dir + "service-2041-03-15");
+    EXPECT_TRUE(Exists(m_dir + "control-2041-03-15"));
 }
 
 TEST_F(CLogFileByDateTest, MissingDirectoryThrowsAtStartAndAtDayChange) {
@@ -56,21 +56,21 @@ TEST_F(CLogFileByDateTest, MissingDirectoryThrowsAtStartAndAtDayChange) {
               "Cannot locate log-by-date directory: " + missing);
     CLogFileByDate sink(m_dir, "control-", 7);
     std::filesystem::remove_all(m_dir);
-    EXPECT_EQ(ThrownMessage([] { ChangeDayTo(2031, 5, 20); }), "Cannot locate log-by-date directory: " + m_dir);
+    EXPECT_EQ(ThrownMessage([] { ChangeDayTo(2041, 5, 20); }), "Cannot locate log-by-date directory: " + m_dir);
 }
 
 TEST_F(CLogFileByDateTest, DayChangeDeletesOwnFilesKeepDaysOldUnlessKeepDaysIsZero) {
-    for (const char* name : {"control-2031-07-03", "control-2031-07-04", "service-2031-06-01", "control-notes"}) {
+    for (const char* name : {"control-2041-07-03", "control-2041-07-04", "service-2041-06-01", "control-notes"}) {
         m_root.WriteFile("/var/log/projector/" + std::string(name), "old\n");
     }
-    CLogFileByDate::Update(NoonOn(2031, 7, 9));
+    CLogFileByDate::Update(NoonOn(2041, 7, 9));
     CLogFileByDate sink(m_dir, "control-", 7);
     CLogFileByDate keepAll(m_dir, "service-", 0);
-    EXPECT_TRUE(Exists(m_dir + "control-2031-07-03")) << "deleted before its day came";
+    EXPECT_TRUE(Exists(m_dir + "control-2041-07-03")) << "deleted before its day came";
 
-    CLogFileByDate::Update(NoonOn(2031, 7, 10));
-    EXPECT_FALSE(Exists(m_dir + "control-2031-07-03"));
-    for (const char* kept : {"control-2031-07-04", "service-2031-06-01", "control-notes"}) {
+    CLogFileByDate::Update(NoonOn(2041, 7, 10));
+    EXPECT_FALSE(Exists(m_dir + "control-2041-07-03"));
+    for (const char* kept : {"control-2041-07-04", "service-2041-06-01", "control-notes"}) {
         EXPECT_TRUE(Exists(m_dir + kept)) << kept;
     }
 }
