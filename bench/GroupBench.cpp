@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -31,7 +32,7 @@ unsigned short FreeUdpPort() {
     return probe.GetPort();
 }
 
-// A member: "control:get"-sized answers to every request, until stopped.
+// A member's method: "control:get"-sized answers to every request.
 class CEchoMethod : public Json::Rpc::CallbackMethod {
 public:
     bool Call(const Json::Value& request, Json::Value& response) override {
@@ -44,28 +45,44 @@ public:
     std::string GetName() const override { return "control:get"; }
 };
 
+// A group member on its own pinned thread, serving one wait at a time until destroyed.
+class CMemberThread {
+public:
+    explicit CMemberThread(std::function<void()> serveOnce)
+        : m_thread([this, serveOnce] {
+              PinToOneCpu();
+              while (!m_stop) {
+                  serveOnce();
+              }
+          }) {}
+    ~CMemberThread() {
+        m_stop = true;
+        m_thread.join();
+    }
+
+private:
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
 const std::string kRequest = R"({"id":1,"jsonrpc":"2.0","method":"control:get","params":["BRI"]})";
 
 void BM_RawMulticastEcho(benchmark::State& state) {
     const unsigned short port = FreeUdpPort();
     CMulticastUdpServer member(kGroup, port);  // only its socket: joined, then read raw
     member.MulticastBind("lo");
-    std::atomic<bool> stop{false};
-    std::thread echo([&] {
-        PinToOneCpu();
+    const CMemberThread echo([&member] {
         char buffer[1500];
-        while (!stop) {
-            pollfd waiting{member.GetSocket(), POLLIN, 0};
-            if (poll(&waiting, 1, 50) <= 0) {
-                continue;
-            }
-            sockaddr_in sender{};
-            socklen_t length = sizeof sender;
-            const ssize_t size = recvfrom(member.GetSocket(), buffer, sizeof buffer, 0,
-                                          reinterpret_cast<sockaddr*>(&sender), &length);
-            if (size > 0) {
-                sendto(member.GetSocket(), buffer, 38, 0, reinterpret_cast<sockaddr*>(&sender), length);
-            }
+        pollfd waiting{member.GetSocket(), POLLIN, 0};
+        if (poll(&waiting, 1, 50) <= 0) {
+            return;
+        }
+        sockaddr_in sender{};
+        socklen_t length = sizeof sender;
+        const ssize_t size =
+            recvfrom(member.GetSocket(), buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&sender), &length);
+        if (size > 0) {
+            sendto(member.GetSocket(), buffer, 38, 0, reinterpret_cast<sockaddr*>(&sender), length);
         }
     });
     PinToOneCpu();
@@ -80,8 +97,6 @@ void BM_RawMulticastEcho(benchmark::State& state) {
             break;
         }
     }
-    stop = true;
-    echo.join();
 }
 BENCHMARK(BM_RawMulticastEcho)->UseRealTime();
 
@@ -90,13 +105,7 @@ void BM_GroupRoundTrip(benchmark::State& state) {
     CMulticastUdpServer member(kGroup, port);
     member.MulticastBind("lo");
     member.AddMethod(new CEchoMethod);
-    std::atomic<bool> stop{false};
-    std::thread serve([&] {
-        PinToOneCpu();
-        while (!stop) {
-            member.WaitMessage(50);
-        }
-    });
+    const CMemberThread serve([&member] { member.WaitMessage(50); });
     PinToOneCpu();
     CMulticastUdpClient client(kGroup, port);
     client.MulticastConnect("lo");
@@ -112,8 +121,6 @@ void BM_GroupRoundTrip(benchmark::State& state) {
             break;
         }
     }
-    stop = true;
-    serve.join();
 }
 BENCHMARK(BM_GroupRoundTrip)->UseRealTime();
 

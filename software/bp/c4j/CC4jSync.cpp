@@ -147,24 +147,27 @@ bool CC4jSync::PrepareToExecute(const Json::Value& request, Json::Value& respons
     return true;
 }
 
-bool CC4jSync::ReadDelay(const Json::Value& request, Json::Value& response, unsigned int& delayMs) {
+EError CC4jSync::CheckDelay(const Json::Value& request, unsigned int& delayMs, std::string& reason) const {
     const Json::Value& params = request["params"];
     const Json::Value delay = params.isObject() ? params.get("delayMs", kDefaultDelayMs) : Json::Value(kDefaultDelayMs);
     if (!delay.isUInt() || delay.asUInt() > kMaxDelayMs) {
-        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, "Expected {\"delayMs\": 0..60000}");
-        return false;
+        reason = "Expected {\"delayMs\": 0..60000}";
+        return ERR_INVALID_PARAMETER;
     }
     if (m_state != PREPARED) {
-        MakeErrorResponse(request, response, ERR_COMMAND_NOT_EXECUTED, "The queued requests are not prepared");
-        return false;
+        reason = "The queued requests are not prepared";
+        return ERR_COMMAND_NOT_EXECUTED;
     }
     delayMs = delay.asUInt();
-    return true;
+    return ERR_NONE;
 }
 
 bool CC4jSync::Execute(const Json::Value& request, Json::Value& response) {
     unsigned int delayMs = 0;
-    if (!ReadDelay(request, response, delayMs)) {
+    std::string reason;
+    const EError error = CheckDelay(request, delayMs, reason);
+    if (error != ERR_NONE) {
+        MakeErrorResponse(request, response, error, reason);
         return true;
     }
     if (!m_group) {
@@ -189,11 +192,15 @@ bool CC4jSync::Execute(const Json::Value& request, Json::Value& response) {
 
 bool CC4jSync::ExecuteSlave(const Json::Value& request, Json::Value& response) {
     unsigned int delayMs = 0;
-    if (ReadDelay(request, response, delayMs)) {
-        Schedule(request, response, delayMs);
-    } else {
-        GetLog().LogError("sync: execution refused: %s", response["error"]["message"].asCString());
+    std::string reason;
+    const EError error = CheckDelay(request, delayMs, reason);
+    if (error != ERR_NONE) {
+        // The relayed commit is a notification, so the log is the only place this shows.
+        GetLog().LogError("sync: execution refused: %s", reason.c_str());
+        MakeErrorResponse(request, response, error, reason);
+        return true;
     }
+    Schedule(request, response, delayMs);
     return true;
 }
 

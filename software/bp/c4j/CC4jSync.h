@@ -97,8 +97,9 @@ private:
     enum EState { IDLE, QUEUED, PREPARED, SCHEDULED, EXECUTED };
     static const char* StateName(EState state);
 
-    // The delay of a request's params; false (answered) when out of range.
-    bool ReadDelay(const Json::Value& request, Json::Value& response, unsigned int& delayMs);
+    // The delay of a request's params; an error and its reason when out of range or when
+    // the queue is not prepared.
+    EError CheckDelay(const Json::Value& request, unsigned int& delayMs, std::string& reason) const;
     void Schedule(const Json::Value& request, Json::Value& response, unsigned int delayMs);
     void RunQueue();
     double PeriodUs() const;
