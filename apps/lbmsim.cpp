@@ -13,7 +13,6 @@
 // and off (a module that stops answering, and comes back). SIGINT or SIGTERM ends it.
 
 #include <signal.h>
-#include <sys/prctl.h>
 
 #include <atomic>
 #include <cstdio>
@@ -23,6 +22,7 @@
 
 #include "CException.h"
 #include "CSimLaserModule.h"
+#include "ProgramOptions.h"
 #include "time/CMonotonicClockHighResPosix.h"
 
 namespace {
@@ -69,7 +69,7 @@ int main(int argc, char** argv) {
         } else if (option == "--quiet") {
             quiet = true;
         } else if (option == "--exit-with-parent") {
-            prctl(PR_SET_PDEATHSIG, SIGTERM);
+            ExitWithParent();
         } else {
             return Usage(argv[0]);
         }

@@ -10,7 +10,6 @@
 // dies, so a supervisor killed outright leaves no front-end holding the ASCII port.
 
 #include <signal.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -20,6 +19,7 @@
 #include <string>
 
 #include "CException.h"
+#include "ProgramOptions.h"
 #include "RuntimeRoot.h"
 #include "ascii/CVeltraneSerialHandler.h"
 #include "link/CEventLink.h"
@@ -39,13 +39,6 @@ void OnStopSignal(int) {
 }
 
 void OnUsbSignal(int) { CSerialHandler::SetUsbAdapterPlugged(); }
-
-void Install(int signalNumber, void (*handler)(int)) {
-    struct sigaction action {};
-    action.sa_handler = handler;
-    sigemptyset(&action.sa_mask);
-    sigaction(signalNumber, &action, nullptr);
-}
 
 int Usage(const char* program) {
     fprintf(stderr, "usage: %s [--root DIR] [--log-level 3..7] [--error-socket PATH] [--exit-with-parent]\n",
@@ -72,9 +65,7 @@ int main(int argc, char** argv) {
         if (option == "--root") {
             root = argv[++i];
         } else if (option == "--log-level") {
-            char* end = nullptr;
-            level = static_cast<int>(strtol(argv[++i], &end, 10));
-            if (*end != '\0' || level < LOG_LEVEL_ERROR || level > LOG_LEVEL_DEBUG) {
+            if (!ParseNumber(argv[++i], LOG_LEVEL_ERROR, LOG_LEVEL_DEBUG, level)) {
                 return Usage(argv[0]);
             }
         } else if (option == "--error-socket") {
@@ -106,15 +97,13 @@ int main(int argc, char** argv) {
         CVeltraneSerialHandler handler(log, &link, &security);
         handler.SetErrorSocketPath(errorSocket);
         g_handler = &handler;
-        Install(SIGINT, OnStopSignal);
-        Install(SIGTERM, OnStopSignal);
-        Install(SIGUSR1, OnUsbSignal);
+        OnStopSignals(OnStopSignal);
+        struct sigaction usb {};
+        usb.sa_handler = OnUsbSignal;  // no SA_RESTART: the handler's wait wakes at once
+        sigemptyset(&usb.sa_mask);
+        sigaction(SIGUSR1, &usb, nullptr);
         if (exitWithParent) {
-            const pid_t parent = getppid();
-            prctl(PR_SET_PDEATHSIG, SIGTERM);
-            if (getppid() != parent) {
-                raise(SIGTERM);  // the parent died before the request took effect
-            }
+            ExitWithParent();
         }
         log.LogFYI(FYI_STARTUP, "Serial front-end starting under %s", NRuntimeRoot::GetRoot().c_str());
         handler.Begin(true);

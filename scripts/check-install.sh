@@ -36,7 +36,7 @@ cmake --build "$example" > /dev/null
 
 mkdir -p "$root"
 LD_LIBRARY_PATH="$libdir" $emulator "$stage/usr/bin/vprojector" --root "$root" --ascii-port 0 --jsonrpc-port 0 \
-    --unicast-port 0 --no-serial > "$root/ready" 2> "$root/vprojector.log" &
+    --unicast-port 0 --pjlink-port 0 --no-serial > "$root/ready" 2> "$root/vprojector.log" &
 projector=$!
 waited=0
 until grep -q "^ready" "$root/ready" 2>/dev/null; do

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "CC4jSystem.h"
 #include "CException.h"
 #include "RuntimeRoot.h"
 
@@ -25,10 +26,11 @@ std::string Serial(const std::string& position, uint32_t number) {
 
 }  // namespace
 
-CLampPlant::CLampPlant(const std::vector<SLampConfig>& lamps, unsigned int cooldownS, const IMonotonicClock& clock,
-                       const ILocalTime& wallTime, ILog& log)
+CLampPlant::CLampPlant(const std::vector<SLampConfig>& lamps, unsigned int cooldownS, unsigned int warmupS,
+                       const IMonotonicClock& clock, const ILocalTime& wallTime, ILog& log)
     : m_clock(clock), m_wallTime(wallTime), m_log(log),
-      m_cooldownTotalCounts(uint64_t{cooldownS} * clock.GetFrequency()), m_lastCount(clock.GetCount()) {
+      m_cooldownTotalCounts(uint64_t{cooldownS} * clock.GetFrequency()),
+      m_warmupTotalCounts(uint64_t{warmupS} * clock.GetFrequency()), m_lastCount(clock.GetCount()) {
     std::error_code ignored;
     std::filesystem::create_directories(NRuntimeRoot::Path(kImageDirectory), ignored);
     for (const SLampConfig& config : lamps) {
@@ -44,6 +46,46 @@ CLampPlant::CLampPlant(const std::vector<SLampConfig>& lamps, unsigned int coold
 }
 
 CLampPlant::~CLampPlant() { Flush(); }
+
+void CLampPlant::PublishControls(CEventDispatcher& dispatcher) {
+    m_powerState = std::make_unique<CProjCon>(DT_LIST, dispatcher, *this, kPowerStateCode, false, POWER_STANDBY,
+                                              ACCESS_USER, 0, 0, true);
+    std::vector<SListEntry> states(4);
+    const char* names[] = {"Standby", "On", "Cooling", "Warming up"};
+    for (int i = 0; i < 4; ++i) {
+        states[static_cast<size_t>(i)].value = i;
+        states[static_cast<size_t>(i)].text = names[i];
+    }
+    m_powerState->AddList(states);
+    for (SLamp& lamp : m_lamps) {
+        const std::string suffix = std::string("+") + kLampSubcodePrefix + lamp.position;
+        lamp.hours = std::make_unique<CProjCon>(DT_INTEGER, dispatcher, *this, kLampHoursCode + suffix, false, 0,
+                                                INT32_MAX, 0, ACCESS_USER, 0, 0, 0, true);
+        lamp.type = std::make_unique<CProjCon>(DT_TEXT_FREE, dispatcher, *this, kLampTypeCode + suffix, false, 0,
+                                               static_cast<int>(CLampMemoryDevice::kTypeLength), "", ACCESS_USER, 0, 0, true);
+    }
+    PublishState();
+}
+
+void CLampPlant::PublishState() {
+    if (m_powerState && m_powerState->GetValue() != GetPowerState()) {
+        m_powerState->SetValue(GetPowerState(), CHANGE_STORE_ONLY);
+    }
+    const uint32_t pendingS = static_cast<uint32_t>(m_pendingCounts / CountsPerSecond());
+    for (SLamp& lamp : m_lamps) {
+        if (!lamp.hours || !lamp.device->HasValidLampRecord()) {
+            continue;
+        }
+        const SLmmLampRecord& record = lamp.device->GetHistory().back();
+        const int hours = static_cast<int>(CC4jSystem::RoundedHours(uint64_t{record.usage.OnTimeS()} + pendingS));
+        if (lamp.hours->GetValue() != hours) {
+            lamp.hours->SetValue(hours, CHANGE_STORE_ONLY);
+        }
+        if (lamp.type->GetText() != record.type) {
+            lamp.type->SetText(record.type, CHANGE_STORE_ONLY);
+        }
+    }
+}
 
 void CLampPlant::Open(SLamp& lamp, const std::string& type) {
     const unsigned int index = PositionIndex(lamp.position);
@@ -121,10 +163,12 @@ bool CLampPlant::ApplyControlValue(const std::string& code, int value) {
             return false;
         }
         m_on = true;
+        m_warmupCounts = m_warmupTotalCounts;
         AddUsage(0, 1);
         return true;
     }
     m_on = false;
+    m_warmupCounts = 0;
     Flush();
     m_cooldownCounts = m_cooldownTotalCounts;  // reported by the next Update, after the answer
     return true;
@@ -141,6 +185,8 @@ void CLampPlant::Update() {
         }
     }
     m_cooldownCounts -= std::min<uint64_t>(m_cooldownCounts, elapsed);
+    m_warmupCounts -= std::min<uint64_t>(m_warmupCounts, elapsed);
+    PublishState();
     const unsigned int cooldownS = GetCooldownTimeS();
     if (cooldownS != m_reportedCooldownS) {
         m_reportedCooldownS = cooldownS;
@@ -155,7 +201,10 @@ unsigned int CLampPlant::GetCooldownTimeS() const {
 }
 
 CLampPlant::EPowerState CLampPlant::GetPowerState() const {
-    return m_on ? POWER_ON : m_cooldownCounts > 0 ? POWER_COOLING : POWER_STANDBY;
+    if (m_on) {
+        return m_warmupCounts > 0 ? POWER_WARMING : POWER_ON;
+    }
+    return m_cooldownCounts > 0 ? POWER_COOLING : POWER_STANDBY;
 }
 
 bool CLampPlant::GetLampHistory(std::vector<SLampHistoryEntry>& history) const {

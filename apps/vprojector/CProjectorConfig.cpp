@@ -86,7 +86,7 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
     for (const std::string& member : m_root.getMemberNames()) {
         if (member != "controls" && member != "statusGroups" && member != "users" && member != "menu" &&
             member != "formatter" && member != "laser" && member != "lamps" && member != "power" &&
-            member != "family" && member != "multicast" && member != "unicast") {
+            member != "family" && member != "multicast" && member != "unicast" && member != "pjlink") {
             Fail("", "unknown member \"" + member + "\"");
         }
     }
@@ -118,6 +118,11 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
     }
     CheckLamps();
     CheckGroup();
+    try {
+        GetPjlink();
+    } catch (const CException& e) {
+        Fail("", e.GetMessage());
+    }
     std::set<std::string> codes;
     for (const Json::Value& control : m_root["controls"]) {
         CheckControl(control, codes);
@@ -362,6 +367,8 @@ void CProjectorConfig::BuildStatus(CStatusDb& database) const {
 
 std::string CProjectorConfig::GetSequenceName() const { return m_root["formatter"].get("sequence", "").asString(); }
 
+SPjlinkMapping CProjectorConfig::GetPjlink() const { return SPjlinkMapping::FromJson(m_root["pjlink"], m_root["lamps"]); }
+
 std::string CProjectorConfig::GetMenuFile() const { return m_root.get("menu", "menu.json").asString(); }
 
 void CProjectorConfig::CheckGroup() const {
@@ -398,8 +405,9 @@ void CProjectorConfig::CheckLamps() const {
     }
     if (m_root.isMember("power")) {
         const Json::Value& power = m_root["power"];
-        if (!power.isObject() || !IsIntIn(power.get("cooldownS", 60), 0, 3600)) {
-            Fail("", "\"power\" must be {\"cooldownS\": 0..3600}");
+        if (!power.isObject() || !IsIntIn(power.get("cooldownS", 60), 0, 3600) ||
+            !IsIntIn(power.get("warmupS", 0), 0, 600)) {
+            Fail("", "\"power\" must be {\"cooldownS\": 0..3600, \"warmupS\": 0..600}");
         }
     }
     if (!m_root.isMember("lamps")) {

@@ -10,10 +10,11 @@
 // pre-modulation formatter, default false) and "laser" ({"host": text, "port": 1..65535}: the
 // laser bank module to control; without it the projector runs its own simulated one),
 // "lamps" ([{"position": "A1".."B3", "type": lamp type}], default one lamp at A1 of type
-// "SIM-LAMP"), "power" ({"cooldownS": 0..3600, default 60}) and "family" (the product
+// "SIM-LAMP"), "power" ({"cooldownS": 0..3600, default 60; "warmupS": 0..600, default 0}) and "family" (the product
 // family number "system:getFamily" answers, default 1), "multicast" ({"group": a multicast
 // address, "port", "interface"}, default 239.192.0.1, 3004, "lo") and "unicast"
-// ({"port"}, default 3005, 0 for any free port).
+// ({"port"}, default 3005, 0 for any free port) and "pjlink" (the PJLink front-end's
+// mapping, see SPjlinkMapping).
 // A control: "code", "type" (display type), and where its kind uses them: "persistent"
 // (false), "min", "max", "default" (a number, or a text for types 300..399), "access"
 // (2), "name", "help" (text ids), "decimals", "readOnly", "softMin", "softMax",
@@ -40,6 +41,7 @@
 
 #include "CLampPlant.h"
 #include "CSyncPlant.h"
+#include "SPjlinkMapping.h"
 #include "control/CProjCon.h"
 #include "dispatch/CEventDispatcher.h"
 #include "status/CStatusDb.h"
@@ -88,6 +90,9 @@ public:
     std::vector<CLampPlant::SLampConfig> GetLamps() const;
     CSyncPlant::SConfig GetGroup() const;
     unsigned int GetCooldownS() const { return m_root["power"].get("cooldownS", 60).asUInt(); }
+    unsigned int GetWarmupS() const { return m_root["power"].get("warmupS", 0).asUInt(); }
+    // Throws CException for a mapping that is not right.
+    SPjlinkMapping GetPjlink() const;
     unsigned int GetFamily() const { return m_root.get("family", 1).asUInt(); }
     static constexpr const char* kDefaultLampType = "SIM-LAMP";
 

@@ -10,14 +10,17 @@
 //                    session, macro, system, sim); simulated GPIO inputs feed the macros
 //   lamp plant: simulated NFC lamp tags and the power control "POW" behind them
 //   sync plant: the JSON-RPC multicast group and unicast server with the "sync" module
-//   child process: the ASCII serial front-end, restarted when it dies
+//   child processes: the ASCII serial front-end and the PJLink front-end, each restarted
+//                    when it dies
 //   laser plant: the configured laser bank module, or lbmsim run as a second child
 //
 //   vprojector [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N]
-//              [--unicast-port N] [--log-level 3..7] [--no-serial]
+//              [--unicast-port N] [--pjlink-port N] [--log-level 3..7] [--no-serial]
+//              [--no-pjlink]
 //
 // When every server listens it prints exactly one line to standard output:
-//   ready ascii=<port> jsonrpc=<port> ipc=<socket path> unicast=<port>
+//   ready ascii=<port> jsonrpc=<port> ipc=<socket path> unicast=<port> pjlink=<port>
+// (a port of 0: that front-end is not run). A port option of 0 picks a free port.
 // SIGINT or SIGTERM: stop accepting, save stored values, stop the child, exit 0.
 // A bad configuration: one message on standard error, exit status 2.
 
@@ -33,6 +36,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "CC4jControl.h"
 #include "CC4jMenu.h"
@@ -53,6 +57,7 @@
 #include "CSimModule.h"
 #include "CSyncPlant.h"
 #include "NFileUtil.h"
+#include "ProgramOptions.h"
 #include "RuntimeRoot.h"
 #include "control/CFlashStorage.h"
 #include "log/CLogConsole.h"
@@ -89,33 +94,25 @@ struct SOptions {
     int asciiPort = -1;  // -1: the configuration's "NET"+"PORT"
     int jsonPort = kDefaultJsonRpcPort;
     int unicastPort = -1;  // -1: the configuration's
+    int pjlinkPort = -1;   // -1: the configuration's
     int logLevel = LOG_LEVEL_INFO;
     bool serial = true;
+    bool pjlink = true;
 };
 
 int Usage(const char* program) {
     fprintf(stderr,
             "usage: %s [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N] [--unicast-port N] "
-            "[--log-level 3..7] [--no-serial]\n",
+            "[--pjlink-port N] [--log-level 3..7] [--no-serial] [--no-pjlink]\n",
             program);
     return 2;
-}
-
-bool ParseNumber(const char* text, int low, int high, int& value) {
-    char* end = nullptr;
-    const long parsed = strtol(text, &end, 10);
-    if (*text == '\0' || *end != '\0' || parsed < low || parsed > high) {
-        return false;
-    }
-    value = static_cast<int>(parsed);
-    return true;
 }
 
 bool ParseOptions(int argc, char** argv, SOptions& options) {
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
-        if (option == "--no-serial") {
-            options.serial = false;
+        if (option == "--no-serial" || option == "--no-pjlink") {
+            (option == "--no-serial" ? options.serial : options.pjlink) = false;
             continue;
         }
         if (i + 1 >= argc) {
@@ -136,6 +133,10 @@ bool ParseOptions(int argc, char** argv, SOptions& options) {
             }
         } else if (option == "--unicast-port") {
             if (!ParseNumber(value, 0, 65535, options.unicastPort)) {
+                return false;
+            }
+        } else if (option == "--pjlink-port") {
+            if (!ParseNumber(value, 0, 65535, options.pjlinkPort)) {
                 return false;
             }
         } else if (option == "--log-level") {
@@ -176,26 +177,27 @@ bool IsListening(int port) {
     return listening;
 }
 
-// Prints the ready line once the serial front-end's server accepts connections.
+// Prints the ready line once the front-ends' servers accept connections.
 class CReadyAnnouncer : public IPeriodicTask {
 public:
-    CReadyAnnouncer(ILog& log, const IMonotonicClock& clock, int asciiPort, int jsonPort, std::string ipc,
-                    int unicastPort, bool wait)
-        : m_log(log), m_timeout(clock, 20000), m_asciiPort(asciiPort), m_jsonPort(jsonPort), m_ipc(std::move(ipc)),
-          m_unicastPort(unicastPort), m_wait(wait) {}
+    // A port of 0 in `waitFor` is not waited for.
+    CReadyAnnouncer(ILog& log, const IMonotonicClock& clock, std::string line, std::vector<int> waitFor)
+        : m_log(log), m_timeout(clock, 20000), m_line(std::move(line)), m_waitFor(std::move(waitFor)) {}
 
     void Update() override {
         if (m_done) {
             return;
         }
-        if (m_wait && !IsListening(m_asciiPort)) {
-            if (m_timeout.IsExpired() && !m_warned) {
-                m_log.LogError("The ASCII front-end is not listening on port %d yet", m_asciiPort);
-                m_warned = true;
+        for (int port : m_waitFor) {
+            if (port > 0 && !IsListening(port)) {
+                if (m_timeout.IsExpired() && !m_warned) {
+                    m_log.LogError("A front-end is not listening on port %d yet", port);
+                    m_warned = true;
+                }
+                return;
             }
-            return;
         }
-        printf("ready ascii=%d jsonrpc=%d ipc=%s unicast=%d\n", m_asciiPort, m_jsonPort, m_ipc.c_str(), m_unicastPort);
+        printf("%s\n", m_line.c_str());
         fflush(stdout);
         m_done = true;
     }
@@ -203,11 +205,8 @@ public:
 private:
     ILog& m_log;
     CTimer m_timeout;
-    int m_asciiPort;
-    int m_jsonPort;
-    std::string m_ipc;
-    int m_unicastPort;
-    bool m_wait;
+    std::string m_line;
+    std::vector<int> m_waitFor;
     bool m_done = false;
     bool m_warned = false;
 };
@@ -331,8 +330,9 @@ int main(int argc, char** argv) {
             hardware.AddPlant(CFormatterPlant::kRateCode, *formatter);
         }
         CSystemLocalTime localTime;
-        CLampPlant lamps(config->GetLamps(), config->GetCooldownS(), clock, localTime, log);
+        CLampPlant lamps(config->GetLamps(), config->GetCooldownS(), config->GetWarmupS(), clock, localTime, log);
         hardware.AddPlant(CLampPlant::kPowerCode, lamps);
+        lamps.PublishControls(dispatcher);
         CFlashStorage storage(dispatcher, log, clock);
         storage.BindAllPersistent();
         storage.LoadAll();
@@ -413,16 +413,32 @@ int main(int argc, char** argv) {
             dispatcher.AddPeriodicTask(*laser);
             laser->Start();
         }
-        CReadyAnnouncer ready(log, clock, options.serial ? asciiPort : 0, json.GetPort(), ipcPath,
-                              sync.GetUnicastPort(), options.serial);
+        // The PJLink front-end, on the configured port or the one the options give.
+        int pjlinkPort = 0;
+        std::unique_ptr<CChildSupervisor> pjlink;
+        if (options.pjlink) {
+            pjlinkPort = options.pjlinkPort < 0   ? config->GetPjlink().port
+                         : options.pjlinkPort == 0 ? FreeTcpPort()
+                                                   : options.pjlinkPort;
+            pjlink = std::make_unique<CChildSupervisor>(
+                log, clock, SiblingPath("pjlink_frontend"),
+                std::vector<std::string>{"--root", NRuntimeRoot::GetRoot(), "--config", config->GetPath(), "--port",
+                                         std::to_string(pjlinkPort), "--log-level", std::to_string(options.logLevel),
+                                         "--exit-with-parent"});
+            pjlink->Start();
+            dispatcher.AddPeriodicTask(*pjlink);
+            keepAlive.Add(*pjlink);
+        }
+        const int shownAscii = options.serial ? asciiPort : 0;
+        const std::string readyLine = "ready ascii=" + std::to_string(shownAscii) +
+                                      " jsonrpc=" + std::to_string(json.GetPort()) + " ipc=" + ipcPath +
+                                      " unicast=" + std::to_string(sync.GetUnicastPort()) +
+                                      " pjlink=" + std::to_string(pjlinkPort);
+        CReadyAnnouncer ready(log, clock, readyLine, {shownAscii, pjlinkPort});
         dispatcher.AddPeriodicTask(ready);
 
         g_loop = &loop;
-        struct sigaction action {};
-        action.sa_handler = OnStopSignal;
-        sigemptyset(&action.sa_mask);
-        sigaction(SIGINT, &action, nullptr);
-        sigaction(SIGTERM, &action, nullptr);
+        OnStopSignals(OnStopSignal);
 
         loop.Run();
 
@@ -444,6 +460,10 @@ int main(int argc, char** argv) {
         if (laserSim) {
             dispatcher.RemovePeriodicTask(*laserSim);
             laserSim->Stop();
+        }
+        if (pjlink) {
+            dispatcher.RemovePeriodicTask(*pjlink);
+            pjlink->Stop();
         }
     } catch (const CException& e) {
         fprintf(stderr, "vprojector: %s\n", e.what());

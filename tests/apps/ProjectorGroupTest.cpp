@@ -93,7 +93,7 @@ protected:
         root.WriteFile(dir + "/etc/menu.json", CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/menu.json"));
         std::vector<std::string> command =
             EmulatedCommand({VPROJECTOR, "--root", root.Path(dir), "--config", configFile, "--ascii-port", "0",
-                             "--jsonrpc-port", "0", "--unicast-port", "0", "--no-serial"});
+                             "--jsonrpc-port", "0", "--unicast-port", "0", "--no-serial", "--no-pjlink"});
         if (!member.netns.empty()) {
             command.insert(command.begin(), {"/sbin/ip", "netns", "exec", member.netns});
         }

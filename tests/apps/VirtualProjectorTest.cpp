@@ -25,42 +25,13 @@
 #include <vector>
 
 #include "ChildProcess.h"
+#include "RpcClient.h"
 #include "JsonText.h"
-#include "CJsonRpcTcpClient.h"
 #include "TempRoot.h"
 #include "link/CEventLink.h"
 #include "log/CLogger.h"
 
 namespace {
-
-// A JSON-RPC connection.
-class CRpc {
-public:
-    explicit CRpc(int port) : m_client("127.0.0.1", static_cast<unsigned short>(port)) {}
-
-    // The whole response object of one request (no notification may come before it).
-    Json::Value Call(const std::string& method, const std::string& params = "") {
-        Json::Value request = J(R"({"jsonrpc": "2.0"})");
-        request["id"] = ++m_id;
-        request["method"] = method;
-        if (!params.empty()) {
-            request["params"] = J(params);
-        }
-        m_client.Send(Json::writeString(Json::StreamWriterBuilder(), request));
-        const Json::Value response = Next();
-        EXPECT_EQ(response["id"], m_id) << method << ": " << response;
-        return response;
-    }
-    // The next message from the server, or null after 10 s.
-    Json::Value Next() {
-        std::string text;
-        return m_client.Recv(text, 10000) ? J(text) : Json::Value();
-    }
-
-private:
-    CJsonRpcTcpClient m_client;
-    int m_id = 0;
-};
 
 sockaddr_in Loopback(int port) {
     sockaddr_in address{};
@@ -106,7 +77,7 @@ protected:
         int out[2];
         ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
         projector = Spawn({VPROJECTOR, "--root", root.GetDir(), "--ascii-port", "0", "--jsonrpc-port", "0",
-                           "--unicast-port", "0"},
+                           "--unicast-port", "0", "--no-pjlink"},
                           out[1],
                           root.Path("/vprojector.log"));
         close(out[1]);

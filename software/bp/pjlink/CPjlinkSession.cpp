@@ -14,6 +14,9 @@ std::string Response(char pjlinkClass, const std::string& command, const std::st
 
 }  // namespace
 
+// A NUL cannot come from a password file's line, so no configured password equals it.
+const std::string CPjlinkSession::kRefuseAll(1, '\0');
+
 CPjlinkSession::CPjlinkSession(IPjlinkCommands& commands, const std::string& password, const std::string& random,
                                uint64_t nowMs)
     : m_commands(commands), m_password(password), m_random(random), m_authenticated(password.empty()),
@@ -58,8 +61,12 @@ std::string CPjlinkSession::Receive(const char* data, size_t size, uint64_t nowM
 }
 
 std::string CPjlinkSession::HandleLine(std::string line) {
+    if (!line.empty() && line[0] == '\n') {
+        line.erase(0, 1);  // a client that ends its lines with CR LF
+    }
     if (!m_authenticated) {
-        if (line.size() < kDigestLength || line.compare(0, kDigestLength, Md5Hex(m_random + m_password)) != 0) {
+        if (m_password == kRefuseAll || line.size() < kDigestLength ||
+            line.compare(0, kDigestLength, Md5Hex(m_random + m_password)) != 0) {
             m_closed = true;
             return "PJLINK ERRA\r";
         }

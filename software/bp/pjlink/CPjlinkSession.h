@@ -30,14 +30,17 @@ public:
     static constexpr uint64_t kIdleMs = 30000;
 
     // `random`: the 8 hex digits of this connection's challenge (only used with a
-    // password); `nowMs`: any monotonic time in milliseconds.
+    // password); `nowMs`: any monotonic time in milliseconds. A session made with
+    // kRefuseAll as its password asks for a password and accepts none (the owner could not
+    // read the password it is to check).
+    static const std::string kRefuseAll;
     CPjlinkSession(IPjlinkCommands& commands, const std::string& password, const std::string& random, uint64_t nowMs);
 
     std::string Greeting() const;
     // The bytes to send back for what arrived.
     std::string Receive(const char* data, size_t size, uint64_t nowMs);
     bool IsClosed() const { return m_closed; }
-    bool IsIdle(uint64_t nowMs) const { return nowMs - m_lastInputMs >= kIdleMs; }
+    bool IsIdle(uint64_t nowMs, uint64_t idleMs = kIdleMs) const { return nowMs - m_lastInputMs >= idleMs; }
 
     // MD5 of a text as 32 lower-case hex digits.
     static std::string Md5Hex(const std::string& text);

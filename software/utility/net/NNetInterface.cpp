@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
-namespace NNetInterface {
+namespace {
 
-bool GetIPv4Address(const std::string& name, in_addr& address) {
+// One interface request; false with errno set.
+bool Ask(const std::string& name, unsigned long question, ifreq& request) {
     if (name.empty() || name.size() >= IFNAMSIZ) {
         errno = ENODEV;
         return false;
@@ -19,19 +21,40 @@ bool GetIPv4Address(const std::string& name, in_addr& address) {
     if (fd < 0) {
         return false;
     }
-    ifreq request{};
     memcpy(request.ifr_name, name.c_str(), name.size());
-    request.ifr_addr.sa_family = AF_INET;
-    const bool ok = ioctl(fd, SIOCGIFADDR, &request) == 0;
+    const bool ok = ioctl(fd, question, &request) == 0;
     const int error = errno;
     close(fd);
-    if (!ok) {
-        errno = error;
+    errno = error;
+    return ok;
+}
+
+}  // namespace
+
+namespace NNetInterface {
+
+bool GetIPv4Address(const std::string& name, in_addr& address) {
+    ifreq request{};
+    request.ifr_addr.sa_family = AF_INET;
+    if (!Ask(name, SIOCGIFADDR, request)) {
         return false;
     }
     sockaddr_in found{};
     memcpy(&found, &request.ifr_addr, sizeof found);
     address = found.sin_addr;
+    return true;
+}
+
+bool GetMacAddress(const std::string& name, std::string& mac) {
+    ifreq request{};
+    if (!Ask(name, SIOCGIFHWADDR, request)) {
+        return false;
+    }
+    char text[18];
+    const auto* bytes = reinterpret_cast<const unsigned char*>(request.ifr_hwaddr.sa_data);
+    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", bytes[0], bytes[1], bytes[2], bytes[3], bytes[4],
+             bytes[5]);
+    mac = text;
     return true;
 }
 

@@ -13,6 +13,10 @@ namespace NNetInterface {
 // not exist or has none.
 bool GetIPv4Address(const std::string& name, in_addr& address);
 
+// The interface's hardware address as "xx:xx:xx:xx:xx:xx" in lower-case hex
+// (SIOCGIFHWADDR); false with errno set when the interface does not exist.
+bool GetMacAddress(const std::string& name, std::string& mac);
+
 // Ties a socket to the interface (SO_BINDTODEVICE); false with errno set.
 bool BindToDevice(int socket, const std::string& name);
 

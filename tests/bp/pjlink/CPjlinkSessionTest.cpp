@@ -38,9 +38,18 @@ TEST(CPjlinkSession, APasswordIsCheckedOnceThroughTheDigestOfTheChallenge) {
     EXPECT_EQ(guarded.Greeting(), "PJLINK 1 a572f60c\r");
     EXPECT_EQ(Feed(guarded, "e3d97429adffa11bce1f7275813d4bde%1POWR 1\r%1NAME ?\r"), "%1POWR=OK\r%1NAME=Hall\r");
 
-    for (const char* wrong : {"e3d97429adffa11bce1f7275813d4bdf%1POWR ?\r", "%1POWR ?\r"}) {
-        CPjlinkSession refused(projector, "password", "a572f60c", 0);
-        EXPECT_EQ(Feed(refused, std::string(wrong) + "%1POWR ?\r"), "PJLINK ERRA\r") << wrong;
+    // A wrong digest, none, or a password the owner could not read: refused and closed.
+    const struct {
+        const char* password;
+        const char* line;
+    } refusals[] = {{"password", "e3d97429adffa11bce1f7275813d4bdf%1POWR ?\r"},
+                    {"password", "%1POWR ?\r"},
+                    {CPjlinkSession::kRefuseAll.c_str(), "e3d97429adffa11bce1f7275813d4bde%1POWR ?\r"}};
+    for (const auto& refusal : refusals) {
+        const std::string password = refusal.password[0] ? refusal.password : CPjlinkSession::kRefuseAll;
+        CPjlinkSession refused(projector, password, "a572f60c", 0);
+        EXPECT_EQ(refused.Greeting(), "PJLINK 1 a572f60c\r");
+        EXPECT_EQ(Feed(refused, std::string(refusal.line) + "%1POWR ?\r"), "PJLINK ERRA\r") << refusal.line;
         EXPECT_TRUE(refused.IsClosed());
     }
     EXPECT_EQ(projector.calls, (std::vector<std::string>{"1POWR ?", "1POWR 1", "1NAME ?"}));
@@ -69,6 +78,7 @@ TEST(CPjlinkSession, MalformedOrOverlongLinesAreAnsweredWhereTheirCommandCanBeRe
         {"%3POWR ?\r", "%3POWR=ERR1\r"},
         {"%1powr ?\r", "%1powr=ERR1\r"},
         {"%1POWR?\r", "%1POWR=ERR1\r"},
+        {"%1NAME ?\r\n", "%1NAME=Hall\r"},  // CR LF: the LF is no part of the next line
         {"%1PO\r", ""},
         {"POWR ?\r", ""},
         {std::string("%1\x01WR ?\r"), ""},
