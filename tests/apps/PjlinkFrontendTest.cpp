@@ -224,6 +224,16 @@ TEST_F(CPjlinkFrontendTest, EveryCommandOfBothClassesActsOnTheSameControls) {
     EXPECT_EQ(client.Ask("%2ERST ?"), "%2ERST=010002");
 }
 
+TEST_F(CPjlinkFrontendTest, ALampWhoseMemoryCannotBeReadIsAProjectorFailure) {
+    root.MakeDir("/var/sim/lamp/A1.tag");  // the tag image cannot be opened: the lamp is left out
+    ASSERT_NO_FATAL_FAILURE(Start());
+    CPjlinkClient client(port);
+    EXPECT_EQ(client.Line(), "PJLINK 0");
+    EXPECT_EQ(client.Ask("%1LAMP ?"), "%1LAMP=ERR4");
+    EXPECT_EQ(client.Ask("%2RLMP ?"), "%2RLMP=ERR4");
+    EXPECT_EQ(client.Ask("%1POWR ?"), "%1POWR=0");
+}
+
 TEST_F(CPjlinkFrontendTest, SearchLinkUpAndChangesMadeElsewhereAreAnnouncedByUdp) {
     ASSERT_TRUE(bound);
     ASSERT_NO_FATAL_FAILURE(Start());

@@ -34,13 +34,13 @@ EError CPjlinkProjector::Guarded(const std::string& joined, TExchange exchange) 
 
 EError CPjlinkProjector::Get(const std::string& joined, int& value) {
     return Guarded(joined, [&](const std::string& code, const std::string& subcode) {
-        return m_link.GetValue(m_mapping.accessLevel, code, subcode, value);
+        return m_link.GetValue(m_mapping.accessLevel, code, subcode, value, kTimeoutMs);
     });
 }
 
 EError CPjlinkProjector::GetText(const std::string& joined, std::string& text) {
     return Guarded(joined, [&](const std::string& code, const std::string& subcode) {
-        return m_link.GetText(m_mapping.accessLevel, code, subcode, text);
+        return m_link.GetText(m_mapping.accessLevel, code, subcode, text, kTimeoutMs);
     });
 }
 
@@ -215,7 +215,7 @@ std::string CPjlinkProjector::Errors() {
         for (const std::string& group : groups) {
             std::list<SStatus> items;
             const EError error = Guarded(group, [&](const std::string&, const std::string&) {
-                return m_link.GetStatusGroup(m_mapping.accessLevel, group, items);
+                return m_link.GetStatusGroup(m_mapping.accessLevel, group, items, kTimeoutMs);
             });
             if (error != ERR_NONE) {
                 return ErrorAnswer(error);
@@ -242,12 +242,18 @@ std::string CPjlinkProjector::Lamps() {
             error = Get(m_mapping.lampHours + "+LP" + position, hours);
         }
         if (error != ERR_NONE) {
-            return ErrorAnswer(error);
+            return LampAnswer(error);
         }
         const bool lit = state == 1 || state == 3;
         answer += (answer.empty() ? "" : " ") + std::to_string(std::min(std::max(hours, 0), 99999)) + (lit ? " 1" : " 0");
     }
     return answer;
+}
+
+std::string CPjlinkProjector::LampAnswer(EError error) {
+    // A configured lamp without its controls: its lamp memory could not be read.
+    const bool missing = error == ERR_CONTROL_NOT_FOUND || error == ERR_SUBCONTROL_NOT_FOUND;
+    return missing ? kFailure : ErrorAnswer(error);
 }
 
 std::string CPjlinkProjector::Inputs(char pjlinkClass) {
@@ -335,7 +341,7 @@ std::string CPjlinkProjector::LampTypes() {
         std::string type;
         const EError error = GetText(m_mapping.lampType + "+LP" + position, type);
         if (error != ERR_NONE) {
-            return ErrorAnswer(error);
+            return LampAnswer(error);
         }
         if (!type.empty() && (" " + types + " ").find(" " + type + " ") == std::string::npos) {
             types += (types.empty() ? "" : " ") + type;

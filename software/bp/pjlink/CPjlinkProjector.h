@@ -18,7 +18,8 @@
 // ERST: each digit is the highest alarm severity among the category's status groups:
 // severity 1 is a warning ("1"), 2 and 3 are errors ("2").
 // LAMP: "<hours> <on>" per lamp position, hours capped at 99999; a lamp is on while the
-// power state is on or warming up.
+// power state is on or warming up. LAMP and RLMP answer ERR4 when a configured lamp has no
+// controls (its lamp memory could not be read).
 // SVOL and MVOL step the control by one; at its limit the step answers OK and changes
 // nothing.
 //
@@ -67,6 +68,7 @@ private:
     EError GetText(const std::string& code, std::string& text);
     EError Set(const std::string& code, int value);
     static std::string ErrorAnswer(EError error);
+    static std::string LampAnswer(EError error);
 
     CEventLink& m_link;
     SPjlinkMapping m_mapping;

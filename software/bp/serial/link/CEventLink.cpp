@@ -182,10 +182,10 @@ EError CEventLink::SendRequest(int accessLevel, CIpcMessage& request, std::list<
 }
 
 EError CEventLink::ReadOne(int accessLevel, const std::string& code, const std::string& subcode,
-                           CIpcMessage& reply) {
+                           CIpcMessage& reply, unsigned int timeoutMs) {
     CIpcMessage request = Message(code, subcode);
     std::list<CIpcMessage> replies;
-    const EError result = SendRequest(accessLevel, request, replies, kDefaultTimeoutMs);
+    const EError result = SendRequest(accessLevel, request, replies, timeoutMs);
     if (result != ERR_NONE) {
         return result;
     }
@@ -196,10 +196,11 @@ EError CEventLink::ReadOne(int accessLevel, const std::string& code, const std::
     return ERR_NONE;
 }
 
-EError CEventLink::GetValue(int accessLevel, const std::string& code, const std::string& subcode, int& value) {
+EError CEventLink::GetValue(int accessLevel, const std::string& code, const std::string& subcode, int& value,
+                            unsigned int timeoutMs) {
     value = 0;
     CIpcMessage reply;
-    const EError result = ReadOne(accessLevel, code, subcode, reply);
+    const EError result = ReadOne(accessLevel, code, subcode, reply, timeoutMs);
     int read = 0;
     if (result == ERR_NONE && !reply.GetArg(0, read)) {
         return ERR_CONTROL_NOT_FOUND;
@@ -208,10 +209,11 @@ EError CEventLink::GetValue(int accessLevel, const std::string& code, const std:
     return result;
 }
 
-EError CEventLink::GetText(int accessLevel, const std::string& code, const std::string& subcode, std::string& text) {
+EError CEventLink::GetText(int accessLevel, const std::string& code, const std::string& subcode, std::string& text,
+                           unsigned int timeoutMs) {
     text.clear();
     CIpcMessage reply;
-    const EError result = ReadOne(accessLevel, code, subcode, reply);
+    const EError result = ReadOne(accessLevel, code, subcode, reply, timeoutMs);
     if (result == ERR_NONE && !reply.IsTextArg(0)) {
         return ERR_CONTROL_NOT_FOUND;
     }
@@ -257,12 +259,13 @@ EError CEventLink::GetStatus(int accessLevel, const std::string& group, short in
                                                                                          : ERR_INVALID_PARAMETER;
 }
 
-EError CEventLink::GetStatusGroup(int accessLevel, const std::string& group, std::list<SStatus>& items) {
+EError CEventLink::GetStatusGroup(int accessLevel, const std::string& group, std::list<SStatus>& items,
+                                  unsigned int timeoutMs) {
     items.clear();
     CIpcMessage request;
     NStatusMessage::MakeGroupRequest(request, group);
     std::list<CIpcMessage> replies;
-    const EError result = SendRequest(accessLevel, request, replies, kDefaultTimeoutMs);
+    const EError result = SendRequest(accessLevel, request, replies, timeoutMs);
     if (result != ERR_NONE) {
         return result;
     }

@@ -81,15 +81,18 @@ public:
     // Typed reads and writes. A failed read leaves 0 (or "") in the output. A set sends the
     // new value as argument 0; with readBack the value (text) that now stands, which the
     // controller returns even when it refused, is written back into the argument.
-    EError GetValue(int accessLevel, const std::string& code, const std::string& subcode, int& value);
-    EError GetText(int accessLevel, const std::string& code, const std::string& subcode, std::string& text);
+    EError GetValue(int accessLevel, const std::string& code, const std::string& subcode, int& value,
+                    unsigned int timeoutMs = kDefaultTimeoutMs);
+    EError GetText(int accessLevel, const std::string& code, const std::string& subcode, std::string& text,
+                   unsigned int timeoutMs = kDefaultTimeoutMs);
     EError SetValue(int accessLevel, const std::string& code, const std::string& subcode, int& value, bool readBack,
                     unsigned int timeoutMs = kDefaultTimeoutMs);
     EError SetText(int accessLevel, const std::string& code, const std::string& subcode, std::string& text,
                    bool readBack, unsigned int timeoutMs = kDefaultTimeoutMs);
 
     EError GetStatus(int accessLevel, const std::string& group, short index, SStatus& status);
-    EError GetStatusGroup(int accessLevel, const std::string& group, std::list<SStatus>& items);
+    EError GetStatusGroup(int accessLevel, const std::string& group, std::list<SStatus>& items,
+                          unsigned int timeoutMs = kDefaultTimeoutMs);
     EError GetGlobalAlerts(int accessLevel, SStatusConditionSet& alerts);
 
     EError NotifyRegister(const std::list<SControlSet>& controls, const std::string& address);
@@ -116,7 +119,8 @@ private:
     EError WithRetries(int accessLevel, CIpcMessage& message, std::list<CIpcMessage>& replies, unsigned int timeoutMs);
     EError SendNotifyRequest(CIpcMessage& request);
     // A request answered by exactly one reply (the reads of GetValue and GetText).
-    EError ReadOne(int accessLevel, const std::string& code, const std::string& subcode, CIpcMessage& reply);
+    EError ReadOne(int accessLevel, const std::string& code, const std::string& subcode, CIpcMessage& reply,
+                   unsigned int timeoutMs);
     // One "NOT" command for the list; first/second pick the modifier (MakeNotifyMessage).
     EError SendRegistrations(const std::list<SControlSet>& controls, const std::string& address, bool first,
                              bool second);
