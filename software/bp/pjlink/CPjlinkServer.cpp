@@ -173,7 +173,7 @@ void CPjlinkServer::Run() {
             Notify("POWR", m_projector.PowerStatus(), m_lastPower);
             Notify("INPT", m_projector.InputStatus(), m_lastInput);
         }
-        if (now >= m_nextErrorCheckMs) {
+        if (m_haveController && now >= m_nextErrorCheckMs) {  // no one to tell: no reads
             m_nextErrorCheckMs = now + kErrorCheckMs;
             Notify("ERST", m_projector.ErrorStatus(), m_lastErrors);
         }

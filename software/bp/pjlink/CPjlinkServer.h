@@ -17,8 +17,8 @@
 //   notices  "%2LKUP=<MAC>" CR to the link-up address at start; "%2POWR=", "%2INPT=" and
 //            "%2ERST=" with the new data when the power state or input changes (from the
 //            controller's change notifications) or the error status changes (checked
-//            every second), sent to the controller heard from last (a TCP connection or a
-//            search), at the PJLink port.
+//            every second once a controller is known), sent to the controller heard from
+//            last (a TCP connection or a search), at the PJLink port.
 //
 // The UDP socket shares its port (SO_REUSEADDR), so a controller on the same host can
 // bind the PJLink port on an address of its own.
