@@ -192,14 +192,13 @@ void CPjlinkServer::Accept() {
         close(fd);
         return;
     }
-    m_controller = peer;
-    m_haveController = true;
     std::string password;
     if (!ReadPassword(password)) {
         password = CPjlinkSession::kRefuseAll;
     }
     SClient client;
     client.fd = fd;
+    client.peer = peer;
     client.session = std::make_unique<CPjlinkSession>(m_projector, password, Random(), NowMs());
     client.pending = client.session->Greeting();
     if (Flush(client)) {
@@ -218,7 +217,12 @@ bool CPjlinkServer::Read(SClient& client, uint64_t nowMs) {
     if (got == 0) {
         return false;
     }
-    client.pending += client.session->Receive(buffer, static_cast<size_t>(got), nowMs);
+    const std::string answers = client.session->Receive(buffer, static_cast<size_t>(got), nowMs);
+    if (!answers.empty() && !client.session->IsClosed()) {
+        m_controller = client.peer;  // a controller that was answered, not a mere probe
+        m_haveController = true;
+    }
+    client.pending += answers;
     if (client.pending.size() > kMaxPending) {
         m_log.LogWarning("PJLink: a client does not read its answers; closing it");
         return false;

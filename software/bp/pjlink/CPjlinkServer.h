@@ -18,7 +18,8 @@
 //            "%2ERST=" with the new data when the power state or input changes (from the
 //            controller's change notifications) or the error status changes (checked
 //            every second once a controller is known), sent to the controller heard from
-//            last (a TCP connection or a search), at the PJLink port.
+//            last (the last search, or the last connection whose command was answered), at
+//            the PJLink port.
 //
 // The UDP socket shares its port (SO_REUSEADDR), so a controller on the same host can
 // bind the PJLink port on an address of its own.
@@ -57,6 +58,7 @@ public:
 private:
     struct SClient {
         int fd = -1;
+        sockaddr_in peer{};
         std::unique_ptr<CPjlinkSession> session;
         std::string pending;
     };
