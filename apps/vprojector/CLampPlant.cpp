@@ -165,12 +165,14 @@ bool CLampPlant::ApplyControlValue(const std::string& code, int value) {
         m_on = true;
         m_warmupCounts = m_warmupTotalCounts;
         AddUsage(0, 1);
+        PublishState();  // a reader that asks right after the answer sees the new state
         return true;
     }
     m_on = false;
     m_warmupCounts = 0;
     Flush();
     m_cooldownCounts = m_cooldownTotalCounts;  // reported by the next Update, after the answer
+    PublishState();
     return true;
 }
 
