@@ -32,9 +32,12 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -150,12 +153,40 @@ bool ParseOptions(int argc, char** argv, SOptions& options) {
     return true;
 }
 
-// A port no one listens on now, for "--ascii-port 0".
+// True when both a TCP and a UDP socket can be bound to the port on every address now.
+bool IsPortFree(int port) {
+    bool free = true;
+    for (int type : {SOCK_STREAM, SOCK_DGRAM}) {
+        const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<unsigned short>(port));
+        free = free && fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+        close(fd);
+    }
+    return free;
+}
+
+// A port no one uses now (TCP and UDP) and not handed out before, for a port option of
+// 0. It is taken below the kernel's range of ports for outgoing connections, so that no
+// connection made before the child binds it can take it; the kernel's own choice is the
+// fallback.
 int FreeTcpPort() {
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    static std::minstd_rand random(static_cast<unsigned int>(getpid()) ^ static_cast<unsigned int>(time(nullptr)));
+    static std::set<int> handedOut;
+    int firstOutgoing = 32768;
+    std::ifstream("/proc/sys/net/ipv4/ip_local_port_range") >> firstOutgoing;
+    const int low = 10000;
+    for (int attempt = 0; attempt < 64 && firstOutgoing > low + 1000; ++attempt) {
+        const int port = low + static_cast<int>(random() % static_cast<unsigned int>(firstOutgoing - low));
+        if (handedOut.count(port) == 0 && IsPortFree(port)) {
+            handedOut.insert(port);
+            return port;
+        }
+    }
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
     int port = 0;
     if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
