@@ -24,9 +24,11 @@ CPjlinkProjector::CPjlinkProjector(CEventLink& link, const SPjlinkMapping& mappi
 
 template <typename TExchange>
 EError CPjlinkProjector::Guarded(const std::string& joined, TExchange exchange) {
-    const size_t plus = joined.find('+');
+    std::string code;
+    std::string subcode;
+    SPjlinkMapping::SplitCode(joined, code, subcode);
     try {
-        return exchange(joined.substr(0, plus), plus == std::string::npos ? "" : joined.substr(plus + 1));
+        return exchange(code, subcode);
     } catch (const CException&) {
         return ERR_COMM_FAILURE;  // a message that cannot be made: a failure, never a crash
     }
@@ -128,16 +130,19 @@ std::string CPjlinkProjector::Execute(char pjlinkClass, const std::string& comma
     if (command == "RLMP") {
         return LampTypes();
     }
-    const std::string* texts[] = {&m_mapping.manufacturer,    &m_mapping.product, &m_mapping.information,
-                                  &m_mapping.serialNumber,    &m_mapping.softwareVersion,
-                                  &m_mapping.recommendedResolution, &m_mapping.filterModel};
-    const char* const names[] = {"INF1", "INF2", "INFO", "SNUM", "SVER", "RRES", "RFIL"};
-    for (size_t i = 0; i < 7; ++i) {
-        if (command == names[i]) {
-            // A projector without a filter, or one that cannot tell its best resolution, has
-            // no answer; the information texts are answered even when empty.
-            const bool optional = i >= 5;
-            return optional && texts[i]->empty() ? kUndefined : *texts[i];
+    // A projector without a filter, or one that cannot tell its best resolution, has no
+    // answer; the information texts are answered even when empty.
+    const struct {
+        const char* command;
+        const std::string& text;
+        bool optional;
+    } texts[] = {{"INF1", m_mapping.manufacturer, false},         {"INF2", m_mapping.product, false},
+                 {"INFO", m_mapping.information, false},          {"SNUM", m_mapping.serialNumber, false},
+                 {"SVER", m_mapping.softwareVersion, false},      {"RRES", m_mapping.recommendedResolution, true},
+                 {"RFIL", m_mapping.filterModel, true}};
+    for (const auto& text : texts) {
+        if (command == text.command) {
+            return text.optional && text.text.empty() ? kUndefined : text.text;
         }
     }
     return kUndefined;
@@ -151,7 +156,7 @@ std::string CPjlinkProjector::Power(const std::string& parameter) {
         return kBadParameter;
     }
     int state = 0;
-    const EError error = Get(m_mapping.powerState.empty() ? m_mapping.power : m_mapping.powerState, state);
+    const EError error = Get(m_mapping.PowerStateCode(), state);
     if (error != ERR_NONE) {
         return ErrorAnswer(error);
     }
@@ -234,7 +239,7 @@ std::string CPjlinkProjector::Lamps() {
         return kUndefined;
     }
     int state = 0;
-    EError error = Get(m_mapping.powerState.empty() ? m_mapping.power : m_mapping.powerState, state);
+    EError error = Get(m_mapping.PowerStateCode(), state);
     std::string answer;
     for (const std::string& position : m_mapping.lampPositions) {
         int hours = 0;

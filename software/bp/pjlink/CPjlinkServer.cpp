@@ -84,11 +84,11 @@ CPjlinkServer::CPjlinkServer(CEventLink& link, const SPjlinkMapping& mapping, IL
         m_mac = "00:00:00:00:00:00";
     }
     const std::string notify = m_link.GetNotifySocketName();
-    for (const std::string& joined : {m_mapping.powerState.empty() ? m_mapping.power : m_mapping.powerState,
-                                      m_mapping.input}) {
-        const size_t plus = joined.find('+');
-        const EError error = m_link.NotifyRegister(joined.substr(0, plus),
-                                                   plus == std::string::npos ? "" : joined.substr(plus + 1), notify);
+    for (const std::string& joined : {m_mapping.PowerStateCode(), m_mapping.input}) {
+        std::string code;
+        std::string subcode;
+        SPjlinkMapping::SplitCode(joined, code, subcode);
+        const EError error = m_link.NotifyRegister(code, subcode, notify);
         if (error != ERR_NONE) {
             m_log.LogWarning("PJLink: no change notifications of %s (error %d)", joined.c_str(), error);
         }

@@ -162,6 +162,12 @@ SPjlinkMapping SPjlinkMapping::FromJson(const Json::Value& pjlink, const Json::V
     return mapping;
 }
 
+void SPjlinkMapping::SplitCode(const std::string& joined, std::string& code, std::string& subcode) {
+    const size_t plus = joined.find('+');
+    code = joined.substr(0, plus);
+    subcode = plus == std::string::npos ? "" : joined.substr(plus + 1);
+}
+
 bool SPjlinkMapping::IsClass1Input(const std::string& number) {
     return IsInputNumber(number) && number[0] <= '5' && number[1] <= '9';
 }

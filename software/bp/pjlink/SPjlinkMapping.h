@@ -83,6 +83,11 @@ struct SPjlinkMapping {
     // Throws CException naming the member and what it must be.
     static SPjlinkMapping FromJson(const Json::Value& pjlink, const Json::Value& lamps);
 
+    // The control the power state is read from: the power state's, or else the power's.
+    const std::string& PowerStateCode() const { return powerState.empty() ? power : powerState; }
+    // "XXX+YYYY" -> "XXX", "YYYY"; "XXX" -> "XXX", "".
+    static void SplitCode(const std::string& joined, std::string& code, std::string& subcode);
+
     // True for an input number a class 1 client may use: type 1..5, then 1..9.
     static bool IsClass1Input(const std::string& number);
     const SInput* FindInput(const std::string& number) const;
