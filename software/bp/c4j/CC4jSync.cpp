@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
+#include <functional>
 
 #include "CException.h"
 #include "jsonrpc/ForwardMethod.h"
@@ -15,18 +17,19 @@ const char* const kMethods[] = {"sync:version", "sync:queueRequests", "sync:clea
                                 "sync:getExecutionWindowMax", "sync:getExecutionResult",
                                 "sync:testHandlerVsyncTiming", "sync:setDebugLogging", "sync:executeSlave"};
 
-// Runs a handler method of the sync module for requests that arrive on the group.
-class CGroupExecute : public Json::Rpc::CallbackMethod {
+// A method of the sync module as one UDP road serves it: the same handler, told which
+// road the request came in on.
+class CRoadMethod : public Json::Rpc::CallbackMethod {
 public:
-    explicit CGroupExecute(CC4jSync& sync) : m_sync(sync) {}
-    bool Call(const Json::Value& request, Json::Value& response) override {
-        return m_sync.ExecuteSlave(request, response);
-    }
-    Json::Value GetDescription() const override { return "sync:execute"; }
-    std::string GetName() const override { return "sync:execute"; }
+    using TCall = std::function<bool(const Json::Value&, Json::Value&)>;
+    CRoadMethod(std::string name, TCall call) : m_name(std::move(name)), m_call(std::move(call)) {}
+    bool Call(const Json::Value& request, Json::Value& response) override { return m_call(request, response); }
+    Json::Value GetDescription() const override { return m_name; }
+    std::string GetName() const override { return m_name; }
 
 private:
-    CC4jSync& m_sync;
+    std::string m_name;
+    TCall m_call;
 };
 
 }  // namespace
@@ -46,11 +49,23 @@ CC4jSync::CC4jSync(CJsonRpcServer& server, IVsyncCounter* vsync, CJsonRpcMultica
 }
 
 void CC4jSync::PublishTo(Json::Rpc::UdpServer& server, bool isGroup) {
+    Json::Rpc::Handler& road = server.GetHandler();
     for (const char* name : kMethods) {
-        if (isGroup && std::string(name) == "sync:execute") {
-            server.AddMethod(new CGroupExecute(*this));
+        const std::string method = name;
+        if (method == "sync:queueRequests") {
+            server.AddMethod(new CRoadMethod(method, [this, &road](const Json::Value& request, Json::Value& response) {
+                return Queue(road, request, response);
+            }));
+        } else if (method == "sync:getExecutionResult") {
+            server.AddMethod(new CRoadMethod(method, [this](const Json::Value& request, Json::Value& response) {
+                return ReportResults(Json::Rpc::UdpServer::kDatagramSize, request, response);
+            }));
+        } else if (isGroup && method == "sync:execute") {
+            server.AddMethod(new CRoadMethod(method, [this](const Json::Value& request, Json::Value& response) {
+                return ExecuteSlave(request, response);
+            }));
         } else {
-            server.AddMethod(new Json::Rpc::ForwardMethod(GetServer().GetHandler(), name));
+            server.AddMethod(new Json::Rpc::ForwardMethod(GetServer().GetHandler(), method));
         }
     }
 }
@@ -78,6 +93,10 @@ uint64_t CC4jSync::WallTimeUs() {
 }
 
 bool CC4jSync::QueueRequests(const Json::Value& request, Json::Value& response) {
+    return Queue(GetServer().GetHandler(), request, response);
+}
+
+bool CC4jSync::Queue(Json::Rpc::Handler& road, const Json::Value& request, Json::Value& response) {
     const Json::Value& params = request["params"];
     const Json::Value& requests = params.isObject() ? params["requests"] : Json::Value::nullSingleton();
     bool wellFormed = requests.isArray() && !requests.empty();
@@ -102,7 +121,7 @@ bool CC4jSync::QueueRequests(const Json::Value& request, Json::Value& response) 
             queued["params"] = entry["params"];
         }
         queued["id"] = static_cast<Json::UInt>(m_queue.size() + 1);
-        m_queue.push_back(queued);
+        m_queue.push_back(SQueued{queued, &road});
         Debug("sync: queued %s", entry["method"].asString());
     }
     m_state = QUEUED;
@@ -126,9 +145,10 @@ bool CC4jSync::PrepareToExecute(const Json::Value& request, Json::Value& respons
         MakeErrorResponse(request, response, ERR_REQUEST_LIST_EMPTY);
         return true;
     }
-    for (const Json::Value& queued : m_queue) {
+    for (const SQueued& entry : m_queue) {
+        const Json::Value& queued = entry.request;
         const std::string method = queued["method"].asString();
-        if (method.rfind("sync:", 0) == 0 || !GetServer().GetHandler().HasMethod(method)) {
+        if (method.rfind("sync:", 0) == 0 || !entry.road->HasMethod(method)) {
             MakeErrorResponse(request, response, ERR_REQUEST_NOT_SUPPORTED, "Request not supported: " + method);
             return true;
         }
@@ -263,9 +283,9 @@ void CC4jSync::ProcessReady(const CPollSet&) {
 
 void CC4jSync::RunQueue() {
     m_results = Json::Value(Json::arrayValue);
-    for (Json::Value& queued : m_queue) {
+    for (const SQueued& queued : m_queue) {
         Json::Value entry;
-        entry["method"] = queued["method"];
+        entry["method"] = queued.request["method"];
         entry["timeUs"] = static_cast<Json::UInt64>(WallTimeUs());
         try {
             entry["vsync"] = m_vsync->ReadVsyncCount();
@@ -273,7 +293,7 @@ void CC4jSync::RunQueue() {
             entry["vsync"] = Json::Value();
         }
         Json::Value answer;
-        GetServer().GetHandler().Process(queued, answer, Json::Rpc::UdpServer::kClientId);
+        queued.road->Process(queued.request, answer, Json::Rpc::UdpServer::kClientId);
         entry["response"] = answer;
         m_results.append(entry);
     }
@@ -283,12 +303,44 @@ void CC4jSync::RunQueue() {
 }
 
 bool CC4jSync::GetExecutionResult(const Json::Value& request, Json::Value& response) {
+    return ReportResults(SIZE_MAX, request, response);
+}
+
+bool CC4jSync::ReportResults(size_t maxBytes, const Json::Value& request, Json::Value& response) {
+    const Json::Value& params = request["params"];
+    const Json::Value from = params.isObject() ? params.get("from", 0) : Json::Value(0);
+    if (!from.isUInt() || from.asUInt() > m_results.size()) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER,
+                          "Expected {\"from\": 0.." + std::to_string(m_results.size()) + "}");
+        return true;
+    }
     Json::Value result;
     result["state"] = StateName(m_state);
     result["vsync"] = m_target;
     result["late"] = m_late;
-    result["results"] = m_results;
+    result["count"] = m_results.size();
+    result["results"] = Json::Value(Json::arrayValue);
+    Json::ArrayIndex next = from.asUInt();
+    result["next"] = next;
     MakeResultResponse(request, response, result);
+    Json::Value& results = response["result"]["results"];
+    for (; next < m_results.size(); ++next) {
+        results.append(m_results[next]);
+        response["result"]["next"] = next + 1;
+        if (Json::Rpc::Handler::GetString(response).size() <= maxBytes) {
+            continue;
+        }
+        if (results.size() > 1) {
+            // The answer is full: the rest is read from "next" on.
+            Json::Value dropped;
+            results.removeIndex(results.size() - 1, &dropped);
+            response["result"]["next"] = next;
+            break;
+        }
+        // One response alone outgrows the answer: it is left out, so that reading goes on.
+        results[0]["response"] = Json::Value();
+        results[0]["truncated"] = true;
+    }
     return true;
 }
 

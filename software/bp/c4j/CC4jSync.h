@@ -9,8 +9,10 @@
 //                            entry: 3, nothing queued); any change ends "prepared";
 //                            result {"queued": total}
 //   sync:clearQueuedRequests empties the queue; {"cleared": how many}
-//   sync:prepareToExecute    checks every queued request: the method exists here and is
-//                            no "sync:" method (else 135 naming it), "params" is absent,
+//   sync:prepareToExecute    checks every queued request: the method is served on the
+//                            road its queueRequests came in on (a UDP server serves only
+//                            the methods it was given) and is no "sync:" method (else 135
+//                            naming it), "params" is absent,
 //                            an array or an object (else 3); an empty queue is 133. On
 //                            success the queue is prepared: {"ready": true, "count": n}
 //   sync:execute             {"delayMs": 0..60000, default 200}: received from the group
@@ -23,10 +25,16 @@
 //                            the group cannot be reached.
 //   sync:executeSlave        {"delayMs"}: schedules this projector; {"scheduled": true,
 //                            "vsync": target}. 7 unless prepared, 136 without a v-sync.
-//   sync:getExecutionResult  {"state": "idle" | "queued" | "prepared" | "scheduled" |
-//                            "executed", "vsync": target, "late": bool, "results": [{"method",
-//                            "response", "vsync", "timeUs"}]}; "timeUs": microseconds
-//                            since 1970 UTC when the request ran
+//   sync:getExecutionResult  {"from": index, default 0}: {"state": "idle" | "queued" |
+//                            "prepared" | "scheduled" | "executed", "vsync": target,
+//                            "late": bool, "count": results in all, "next": index after
+//                            the last one given, "results": [{"method", "response",
+//                            "vsync", "timeUs"}]} from "from" on; "timeUs": microseconds
+//                            since 1970 UTC when the request ran. Over UDP the answer
+//                            must fit one datagram, so it carries as many results as fit
+//                            and "next" < "count" says where to ask again; a result
+//                            whose response alone outgrows a datagram comes with
+//                            "response": null and "truncated": true.
 //   sync:getExecutionWindow  {"windowUs"}: execution is guaranteed between the delay and
 //                            the delay plus this window: one frame at the current rate
 //                            plus the handlers' worst measured lateness
@@ -43,13 +51,14 @@
 // v-syncs are locked read the same count at the same moment, so they pick the same
 // target. The loop is asked for a turn one frame before it (GetNextDeadlineMs); that
 // turn waits for the target v-sync and runs the queue at once, in order, through the
-// server's method table (client id -1). A turn that comes after the target (the loop
+// method table of the road each request was queued on (client id -1), so a request
+// queued over UDP can do no more than the same request sent over UDP. A turn that comes after the target (the loop
 // was held up) still runs the queue but marks the execution "late" and logs error 130
 // "Execution lost synchronization". The queue is then empty and the results stay until
 // the next execution.
 //
-// Lifetime: server, clock, v-sync counter and group outlive it (counter and group may be
-// null). Thread contract: the controller's loop.
+// Lifetime: server, clock, v-sync counter, group and the UDP servers it is published to
+// outlive it (counter and group may be null). Thread contract: the controller's loop.
 
 #include <json/json.h>
 
@@ -74,8 +83,9 @@ public:
     CC4jSync(CJsonRpcServer& server, IVsyncCounter* vsync, CJsonRpcMulticast* group);
 
     // Publishes the module's methods on a UDP server: every one forwarded to this
-    // server's table, except that on the group's server "sync:execute" schedules this
-    // projector instead of relaying.
+    // server's table, except that requests queued there run through the UDP server's own
+    // table, results are given a datagram at a time, and on the group's server
+    // "sync:execute" schedules this projector instead of relaying.
     void PublishTo(Json::Rpc::UdpServer& server, bool isGroup);
 
     bool QueueRequests(const Json::Value& request, Json::Value& response);
@@ -95,10 +105,18 @@ public:
 
 private:
     enum EState { IDLE, QUEUED, PREPARED, SCHEDULED, EXECUTED };
+    // A queued request and the method table of the road it came in on.
+    struct SQueued {
+        Json::Value request;
+        Json::Rpc::Handler* road;
+    };
     static const char* StateName(EState state);
 
     // The delay of a request's params; an error and its reason when out of range or when
     // the queue is not prepared.
+    bool Queue(Json::Rpc::Handler& road, const Json::Value& request, Json::Value& response);
+    // The results from params "from" on, as many as keep the answer's text within maxBytes.
+    bool ReportResults(size_t maxBytes, const Json::Value& request, Json::Value& response);
     EError CheckDelay(const Json::Value& request, unsigned int& delayMs, std::string& reason) const;
     void Schedule(const Json::Value& request, Json::Value& response, unsigned int delayMs);
     void RunQueue();
@@ -108,7 +126,7 @@ private:
 
     IVsyncCounter* m_vsync;
     CJsonRpcMulticast* m_group;
-    std::vector<Json::Value> m_queue;
+    std::vector<SQueued> m_queue;
     EState m_state = IDLE;
     uint16_t m_target = 0;
     uint32_t m_scheduledCount = 0;  // server clock at scheduling

@@ -10,7 +10,7 @@
 #include "net/NNetInterface.h"
 
 CMulticastUdpServer::CMulticastUdpServer(const std::string& group, unsigned short port)
-    : Json::Rpc::UdpServer("0.0.0.0", port), m_group(group) {}
+    : Json::Rpc::UdpServer("0.0.0.0", port, true), m_group(group) {}
 
 void CMulticastUdpServer::MulticastBind(const std::string& interface) {
     if (!Bind()) {

@@ -14,7 +14,8 @@ constexpr int kMaxPerServe = 64;
 
 }  // namespace
 
-UdpServer::UdpServer(const std::string& address, unsigned short port) : m_address(address), m_port(port) {}
+UdpServer::UdpServer(const std::string& address, unsigned short port, bool sharePort)
+    : m_address(address), m_port(port), m_sharePort(sharePort) {}
 
 UdpServer::~UdpServer() { Close(); }
 
@@ -31,9 +32,8 @@ bool UdpServer::Bind() {
     if (fd < 0) {
         return false;
     }
-    // Several projectors on one host share a group's port.
     const int one = 1;
-    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) != 0 ||
+    if ((m_sharePort && setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) != 0) ||
         bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         const int error = errno;
         close(fd);

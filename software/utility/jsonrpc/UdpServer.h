@@ -31,12 +31,16 @@ public:
     static constexpr int kClientId = -1;
 
     // address: a dotted IPv4 address ("0.0.0.0" = any); port 0 = any free port.
-    UdpServer(const std::string& address, unsigned short port);
+    // sharePort: several sockets may bind the same port (SO_REUSEADDR), as the members of a
+    // multicast group on one host must; otherwise a port another socket holds is refused,
+    // so that two servers never silently split one port's datagrams.
+    UdpServer(const std::string& address, unsigned short port, bool sharePort = false);
     virtual ~UdpServer();
     UdpServer(const UdpServer&) = delete;
     UdpServer& operator=(const UdpServer&) = delete;
 
-    // Creates the socket (SO_REUSEADDR, close-on-exec, non-blocking) and binds it.
+    // Creates the socket (close-on-exec, non-blocking) and binds it; false with errno
+    // EADDRINUSE when the port is taken (and not shared).
     bool Bind();
     void Close();
     int GetSocket() const { return m_socket; }
@@ -59,6 +63,7 @@ protected:
 private:
     std::string m_address;
     unsigned short m_port;
+    bool m_sharePort;
     int m_socket = -1;
     Handler m_handler;
 };

@@ -4,6 +4,8 @@
 
 #include "C4jFixture.h"
 #include "CC4jSync.h"
+#include "CUnicastUdp.h"
+#include "jsonrpc/ForwardMethod.h"
 
 namespace {
 
@@ -34,6 +36,17 @@ protected:
     ~CC4jSyncTest() override { loop->RemoveSource(sync); }
 
     void Queue(const std::string& requests) { Result(*client, "sync:queueRequests", R"({"requests": )" + requests + "}"); }
+
+    // One request as a datagram to a UDP road; its answer ("" when none came).
+    std::string Datagram(Json::Rpc::UdpServer& road, const std::string& method, const std::string& params) {
+        Json::Rpc::UdpClient udp("127.0.0.1", road.GetPort());
+        EXPECT_TRUE(udp.Connect());
+        EXPECT_TRUE(udp.Send(R"({"jsonrpc": "2.0", "id": 1, "method": ")" + method + R"(", "params": )" + params + "}"));
+        road.WaitMessage(1000);
+        std::string answer;
+        sockaddr_in sender{};
+        return udp.Recv(answer, sender, 1000) ? answer : "";
+    }
 
     CClockVsync vsync{clock};
     CC4jSync sync{server, &vsync, nullptr};
@@ -119,4 +132,58 @@ TEST_F(CC4jSyncTest, ALoopTurnAfterTheTargetStillRunsTheQueueButMarksItLate) {
     EXPECT_EQ(Result(*client, "sync:getExecutionResult")["late"], true);
     EXPECT_TRUE(log.Logged("Execution lost synchronization"));
     EXPECT_TRUE(log.Logged("sync: scheduled for v-sync"));
+}
+
+TEST_F(CC4jSyncTest, RequestsQueuedOverUdpObeyItsMethodsAndTheirResultsArePagedToFitADatagram) {
+    CUnicastUdpServer udp(0);
+    udp.UnicastBind("lo");
+    udp.AddMethod(new Json::Rpc::ForwardMethod(server.GetHandler(), "control:get"));
+    sync.PublishTo(udp, false);
+
+    Datagram(udp, "sync:queueRequests", R"({"requests": [{"method": "control:set", "params": {"code": "BRI", "value": 9}}]})");
+    EXPECT_EQ(J(Datagram(udp, "sync:prepareToExecute", "{}"))["error"]["code"], 135);
+    Datagram(udp, "sync:clearQueuedRequests", "{}");
+
+    std::string sixteen = "[";  // as many as one datagram carries
+    for (size_t i = 0; i < 16; ++i) {
+        sixteen += std::string(i ? "," : "") + R"({"method": "control:get", "params": ["BRI"]})";
+    }
+    for (int i = 0; i < 4; ++i) {
+        Datagram(udp, "sync:queueRequests", R"({"requests": )" + sixteen + "]}");
+    }
+    EXPECT_EQ(J(Datagram(udp, "sync:prepareToExecute", "{}"))["result"]["count"], 64);
+    Result(*client, "sync:execute", R"({"delayMs": 0})");
+    clock.AdvanceMs(20);
+    loop->RunOnce(0);
+
+    unsigned int next = 0;
+    unsigned int pages = 0;
+    unsigned int read = 0;
+    while (next < CC4jSync::kMaxQueued && pages < CC4jSync::kMaxQueued) {
+        const Json::Value page = J(Datagram(udp, "sync:getExecutionResult", R"({"from": )" + std::to_string(next) + "}"));
+        ASSERT_TRUE(page.isMember("result")) << page;
+        EXPECT_EQ(page["result"]["count"], 64);
+        for (const Json::Value& one : page["result"]["results"]) {
+            EXPECT_EQ(one["response"]["result"], 50);
+            ++read;
+        }
+        next = page["result"]["next"].asUInt();
+        ++pages;
+    }
+    EXPECT_EQ(read, 64u);
+    EXPECT_GT(pages, 1u);
+    EXPECT_EQ(Result(*client, "sync:getExecutionResult")["results"].size(), 64u);  // TCP: all at once
+    EXPECT_EQ(ErrorCode(*client, "sync:getExecutionResult", R"({"from": 65})"), 3);
+
+    // A response too large for any datagram is left out rather than stopping the reading.
+    Result(*client, "sync:clearQueuedRequests");
+    Datagram(udp, "sync:queueRequests", R"({"requests": [{"method": "control:get", "params": ["BIG"]}, {"method": "control:get", "params": ["BRI"]}]})");
+    Datagram(udp, "sync:prepareToExecute", "{}");
+    Result(*client, "sync:execute", R"({"delayMs": 0})");
+    clock.AdvanceMs(20);
+    loop->RunOnce(0);
+    const Json::Value first = J(Datagram(udp, "sync:getExecutionResult", "{}"))["result"];
+    EXPECT_EQ(first["results"][0]["truncated"], true);
+    EXPECT_EQ(first["results"][1]["response"]["result"], 50);
+    EXPECT_EQ(first["next"], 2);
 }

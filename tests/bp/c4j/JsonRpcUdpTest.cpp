@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <thread>
 
 #include "BufferedLog.h"
@@ -142,4 +143,19 @@ TEST(JsonRpcUdp, UnicastClientChecksItsAddressAndGivesUpAfterItsTimeout) {
     unheard.UnicastConnect("");
     unheard.SetRecvTimeout(50);
     EXPECT_FALSE(unheard.Call(R"({"jsonrpc": "2.0", "method": "echo", "id": 1})", answer));
+}
+
+TEST(JsonRpcUdp, AUnicastPortIsNeverSharedWhileGroupMembersShareTheirs) {
+    CUnicastUdpServer first(0);
+    first.UnicastBind("");
+    CUnicastUdpServer second(first.GetPort());
+    EXPECT_EQ(ThrownMessage([&] { second.UnicastBind(""); }),
+              "Error binding to unicast server socket: " + std::string(strerror(EADDRINUSE)));
+    EXPECT_EQ(second.GetSocket(), -1);
+
+    const unsigned short port = FreeUdpPort();
+    CMulticastUdpServer member(kGroup, port);
+    CMulticastUdpServer other(kGroup, port);
+    EXPECT_TRUE(member.Bind());
+    EXPECT_TRUE(other.Bind());
 }
