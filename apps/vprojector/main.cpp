@@ -242,6 +242,8 @@ private:
     bool m_warned = false;
 };
 
+constexpr const char* kInstalledConfig = "share/vprojector/vprojector.json";
+
 // A shipped file or folder: where the build left it, or else where an installation puts
 // it relative to the installed program (usr/bin/vprojector -> usr/<installed>).
 std::string ShippedPath(const char* built, const char* installed) {
@@ -259,14 +261,23 @@ std::string SiblingPath(const char* program) {
 }
 
 // Loads the configuration's menu tree from "<root>/etc/"; when the root has none yet,
-// installs the one shipped beside the configuration file there first, and says so.
+// installs one there first, and says which: the one beside the configuration file, else
+// the one shipped with the build or the installation (a configuration copied into a
+// folder of its own still gets a menu tree).
 void LoadMenu(const CProjectorConfig& config, CJsonMenu& menu, ILog& log) {
     const std::string name = config.GetMenuFile();
     const std::string installed = NRuntimeRoot::Path(CJsonMenu::kMenuDirectory + name);
     const std::string configPath = config.GetPath();
-    const std::string shipped = configPath.substr(0, configPath.rfind('/') + 1) + name;
-    if (NFileUtil::InstallIfMissing(shipped, installed, CJsonMenu::kMaxFileSize)) {
-        log.Log("No menu tree %s: installed the shipped one from %s", installed.c_str(), shipped.c_str());
+    const std::string shippedConfig = ShippedPath(VPROJECTOR_DEFAULT_CONFIG, kInstalledConfig);
+    for (const std::string& folder : {configPath.substr(0, configPath.rfind('/') + 1),
+                                      shippedConfig.substr(0, shippedConfig.rfind('/') + 1)}) {
+        const std::string shipped = folder + name;
+        if (access(shipped.c_str(), F_OK) == 0) {
+            if (NFileUtil::InstallIfMissing(shipped, installed, CJsonMenu::kMaxFileSize)) {
+                log.Log("No menu tree %s: installed the shipped one from %s", installed.c_str(), shipped.c_str());
+            }
+            break;
+        }
     }
     try {
         menu.Initialize(name.c_str());
@@ -331,7 +342,7 @@ int main(int argc, char** argv) {
     CJsonMenu menu;
     try {
         if (options.config.empty()) {
-            options.config = ShippedPath(VPROJECTOR_DEFAULT_CONFIG, "share/vprojector/vprojector.json");
+            options.config = ShippedPath(VPROJECTOR_DEFAULT_CONFIG, kInstalledConfig);
         }
         config = std::make_unique<CProjectorConfig>(options.config);
         controls = config->BuildControls(dispatcher, hardware);

@@ -72,13 +72,15 @@ protected:
         ReapOrphanedFrontends();
     }
 
-    // Starts the projector with the shipped configuration and waits for its ready line.
-    void Start() {
+    // Starts the projector (with the shipped configuration unless the options name one)
+    // and waits for its ready line.
+    void Start(const std::vector<std::string>& options = {}) {
         int out[2];
         ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
-        projector = Spawn({VPROJECTOR, "--root", root.GetDir(), "--ascii-port", "0", "--jsonrpc-port", "0",
-                           "--unicast-port", "0", "--no-pjlink"},
-                          out[1],
+        std::vector<std::string> arguments = {VPROJECTOR,       "--root", root.GetDir(), "--ascii-port", "0",
+                                              "--jsonrpc-port", "0",      "--unicast-port", "0",         "--no-pjlink"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        projector = Spawn(arguments, out[1],
                           root.Path("/vprojector.log"));
         close(out[1]);
         ASSERT_GT(projector, 0);
@@ -206,6 +208,16 @@ TEST_F(CVirtualProjectorTest, AnEmptyRootGetsTheShippedMenuTreeAndKeepsASecondSt
     ASSERT_NO_FATAL_FAILURE(Start());
     CRpc again(jsonPort);
     EXPECT_EQ(again.Call("menu:get", R"(["MMM+MAIN"])")["result"]["items"][0]["code"], "BRI");
+    EXPECT_EQ(Stop(SIGTERM), 0);
+
+    // A copy of the configuration in a folder of its own falls back to the shipped tree.
+    std::filesystem::remove(root.Path("/etc/menu.json"));
+    std::filesystem::remove(root.Path("/vprojector.log"));
+    const std::string copy = root.WriteFile("/own/vprojector.json", ShippedWith("{}"));
+    ASSERT_NO_FATAL_FAILURE(Start({"--config", copy}));
+    EXPECT_NE(CTempRoot::ReadFile(root.Path("/vprojector.log")).find("installed the shipped one from " PROJ_SOURCE_DIR "/config/menu.json"),
+              std::string::npos)
+        << Log();
 }
 
 TEST_F(CVirtualProjectorTest, TheOutputFrameRateLoadsItsSequenceIntoTheSimulatedFormatter) {
