@@ -1,12 +1,10 @@
 #include "CC4jSession.h"
 
-#include <algorithm>
-
 #include "CException.h"
 
 CC4jSession::CC4jSession(CJsonRpcServer& server, CSecurityManager& security, const IMonotonicClock& clock,
                          const std::string& usersFile)
-    : CC4jBaseHandler(server, "session", 1), m_security(security), m_clock(clock), m_usersFile(usersFile) {
+    : CC4jBaseHandler(server, "session", 1), m_security(security), m_usersFile(usersFile), m_backOff(clock) {
     Publish(*this, &CC4jSession::Connect, "session:connect");
     Publish(*this, &CC4jSession::ChangePassword, "session:changePassword");
 }
@@ -37,9 +35,7 @@ bool CC4jSession::Check(const Json::Value& request, Json::Value& response, const
                         const std::string& user, const std::string& password, EAccessLevel& level) {
     const std::string client = GetClientIdString(request);
     const std::string peer = PeerAddress(request);
-    auto failures = m_failures.find(peer);
-    if (failures != m_failures.end() && failures->second.count >= kFreeAttempts &&
-        !failures->second.backOff.IsExpired()) {
+    if (m_backOff.IsBackingOff(peer)) {
         GetLog().LogWarning("Session %s from %s: user %s refused unchecked (too many failures)", what,
                             client.c_str(), user.c_str());
         MakeErrorResponse(request, response, ERR_SYSTEM_BUSY);
@@ -47,18 +43,12 @@ bool CC4jSession::Check(const Json::Value& request, Json::Value& response, const
     }
     m_security.Refresh();
     if (m_security.Login(user, password, level)) {
-        m_failures.erase(peer);
+        m_backOff.Succeed(peer);
         return true;
     }
-    if (failures == m_failures.end()) {
-        failures = m_failures.emplace(peer, SFailures{0, CTimer(m_clock)}).first;
-    }
-    SFailures& record = failures->second;
-    ++record.count;
-    const unsigned int doublings = std::min(record.count - std::min(record.count, kFreeAttempts), 16u);
-    record.backOff.Start(record.count < kFreeAttempts ? 0 : std::min(1000u << doublings, kMaxBackOffMs));
+    const unsigned int failures = m_backOff.Fail(peer);
     GetLog().LogWarning("Session %s from %s: user %s refused (%u failures in a row)", what, client.c_str(),
-                        user.c_str(), record.count);
+                        user.c_str(), failures);
     MakeErrorResponse(request, response, ERR_INVALID_SECURITY_TOKEN);
     return false;
 }

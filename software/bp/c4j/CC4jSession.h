@@ -16,37 +16,30 @@
 // Missing params: error 5; params of the wrong type, or a new password holding a NUL:
 // error 3.
 //
-// Guessing is slowed per peer address (whatever its connection): after kFreeAttempts
-// failures in a row, each further attempt is refused with 118 "System Busy - Try Again
-// Later", without a check, until a back-off has passed since the last failure: 1 s after
-// the first refused check, doubling up to kMaxBackOffMs. A success clears the address.
-// One check costs one key derivation on the controller's thread (about 0.1 s at the
-// default rounds), so the back-off also bounds how much of the loop a guesser can take.
+// Guessing is slowed per peer address (whatever its connection) by CLoginBackOff: after
+// kFreeAttempts failures in a row, each further attempt is refused with 118 "System Busy
+// - Try Again Later", without a check, until the back-off has passed. One check costs one
+// key derivation on the controller's thread (about 0.1 s at the default rounds), so the
+// back-off also bounds how much of the loop a guesser can take.
 //
 // Logging: every attempt is logged with the client and the user name (the security
 // manager's FYI login line, and "Session ... from %s: user %s ..."); a password never
 // appears in any log line, and the server logs no request text.
 //
-// Time comes from the clock handed in; the back-off is measured with CTimer, so give a
-// clock whose wrap period is long beside kMaxBackOffMs (the low-resolution clock: 497 days
-// at 100 ticks per second).
+// Time comes from the clock handed in (see CLoginBackOff for the clock it needs).
 //
 // Lifetime: the server, the security manager and the clock outlive the handler.
 // Thread contract: the server's thread, which is also the controller's.
 
-#include <map>
 #include <string>
 
 #include "CC4jBaseHandler.h"
+#include "security/CLoginBackOff.h"
 #include "security/CSecurityManager.h"
-#include "time/CTimer.h"
 #include "time/IMonotonicClock.h"
 
 class CC4jSession : public CC4jBaseHandler {
 public:
-    static constexpr unsigned int kFreeAttempts = 3;
-    static constexpr unsigned int kMaxBackOffMs = 60000;
-
     // usersFile: the system path the accounts are saved to after a password change.
     CC4jSession(CJsonRpcServer& server, CSecurityManager& security, const IMonotonicClock& clock,
                 const std::string& usersFile = CSecurityManager::kDefaultUsersFile);
@@ -55,11 +48,6 @@ public:
     bool ChangePassword(const Json::Value& request, Json::Value& response);
 
 private:
-    struct SFailures {
-        unsigned int count = 0;
-        CTimer backOff;  // runs from the last failure
-    };
-
     // Reads "user" and the password member `passwordName`; answers 5 or 3 itself.
     bool ReadCredentials(const Json::Value& request, Json::Value& response, const char* passwordName,
                          std::string& user, std::string& password);
@@ -69,7 +57,6 @@ private:
     std::string PeerAddress(const Json::Value& request) const;
 
     CSecurityManager& m_security;
-    const IMonotonicClock& m_clock;
     std::string m_usersFile;
-    std::map<std::string, SFailures> m_failures;
+    CLoginBackOff m_backOff;
 };

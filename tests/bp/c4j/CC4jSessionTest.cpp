@@ -44,7 +44,7 @@ TEST_F(CC4jSessionTest, ConnectRaisesOnlyThatConnectionsLevelAndAFailureDropsIt)
 }
 
 TEST_F(CC4jSessionTest, RepeatedFailuresFromOneAddressAreRefusedUncheckedUntilTheBackOffPasses) {
-    for (unsigned int attempt = 0; attempt < CC4jSession::kFreeAttempts; ++attempt) {
+    for (unsigned int attempt = 0; attempt < CLoginBackOff::kFreeAttempts; ++attempt) {
         EXPECT_EQ(Login(*client, "guess"), ERR_INVALID_SECURITY_TOKEN) << attempt;
     }
     TClient again = Connect();  // a new connection from the same address
