@@ -1,6 +1,6 @@
 // The PJLink front-end end to end: the virtual projector started with its PJLink
 // front-end on a free port, driven by PJLink clients over real TCP connections from
-// 127.0.0.2 and a UDP listener bound to 127.0.0.2 on the PJLink port, while the same
+// 127.0.0.2 and a UDP listener bound to 127.0.0.2 on the controller's notice port, while the same
 // controls are read and changed over JSON-RPC.
 
 #include <gtest/gtest.h>
@@ -83,10 +83,9 @@ protected:
     CPjlinkFrontendTest() {
         prctl(PR_SET_CHILD_SUBREAPER, 1);
         port = FreeUdpPort();
+        noticePort = FreeUdpPort();
         listener = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        const int one = 1;
-        setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-        const sockaddr_in own = Address("127.0.0.2", port);
+        const sockaddr_in own = Address("127.0.0.2", noticePort);
         bound = bind(listener, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0;
     }
     ~CPjlinkFrontendTest() override {
@@ -106,6 +105,7 @@ protected:
         Json::Value config = J(CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/vprojector.json"));
         config["power"] = J(R"({"cooldownS": 3, "warmupS": 3})");
         config["pjlink"]["linkUpAddress"] = "127.0.0.2";
+        config["pjlink"]["noticePort"] = noticePort;
         config["pjlink"]["input"] = J(R"({"code": "INP", "inputs": [{"number": "31", "value": 1, "name": "HDMI"},
             {"number": "32", "value": 2}, {"number": "5A", "value": 4, "name": "Service input"},
             {"number": "33", "value": 3, "name": "SDI"}]})");
@@ -163,6 +163,7 @@ protected:
 
     CTempRoot root;
     int port = 0;
+    int noticePort = 0;  // the controller's, where the listener hears
     int listener = -1;
     bool bound = false;
     pid_t projector = -1;
@@ -268,7 +269,9 @@ TEST_F(CPjlinkFrontendTest, PasswordDigestRightWrongOrUnsafeFile) {
         {"right", 0600, "s3cret", "%1POWR=0"},
         {"wrong", 0600, "secret", "PJLINK ERRA"},
         {"missing", 0600, nullptr, "PJLINK ERRA"},
-        {"readable by others", 0644, "s3cret", "PJLINK ERRA"},
+        {"readable by others", 0644, "s3cret", "PJLINK ERRA"},  // no guess: not counted
+        {"wrong again", 0600, "s3cr3t", "PJLINK ERRA"},
+        {"right, but after three wrong ones", 0600, "s3cret", "PJLINK ERRA"},
     };
     for (const SCase& test : kCases) {
         ASSERT_EQ(chmod(password.c_str(), test.mode), 0);
@@ -287,6 +290,12 @@ TEST_F(CPjlinkFrontendTest, PasswordDigestRightWrongOrUnsafeFile) {
     }
     std::remove(password.c_str());
     EXPECT_EQ(CPjlinkClient(port).Line(), "PJLINK 0");
+    const std::string log = CTempRoot::ReadFile(root.Path("/vprojector.log"));
+    for (const char* said : {"PJLink: no password file /etc/projector/pjlink.password",
+                             "PJLink: wrong password from 127.0.0.2 (3 in a row)",
+                             "PJLink: connection from 127.0.0.2 refused unchecked"}) {
+        EXPECT_NE(log.find(said), std::string::npos) << said << Log();
+    }
 }
 
 TEST_F(CPjlinkFrontendTest, SplitLongAndBinaryLinesManyClientsIdleAndDeafOnes) {

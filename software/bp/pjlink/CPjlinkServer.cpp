@@ -52,6 +52,12 @@ int Bound(int type, uint16_t port) {
     return fd;
 }
 
+std::string AddressOf(const sockaddr_in& peer) {
+    char text[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
+    return text;
+}
+
 uint16_t PortOf(int fd) {
     sockaddr_in address{};
     socklen_t length = sizeof address;
@@ -63,6 +69,17 @@ uint16_t PortOf(int fd) {
 
 CPjlinkServer::CPjlinkServer(CEventLink& link, const SPjlinkMapping& mapping, ILog& log, uint64_t idleMs)
     : m_link(link), m_mapping(mapping), m_projector(link, mapping), m_log(log), m_idleMs(idleMs) {
+    // Before the port is open, so that what the file means is logged before any client
+    // can come.
+    std::string password;
+    if (ReadPassword(password)) {
+        if (password.empty()) {
+            m_log.LogWarning("PJLink: no password file %s: connections need no password",
+                             m_mapping.passwordFile.c_str());
+        } else {
+            m_log.Log("PJLink: connections need the password of %s", m_mapping.passwordFile.c_str());
+        }
+    }
     try {
         m_listenFd = Bound(SOCK_STREAM, mapping.port);
         m_port = PortOf(m_listenFd);
@@ -98,7 +115,7 @@ CPjlinkServer::CPjlinkServer(CEventLink& link, const SPjlinkMapping& mapping, IL
     m_lastErrors = m_projector.ErrorStatus();
     sockaddr_in linkUp{};
     linkUp.sin_family = AF_INET;
-    linkUp.sin_port = htons(m_port);
+    linkUp.sin_port = htons(m_mapping.noticePort);
     if (inet_pton(AF_INET, m_mapping.linkUpAddress.c_str(), &linkUp.sin_addr) == 1) {
         SendTo("%2LKUP=" + m_mac + "\r", linkUp);
     } else {
@@ -192,13 +209,18 @@ void CPjlinkServer::Accept() {
         close(fd);
         return;
     }
-    std::string password;
-    if (!ReadPassword(password)) {
-        password = CPjlinkSession::kRefuseAll;
-    }
     SClient client;
     client.fd = fd;
     client.peer = peer;
+    std::string password;
+    if (!ReadPassword(password)) {
+        password = CPjlinkSession::kRefuseAll;
+    } else if (!password.empty() && m_backOff.IsBackingOff(AddressOf(peer))) {
+        m_log.LogWarning("PJLink: connection from %s refused unchecked (too many wrong passwords)",
+                         AddressOf(peer).c_str());
+        password = CPjlinkSession::kRefuseAll;
+        client.checked = false;
+    }
     client.session = std::make_unique<CPjlinkSession>(m_projector, password, Random(), NowMs());
     client.pending = client.session->Greeting();
     if (Flush(client)) {
@@ -217,7 +239,11 @@ bool CPjlinkServer::Read(SClient& client, uint64_t nowMs) {
     if (got == 0) {
         return false;
     }
+    const bool wasAuthenticated = client.session->IsAuthenticated();
     const std::string answers = client.session->Receive(buffer, static_cast<size_t>(got), nowMs);
+    if (client.checked && !wasAuthenticated && (client.session->IsAuthenticated() || client.session->IsRefused())) {
+        RecordAuthentication(client);
+    }
     if (!answers.empty() && !client.session->IsClosed()) {
         m_controller = client.peer;  // a controller that was answered, not a mere probe
         m_haveController = true;
@@ -228,6 +254,15 @@ bool CPjlinkServer::Read(SClient& client, uint64_t nowMs) {
         return false;
     }
     return Flush(client) && !(client.session->IsClosed() && client.pending.empty());
+}
+
+void CPjlinkServer::RecordAuthentication(SClient& client) {
+    const std::string peer = AddressOf(client.peer);
+    if (client.session->IsAuthenticated()) {
+        m_backOff.Succeed(peer);
+        return;
+    }
+    m_log.LogWarning("PJLink: wrong password from %s (%u in a row)", peer.c_str(), m_backOff.Fail(peer));
 }
 
 bool CPjlinkServer::Flush(SClient& client) {
@@ -256,7 +291,7 @@ void CPjlinkServer::ReceiveDatagram() {
     }
     m_controller = sender;
     m_haveController = true;
-    sender.sin_port = htons(m_port);
+    sender.sin_port = htons(m_mapping.noticePort);
     SendTo("%2ACKN=" + m_mac + "\r", sender);
 }
 
@@ -267,7 +302,7 @@ void CPjlinkServer::Notify(const char* command, const std::string& data, std::st
     last = data;
     if (m_haveController) {
         sockaddr_in to = m_controller;
-        to.sin_port = htons(m_port);
+        to.sin_port = htons(m_mapping.noticePort);
         SendTo(std::string("%2") + command + "=" + data + "\r", to);
     }
 }

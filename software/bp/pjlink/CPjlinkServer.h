@@ -1,25 +1,32 @@
 #pragma once
-// CPjlinkServer: the PJLink front-end's event loop: the control protocol on TCP, the class
-// 2 search and status notifications on UDP, both on the mapping's port, over one
-// CPjlinkProjector.
+// CPjlinkServer: the PJLink front-end's event loop: the control protocol on TCP and the
+// class 2 search on UDP, both on the mapping's port, and the status notifications sent to
+// the controller's notice port, over one CPjlinkProjector.
 //
 //   TCP      each connection gets a CPjlinkSession with a fresh random challenge; at most
 //            kMaxClients at once (one more is closed at once); a connection idle for the
-//            idle time, closed by its peer, or holding more than kMaxPending bytes it does
-//            not read is closed.
+//            idle time (counted from the greeting until a complete authenticated
+//            command, see CPjlinkSession), closed by its peer, or holding more than
+//            kMaxPending bytes it does not read is closed.
 //   password read from the mapping's file under the runtime root at every connection,
 //            so a new password needs no restart: its first line, at most 32 printable
 //            bytes. No file: no authentication. A file that group or others may read,
 //            or one that cannot be used, refuses every connection ("PJLINK ERRA") and is
-//            logged (never its content) until it is mended.
+//            logged (never its content) until it is mended. What the file means is
+//            logged at start too, a missing one included.
+//   guesses  a wrong digest is logged with the peer's address; after
+//            CLoginBackOff::kFreeAttempts wrong digests in a row from one address, its
+//            connections are refused ("PJLINK ERRA") without a check until the back-off
+//            has passed (1 s, doubling up to a minute), and logged as such.
 //   search   "%2SRCH" CR in a datagram is answered "%2ACKN=<MAC>" CR to the sender's
-//            address at the PJLink port; the MAC is the mapping's interface's.
+//            address at the notice port; the MAC is the mapping's interface's.
 //   notices  "%2LKUP=<MAC>" CR to the link-up address at start; "%2POWR=", "%2INPT=" and
 //            "%2ERST=" with the new data when the power state or input changes (from the
 //            controller's change notifications) or the error status changes (checked
 //            every second once a controller is known), sent to the controller heard from
 //            last (the last search, or the last connection whose command was answered), at
-//            the PJLink port.
+//            the notice port (the mapping's "noticePort", where a controller listens; the
+//            projector's own port may differ).
 //
 // The UDP socket shares its port (SO_REUSEADDR), so a controller on the same host can
 // bind the PJLink port on an address of its own.
@@ -37,6 +44,8 @@
 #include "CPjlinkProjector.h"
 #include "CPjlinkSession.h"
 #include "log/ILog.h"
+#include "security/CLoginBackOff.h"
+#include "time/CMonotonicClockLowRes.h"
 
 class CPjlinkServer {
 public:
@@ -61,6 +70,7 @@ private:
         sockaddr_in peer{};
         std::unique_ptr<CPjlinkSession> session;
         std::string pending;
+        bool checked = true;  // its digest is checked (not refused by the back-off)
     };
     void Accept();
     // False when the client is to be closed.
@@ -72,6 +82,8 @@ private:
     void SendTo(const std::string& text, const sockaddr_in& address);
     // The password for a new connection; false when connections are to be refused.
     bool ReadPassword(std::string& password);
+    // Counts a refused digest against the peer, or clears it after a success.
+    void RecordAuthentication(SClient& client);
     void LogPasswordProblem(const std::string& problem);
     std::string Random();
 
@@ -93,4 +105,6 @@ private:
     std::string m_lastErrors;
     uint64_t m_nextErrorCheckMs = 0;
     std::string m_passwordProblem;
+    CMonotonicClockLowRes m_clock;
+    CLoginBackOff m_backOff{m_clock};
 };

@@ -20,7 +20,7 @@ const std::string CPjlinkSession::kRefuseAll(1, '\0');
 CPjlinkSession::CPjlinkSession(IPjlinkCommands& commands, const std::string& password, const std::string& random,
                                uint64_t nowMs)
     : m_commands(commands), m_password(password), m_random(random), m_authenticated(password.empty()),
-      m_lastInputMs(nowMs) {}
+      m_lastCommandMs(nowMs) {}
 
 std::string CPjlinkSession::Greeting() const {
     return m_password.empty() ? "PJLINK 0\r" : "PJLINK 1 " + m_random + "\r";
@@ -40,7 +40,6 @@ std::string CPjlinkSession::Md5Hex(const std::string& text) {
 }
 
 std::string CPjlinkSession::Receive(const char* data, size_t size, uint64_t nowMs) {
-    m_lastInputMs = nowMs;
     std::string out;
     for (size_t i = 0; i < size && !m_closed; ++i) {
         if (data[i] != '\r') {
@@ -56,6 +55,9 @@ std::string CPjlinkSession::Receive(const char* data, size_t size, uint64_t nowM
         out += HandleLine(m_line);
         m_line.clear();
         m_overflow = false;
+        if (m_authenticated) {
+            m_lastCommandMs = nowMs;
+        }
     }
     return out;
 }
@@ -68,6 +70,7 @@ std::string CPjlinkSession::HandleLine(std::string line) {
         if (m_password == kRefuseAll || line.size() < kDigestLength ||
             line.compare(0, kDigestLength, Md5Hex(m_random + m_password)) != 0) {
             m_closed = true;
+            m_refused = m_password != kRefuseAll;
             return "PJLINK ERRA\r";
         }
         m_authenticated = true;

@@ -14,7 +14,9 @@
 // A line that is too long is answered with ERR2 for its command, a command whose class,
 // name, separator or parameter is malformed (or holds bytes outside printable ASCII)
 // with ERR1 or ERR2 when its class and name can be read, and is dropped when they
-// cannot. A session that received nothing for kIdleMs is idle; its owner closes it.
+// cannot. A session is idle once kIdleMs passed since its greeting or since its last
+// complete command after authentication; bytes that complete no line, or lines before
+// the digest was right, do not count, so a peer trickling bytes cannot hold a slot.
 //
 // Lifetime: the command backend outlives the session. Thread contract: one thread.
 
@@ -40,7 +42,10 @@ public:
     // The bytes to send back for what arrived.
     std::string Receive(const char* data, size_t size, uint64_t nowMs);
     bool IsClosed() const { return m_closed; }
-    bool IsIdle(uint64_t nowMs, uint64_t idleMs = kIdleMs) const { return nowMs - m_lastInputMs >= idleMs; }
+    bool IsAuthenticated() const { return m_authenticated; }
+    // True once a digest was checked and found wrong (the session is then closed).
+    bool IsRefused() const { return m_refused; }
+    bool IsIdle(uint64_t nowMs, uint64_t idleMs = kIdleMs) const { return nowMs - m_lastCommandMs >= idleMs; }
 
     // MD5 of a text as 32 lower-case hex digits.
     static std::string Md5Hex(const std::string& text);
@@ -53,7 +58,8 @@ private:
     std::string m_random;
     bool m_authenticated;
     bool m_closed = false;
+    bool m_refused = false;
     bool m_overflow = false;
-    uint64_t m_lastInputMs;
+    uint64_t m_lastCommandMs;
     std::string m_line;
 };

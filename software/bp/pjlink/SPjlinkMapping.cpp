@@ -49,7 +49,7 @@ SPjlinkMapping SPjlinkMapping::FromJson(const Json::Value& pjlink, const Json::V
     }
     const Json::Value& p = pjlink.isNull() ? Json::Value::nullSingleton() : pjlink;
     static const char* const kKnown[] = {
-        "port", "passwordFile", "accessLevel", "power", "powerState", "input", "videoMute", "audioMute", "freeze",
+        "port", "noticePort", "passwordFile", "accessLevel", "power", "powerState", "input", "videoMute", "audioMute", "freeze",
         "name", "speakerVolume", "microphoneVolume", "filterHours", "inputResolution", "lampHours", "lampType",
         "errors", "manufacturer", "product", "information", "serialNumber", "softwareVersion",
         "recommendedResolution", "filterModel", "interface", "linkUpAddress"};
@@ -62,11 +62,14 @@ SPjlinkMapping SPjlinkMapping::FromJson(const Json::Value& pjlink, const Json::V
             THROW_EXCEPTION("\"pjlink\": unknown member \"%s\"", member.c_str());
         }
     }
-    if (p.isMember("port")) {
-        if (!p["port"].isUInt() || p["port"].asUInt() < 1 || p["port"].asUInt() > 65535) {
-            Fail("port", "1..65535");
+    for (const auto& port : {std::make_pair("port", &mapping.port), std::make_pair("noticePort", &mapping.noticePort)}) {
+        const Json::Value& value = p[port.first];
+        if (!value.isNull()) {
+            if (!value.isUInt() || value.asUInt() < 1 || value.asUInt() > 65535) {
+                Fail(port.first, "1..65535");
+            }
+            *port.second = static_cast<uint16_t>(value.asUInt());
         }
-        mapping.port = static_cast<uint16_t>(p["port"].asUInt());
     }
     if (p.isMember("accessLevel")) {
         if (!p["accessLevel"].isInt() || p["accessLevel"].asInt() < 1 || p["accessLevel"].asInt() > 6) {

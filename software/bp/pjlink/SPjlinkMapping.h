@@ -4,8 +4,9 @@
 // lamp positions from its "lamps" member). Every member has a default, so an empty
 // object maps the shipped virtual projector:
 //
-//   "port"              TCP port of the control protocol and UDP port of search and
-//                       notifications (4352)
+//   "port"              TCP port of the control protocol and UDP port of search (4352)
+//   "noticePort"        UDP port a controller hears on: search answers, link-up and
+//                       status notices go there (4352, the standard's)
 //   "passwordFile"      path under the runtime root ("/etc/projector/pjlink.password");
 //                       no file: no authentication
 //   "accessLevel"       the access level changes are made with (2, operator)
@@ -51,6 +52,7 @@ struct SPjlinkMapping {
     static constexpr const char* kErrorCategories[6] = {"fan", "lamp", "temperature", "cover", "filter", "other"};
 
     uint16_t port = 4352;
+    uint16_t noticePort = 4352;
     std::string passwordFile = "/etc/projector/pjlink.password";
     int accessLevel = 2;
     std::string power = "POW";

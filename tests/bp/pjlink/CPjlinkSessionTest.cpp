@@ -51,6 +51,7 @@ TEST(CPjlinkSession, APasswordIsCheckedOnceThroughTheDigestOfTheChallenge) {
         EXPECT_EQ(refused.Greeting(), "PJLINK 1 a572f60c\r");
         EXPECT_EQ(Feed(refused, std::string(refusal.line) + "%1POWR ?\r"), "PJLINK ERRA\r") << refusal.line;
         EXPECT_TRUE(refused.IsClosed());
+        EXPECT_EQ(refused.IsRefused(), password != CPjlinkSession::kRefuseAll) << "a guess counts, an unread password not";
     }
     EXPECT_EQ(projector.calls, (std::vector<std::string>{"1POWR ?", "1POWR 1", "1NAME ?"}));
 }
@@ -89,10 +90,19 @@ TEST(CPjlinkSession, MalformedOrOverlongLinesAreAnsweredWhereTheirCommandCanBeRe
         EXPECT_EQ(Feed(session, test.line), test.answer) << test.line.substr(0, 20);
         EXPECT_EQ(Feed(session, "%1POWR ?\r"), "%1POWR=0\r");  // the next line is whole again
     }
+}
+
+TEST(CPjlinkSession, OnlyCompleteAuthenticatedCommandsKeepASessionFromIdling) {
     SProjector projector;
     CPjlinkSession session(projector, "", "", 1000);
     EXPECT_FALSE(session.IsIdle(1000 + CPjlinkSession::kIdleMs - 1));
-    Feed(session, "%1PO", 20000);
+    Feed(session, "%1PO", 20000);  // trickled bytes count from the greeting
+    EXPECT_TRUE(session.IsIdle(1000 + CPjlinkSession::kIdleMs));
+    Feed(session, "WR ?\r", 20000);
     EXPECT_FALSE(session.IsIdle(20000 + CPjlinkSession::kIdleMs - 1));
     EXPECT_TRUE(session.IsIdle(20000 + CPjlinkSession::kIdleMs));
+
+    CPjlinkSession guarded(projector, "password", "a572f60c", 1000);
+    Feed(guarded, "e3d97429adffa11bce1f7275813d4bde", 20000);  // the digest alone is no command
+    EXPECT_TRUE(guarded.IsIdle(1000 + CPjlinkSession::kIdleMs));
 }

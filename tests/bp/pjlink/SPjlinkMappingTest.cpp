@@ -10,14 +10,16 @@
 TEST(SPjlinkMapping, DefaultsMapTheShippedControlsAndLampsComeFromTheConfiguration) {
     const SPjlinkMapping defaults = SPjlinkMapping::FromJson(Json::Value(), Json::Value());
     EXPECT_EQ(defaults.port, 4352);
+    EXPECT_EQ(defaults.noticePort, 4352);
     EXPECT_EQ(defaults.lampPositions, std::vector<std::string>{"A1"});
     ASSERT_NE(defaults.FindInput("31"), nullptr);
     EXPECT_EQ(defaults.FindInputValue(defaults.FindInput("31")->value)->name, "HDMI");
 
     const SPjlinkMapping mapped = SPjlinkMapping::FromJson(
-        J(R"({"port": 14352, "input": {"code": "SRC+MAIN", "inputs": [{"number": "6Z", "value": 9}]}})"),
+        J(R"({"port": 14352, "noticePort": 24352, "input": {"code": "SRC+MAIN", "inputs": [{"number": "6Z", "value": 9}]}})"),
         J(R"([{"position": "A1"}, {"position": "B2"}])"));
     EXPECT_EQ(mapped.port, 14352);
+    EXPECT_EQ(mapped.noticePort, 24352);
     EXPECT_EQ(mapped.input, "SRC+MAIN");
     EXPECT_EQ(mapped.FindInput("6Z")->name, "Input 6Z");
     EXPECT_FALSE(SPjlinkMapping::IsClass1Input("6Z"));
@@ -33,6 +35,7 @@ TEST(SPjlinkMapping, EachWrongMemberIsNamedInOneMessage) {
         {R"([1])", "\"pjlink\" must be an object"},
         {R"({"colour": 1})", "unknown member \"colour\""},
         {R"({"port": 0})", "\"port\" must be 1..65535"},
+        {R"({"noticePort": "4352"})", "\"noticePort\" must be 1..65535"},
         {R"({"accessLevel": 9})", "\"accessLevel\" must be 1..6"},
         {R"({"power": "POWER"})", "\"power\" must be a control code"},
         {R"({"lampHours": "LHR+LPA1"})", "\"lampHours\" must be a control code of 3 characters"},
