@@ -1,15 +1,14 @@
-# Cross build for the projector's computer (32-bit ARM, hard-float) with Debian's multiarch
-# cross toolchain (crossbuild-essential-armhf) and the ":armhf" development packages that
-# scripts/install-deps.sh --armhf installs:
+# Cross build for the projector's computer (32-bit ARM, hard-float) with Debian's cross
+# compiler (g++-arm-linux-gnueabihf) and the armhf libraries that
+# scripts/install-deps.sh --armhf unpacks into a private prefix:
 #
 #   cmake -S . -B build-armhf -DCMAKE_TOOLCHAIN_FILE=cmake/toolchain-armhf.cmake
 #
-# Libraries and pkg-config files come from /usr/lib/arm-linux-gnueabihf only; programs
-# run on the build machine (Qt's lrelease and moc) are the host's. ClearSilver's
-# development package cannot be installed for two architectures at once, so its armhf
-# static libraries and headers are unpacked into a private prefix (PROJ_ARMHF_PREFIX).
-# Test programs run under user-mode emulation (plain qemu-arm with the armhf loader that
-# libc6:armhf installs; never with -L into a cross prefix, which would mix C libraries).
+# The C and C++ runtime is the cross toolchain's own (/usr/arm-linux-gnueabihf); every
+# other library, with its headers, CMake and pkg-config files, comes from the prefix,
+# which is searched before the build machine. Programs run on the build machine (Qt's
+# lrelease and moc) are the host's. Test programs run under user-mode emulation through
+# scripts/qemu-armhf, which gives them the same runtime and the prefix's libraries.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
@@ -17,20 +16,26 @@ set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 
+set(PROJ_ARMHF_PREFIX /opt/projector-armhf)
+set(CMAKE_FIND_ROOT_PATH ${PROJ_ARMHF_PREFIX})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
 
-set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/arm-linux-gnueabihf/pkgconfig:/usr/share/pkgconfig")
+# The compiler knows nothing of the prefix: its include folders come before the build
+# machine's /usr/include (which the cross compiler would otherwise search), and the
+# linker finds there the libraries the prefix's libraries need in turn.
+set(_proj_armhf_include ${PROJ_ARMHF_PREFIX}/usr/include/arm-linux-gnueabihf ${PROJ_ARMHF_PREFIX}/usr/include)
+set(CMAKE_C_STANDARD_INCLUDE_DIRECTORIES ${_proj_armhf_include})
+set(CMAKE_CXX_STANDARD_INCLUDE_DIRECTORIES ${_proj_armhf_include})
+set(_proj_armhf_link "-Wl,-rpath-link,${PROJ_ARMHF_PREFIX}/usr/lib/arm-linux-gnueabihf:${PROJ_ARMHF_PREFIX}/lib/arm-linux-gnueabihf")
+set(CMAKE_EXE_LINKER_FLAGS_INIT ${_proj_armhf_link})
+set(CMAKE_SHARED_LINKER_FLAGS_INIT ${_proj_armhf_link})
+set(CMAKE_MODULE_LINKER_FLAGS_INIT ${_proj_armhf_link})
+
+set(ENV{PKG_CONFIG_LIBDIR} "${PROJ_ARMHF_PREFIX}/usr/lib/arm-linux-gnueabihf/pkgconfig:${PROJ_ARMHF_PREFIX}/usr/share/pkgconfig")
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${PROJ_ARMHF_PREFIX})
 set(ENV{PKG_CONFIG_PATH} "")
 
-if(NOT DEFINED PROJ_ARMHF_PREFIX)
-    set(PROJ_ARMHF_PREFIX /opt/projector-armhf)
-endif()
-set(CLEARSILVER_INCLUDE_DIR ${PROJ_ARMHF_PREFIX}/usr/include/ClearSilver CACHE PATH "ClearSilver headers (armhf)")
-set(CLEARSILVER_UTIL_LIBRARY ${PROJ_ARMHF_PREFIX}/usr/lib/arm-linux-gnueabihf/libneo_utl.a
-    CACHE FILEPATH "ClearSilver's utility library (armhf)")
-
-find_program(PROJ_QEMU_ARM qemu-arm REQUIRED)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${PROJ_QEMU_ARM})
+get_filename_component(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../scripts/qemu-armhf ABSOLUTE)

@@ -23,7 +23,7 @@ emulator=""
 case "$mode" in
     armhf)
         options="-DCMAKE_TOOLCHAIN_FILE=$(pwd)/cmake/toolchain-armhf.cmake"
-        emulator=$(command -v qemu-arm)
+        emulator="$(pwd)/scripts/qemu-armhf"
         export VPROJECTOR_EMULATOR="$emulator"
         ;;
     sanitize)

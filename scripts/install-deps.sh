@@ -10,22 +10,30 @@ set -eu
 PACKAGES="
 build-essential cmake pkg-config
 libjsoncpp-dev
-libboost1.74-dev libboost-filesystem1.74-dev libboost-thread1.74-dev libboost-system1.74-dev
 clearsilver-dev
 libminizip-dev zlib1g-dev
-libxml2-dev libpng-dev libssl-dev
+libssl-dev
 qtbase5-dev qttools5-dev-tools
 libgtest-dev libgmock-dev libbenchmark-dev
 clang libclang-rt-14-dev
 iproute2
 "
-# The cross toolchain, the emulator and the armhf loader, then the armhf development
-# packages of every library the build links.
-ARMHF_TOOLS="crossbuild-essential-armhf qemu-user libc6:armhf"
-ARMHF_LIBS="zlib1g-dev:armhf libssl-dev:armhf libjsoncpp-dev:armhf libminizip-dev:armhf
-libgtest-dev:armhf libgmock-dev:armhf qtbase5-dev:armhf"
-# ClearSilver's development package is not multi-arch (its armhf and amd64 packages
-# conflict): the armhf one is unpacked here, and cmake/toolchain-armhf.cmake looks here.
+# The cross build for the projector (--armhf): the cross compiler and the emulator are
+# the build machine's own packages; the armhf libraries are never installed into the
+# system (their versions would have to match the host's copies of the same libraries,
+# which a workstation or a mirror in the middle of a sync cannot promise). They are
+# unpacked into a private prefix instead, chosen by scripts/select-armhf.awk from what apt
+# offers for armhf:
+ARMHF_TOOLS="g++-arm-linux-gnueabihf qemu-user"
+# headers, static libraries and CMake or pkg-config files, taken as they are;
+ARMHF_DEV="zlib1g-dev libssl-dev libjsoncpp-dev libminizip-dev libgtest-dev libgmock-dev
+qtbase5-dev qt5-qmake clearsilver-dev"
+# the shared libraries the build links, taken with the libraries they need;
+ARMHF_RUNTIME="zlib1g libssl3 libjsoncpp25 libminizip1 libqt5core5a"
+# the C and C++ runtime, which the cross toolchain brings (/usr/arm-linux-gnueabihf).
+ARMHF_TOOLCHAIN="libc6 libgcc-s1 libstdc++6 gcc-12-base"
+# cmake/toolchain-armhf.cmake and scripts/qemu-armhf look here; the selection it holds is
+# recorded in its "packages" file.
 ARMHF_PREFIX=/opt/projector-armhf
 
 armhf=0
@@ -54,84 +62,23 @@ missing_of() {
     echo "$missing"
 }
 
+# Fetches the package indexes once per run. A mirror in the middle of a sync serves an
+# index of the wrong size ("Mirror sync in progress?"): the update is tried a few times,
+# then what could not be fetched is named and the indexes apt has are used.
 updated=0
 update_index() {
-    if [ "$updated" -eq 0 ]; then
-        # A mirror in the middle of a sync can fail one index; what was fetched is used.
-        $SUDO apt-get update -q || echo "install-deps: some package indexes could not be fetched; going on" >&2
-        updated=1
-    fi
-}
-
-# The highest version that both architectures of a package can have.
-common_version() {
-    local arm amd
-    arm=$(apt-cache madison "$1:armhf" 2>/dev/null | awk -F'|' '{gsub(/ /, "", $2); print $2}' | sort -u)
-    amd=$(apt-cache madison "$1:amd64" 2>/dev/null | awk -F'|' '{gsub(/ /, "", $2); print $2}' | sort -u)
-    comm -12 <(echo "$arm") <(echo "$amd") | sort -V | tail -n 1
-}
-
-# The available versions of a package, highest first.
-versions_of() {
-    apt-cache madison "$1" 2>/dev/null | awk -F'|' '{gsub(/ /, "", $2); print $2}' | sort -u -V -r
-}
-
-# Installs packages so that the armhf and amd64 copies of every "Multi-Arch: same"
-# library keep one version. When the indexes disagree (a security index fetched for one
-# architecture only), apt gives up or would remove packages; then:
-#   - a library it names for armhf is pinned, both architectures to the highest version
-#     they share (an armhf library whose amd64 copy is not installed, to its candidate);
-#   - an amd64 package it cannot install, or would remove, is pinned to the highest of
-#     its versions that fits what is pinned;
-# until the installation resolves without removing anything.
-install_resolving() {
-    local pins="" round out names p v common added
-    for round in $(seq 1 30); do
-        # shellcheck disable=SC2086
-        if out=$(apt-get install -s -q --no-install-recommends --allow-downgrades "$@" $pins 2>&1) &&
-            ! echo "$out" | grep -q "^Remv "; then
-            # shellcheck disable=SC2086
-            $SUDO apt-get install -y -q --no-install-recommends --allow-downgrades "$@" $pins
+    local attempt out
+    [ "$updated" -eq 0 ] || return 0
+    updated=1
+    for attempt in 1 2 3; do
+        if out=$($SUDO apt-get update -q 2>&1) && ! echo "$out" | grep -q "^E: "; then
             return 0
         fi
-        added=0
-        for name in $(echo "$out" | grep -oE "[a-z0-9][a-z0-9.+-]*:armhf" | sort -u); do
-            p=${name%:armhf}
-            case " $pins " in *" $p:armhf="*) continue ;; esac
-            if installed "$p:amd64"; then
-                common=$(common_version "$p")
-            else
-                common=$(apt-cache policy "$p:armhf" | awk '/Candidate:/ {print $2}')
-            fi
-            [ -n "$common" ] && [ "$common" != "(none)" ] || continue
-            if installed "$p:amd64"; then
-                pins="$pins $p:amd64=$common"
-            fi
-            pins="$pins $p:armhf=$common"
-            added=1
-        done
-        # amd64 packages that cannot be installed as asked or would be removed: the highest
-        # older version that resolves.
-        for p in $(echo "$out" | sed -n -e 's/^ \([a-z0-9][a-z0-9.+-]*\) : Depends.*/\1/p' -e 's/^Remv \([a-z0-9][a-z0-9.+-]*\) .*/\1/p' | sort -u); do
-            case "$p" in *:*) continue ;; esac
-            case " $pins " in *" $p="* | *" $p:amd64="*) continue ;; esac
-            for v in $(versions_of "$p:amd64"); do
-                # shellcheck disable=SC2086
-                if apt-get install -s -q --no-install-recommends --allow-downgrades "$p:amd64=$v" $pins >/dev/null 2>&1; then
-                    pins="$pins $p:amd64=$v"
-                    added=1
-                    break
-                fi
-            done
-        done
-        if [ "$added" -eq 0 ]; then
-            echo "$out" >&2
-            echo "install-deps: these packages cannot be installed together: $*" >&2
-            return 1
-        fi
-        echo "install-deps: pinning${pins}" >&2
+        [ "$attempt" -eq 3 ] || sleep "${INSTALL_DEPS_RETRY_SECONDS:-10}"
     done
-    return 1
+    echo "install-deps: after 3 attempts apt could not fetch:" >&2
+    echo "$out" | grep -E "^(Err|E):" | sed 's/^/    /' >&2
+    echo "install-deps: going on with the package indexes apt already has" >&2
 }
 
 missing=$(missing_of $PACKAGES)
@@ -139,31 +86,61 @@ if [ -n "$missing" ]; then
     echo "installing:$missing"
     update_index
     # shellcheck disable=SC2086
-    install_resolving $missing
+    $SUDO apt-get install -y -q --no-install-recommends $missing
 fi
 
 if [ "$armhf" -eq 0 ]; then
     exit 0
 fi
 
-if ! dpkg --print-foreign-architectures | grep -qx armhf; then
-    $SUDO dpkg --add-architecture armhf
-    updated=0
-fi
 # shellcheck disable=SC2086
-missing=$(missing_of $ARMHF_TOOLS $ARMHF_LIBS)
+missing=$(missing_of $ARMHF_TOOLS)
 if [ -n "$missing" ]; then
     echo "installing:$missing"
     update_index
     # shellcheck disable=SC2086
-    install_resolving $missing
+    $SUDO apt-get install -y -q --no-install-recommends $missing
 fi
-if [ ! -f "$ARMHF_PREFIX/usr/lib/arm-linux-gnueabihf/libneo_utl.a" ]; then
+
+# apt offers armhf packages only once the architecture is known to it; adding it
+# installs nothing.
+if ! dpkg --print-foreign-architectures | grep -qx armhf; then
+    $SUDO dpkg --add-architecture armhf
+    updated=0
     update_index
-    scratch=$(mktemp -d)
-    chmod 755 "$scratch"  # apt's download user writes here
-    (cd "$scratch" && apt-get download clearsilver-dev:armhf)
-    $SUDO mkdir -p "$ARMHF_PREFIX"
-    $SUDO dpkg-deb -x "$scratch"/clearsilver-dev_*_armhf.deb "$ARMHF_PREFIX"
-    rm -rf "$scratch"
 fi
+select_armhf() {
+    apt-cache dumpavail | awk -v dev="$ARMHF_DEV" -v runtime="$ARMHF_RUNTIME" \
+        -v toolchain="$ARMHF_TOOLCHAIN" -f "$(dirname "$0")/select-armhf.awk"
+}
+if ! selection=$(select_armhf 2>/dev/null); then
+    update_index
+    if ! selection=$(select_armhf); then
+        echo "install-deps: apt offers no complete set of armhf packages for the cross build" >&2
+        exit 1
+    fi
+fi
+if [ "$selection" = "$(cat "$ARMHF_PREFIX/packages" 2>/dev/null)" ]; then
+    exit 0
+fi
+
+echo "unpacking into $ARMHF_PREFIX:" $selection
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+# shellcheck disable=SC2086
+(cd "$scratch" && apt-get download -q -o APT::Sandbox::User=root $selection)
+mkdir "$scratch/prefix"
+for deb in "$scratch"/*.deb; do
+    dpkg-deb -x "$deb" "$scratch/prefix"
+done
+# Qt's CMake files ask for its build tools beside its libraries: they are the host's.
+for tool in lib/qt5/bin/moc lib/qt5/bin/rcc lib/arm-linux-gnueabihf/qt5/bin/qmake; do
+    mkdir -p "$scratch/prefix/usr/$(dirname "$tool")"
+    ln -sfn "/usr/lib/qt5/bin/$(basename "$tool")" "$scratch/prefix/usr/$tool"
+done
+echo "$selection" > "$scratch/prefix/packages"
+# The new prefix replaces the old one whole, so an interrupted run leaves the old intact.
+$SUDO rm -rf "$ARMHF_PREFIX.new"
+$SUDO mv "$scratch/prefix" "$ARMHF_PREFIX.new"
+$SUDO rm -rf "$ARMHF_PREFIX"
+$SUDO mv "$ARMHF_PREFIX.new" "$ARMHF_PREFIX"
