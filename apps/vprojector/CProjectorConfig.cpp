@@ -86,7 +86,8 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
     for (const std::string& member : m_root.getMemberNames()) {
         if (member != "controls" && member != "statusGroups" && member != "users" && member != "menu" &&
             member != "formatter" && member != "laser" && member != "lamps" && member != "power" &&
-            member != "family" && member != "multicast" && member != "unicast" && member != "pjlink") {
+            member != "family" && member != "multicast" && member != "unicast" && member != "pjlink" &&
+            member != "ipcAccess") {
             Fail("", "unknown member \"" + member + "\"");
         }
     }
@@ -120,6 +121,7 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
     CheckGroup();
     try {
         GetPjlink();
+        GetIpcAccess();
     } catch (const CException& e) {
         Fail("", e.GetMessage());
     }
@@ -366,6 +368,8 @@ void CProjectorConfig::BuildStatus(CStatusDb& database) const {
 }
 
 std::string CProjectorConfig::GetSequenceName() const { return m_root["formatter"].get("sequence", "").asString(); }
+
+CIpcAccessPolicy CProjectorConfig::GetIpcAccess() const { return CIpcAccessPolicy::FromJson(m_root["ipcAccess"]); }
 
 SPjlinkMapping CProjectorConfig::GetPjlink() const { return SPjlinkMapping::FromJson(m_root["pjlink"], m_root["lamps"]); }
 

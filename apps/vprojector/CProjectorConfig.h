@@ -14,7 +14,8 @@
 // family number "system:getFamily" answers, default 1), "multicast" ({"group": a multicast
 // address, "port", "interface"}, default 239.192.0.1, 3004, "lo") and "unicast"
 // ({"port"}, default 3005, 0 for any free port) and "pjlink" (the PJLink front-end's
-// mapping, see SPjlinkMapping).
+// mapping, see SPjlinkMapping) and "ipcAccess" (the highest levels local processes of
+// other users may state over IPC, see CIpcAccessPolicy).
 // A control: "code", "type" (display type), and where its kind uses them: "persistent"
 // (false), "min", "max", "default" (a number, or a text for types 300..399), "access"
 // (2), "name", "help" (text ids), "decimals", "readOnly", "softMin", "softMax",
@@ -44,6 +45,7 @@
 #include "SPjlinkMapping.h"
 #include "control/CProjCon.h"
 #include "dispatch/CEventDispatcher.h"
+#include "dispatch/CIpcAccessPolicy.h"
 #include "status/CStatusDb.h"
 
 // The hardware behind the virtual projector's controls: it takes every value except the
@@ -93,6 +95,8 @@ public:
     unsigned int GetWarmupS() const { return m_root["power"].get("warmupS", 0).asUInt(); }
     // Throws CException for a mapping that is not right.
     SPjlinkMapping GetPjlink() const;
+    // Throws CException for a policy that is not right (an unknown user, say).
+    CIpcAccessPolicy GetIpcAccess() const;
     unsigned int GetFamily() const { return m_root.get("family", 1).asUInt(); }
     static constexpr const char* kDefaultLampType = "SIM-LAMP";
 

@@ -392,6 +392,7 @@ int main(int argc, char** argv) {
 
         const std::string ipcPath = NRuntimeRoot::Path(kControllerSocket);
         CIpcEventDispatcher ipc(dispatcher, ipcPath.c_str(), log);
+        ipc.SetAccessPolicy(config->GetIpcAccess());
         CJsonRpcServer json(dispatcher, static_cast<unsigned short>(options.jsonPort), clock, log);
         CC4jControl controlApi(json);
         CC4jStatus statusApi(json, *status);

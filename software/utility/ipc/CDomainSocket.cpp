@@ -12,12 +12,15 @@
 
 static_assert(sizeof(sockaddr_un) == 110, "the address is a 2-byte family and a 108-character path");
 
-CDomainSocket::CDomainSocket() : m_fd(-1), m_address{}, m_receiveTimeoutMs(~0u) { m_address.sun_family = AF_UNIX; }
+CDomainSocket::CDomainSocket() : m_fd(-1), m_address{}, m_credentials{}, m_hasCredentials(false), m_receiveTimeoutMs(~0u) {
+    m_address.sun_family = AF_UNIX;
+}
 
 CDomainSocket::CDomainSocket(const char* path) : CDomainSocket() { Create(path); }
 
 CDomainSocket::CDomainSocket(CDomainSocket&& other) noexcept
-    : m_fd(other.m_fd), m_address(other.m_address), m_receiveTimeoutMs(other.m_receiveTimeoutMs) {
+    : m_fd(other.m_fd), m_address(other.m_address), m_credentials(other.m_credentials),
+      m_hasCredentials(other.m_hasCredentials), m_receiveTimeoutMs(other.m_receiveTimeoutMs) {
     other.m_fd = -1;
 }
 
@@ -26,6 +29,8 @@ CDomainSocket& CDomainSocket::operator=(CDomainSocket&& other) noexcept {
         Close();
         m_fd = other.m_fd;
         m_address = other.m_address;
+        m_credentials = other.m_credentials;
+        m_hasCredentials = other.m_hasCredentials;
         m_receiveTimeoutMs = other.m_receiveTimeoutMs;
         other.m_fd = -1;
     }
@@ -79,22 +84,65 @@ void CDomainSocket::Create(const char* path) {
     m_receiveTimeoutMs = ~0u;
 }
 
+void CDomainSocket::EnableCredentials() {
+    const int on = 1;
+    if (m_fd == -1 || setsockopt(m_fd, SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0) {
+        THROW_ERRNO_EXCEPTION("Socket credentials failed on %s", m_address.sun_path);
+    }
+}
+
+bool CDomainSocket::GetCredentials(ucred& credentials) const {
+    if (m_hasCredentials) {
+        credentials = m_credentials;
+    }
+    return m_hasCredentials;
+}
+
 int CDomainSocket::Receive(unsigned char* buffer, int length, int flags, CDomainSocket* from) {
     if (m_fd == -1) {
         THROW_EXCEPTION("Uninitialized socket");
     }
     sockaddr_un sender{};
+    // Room for the credentials and for a few descriptors a sender might pass, which are
+    // closed below (what does not fit is discarded by the kernel).
+    alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(ucred)) + CMSG_SPACE(16 * sizeof(int))];
     for (;;) {
-        socklen_t senderLength = sizeof sender;
-        const ssize_t received = recvfrom(m_fd, buffer, static_cast<size_t>(length), flags,
-                                          reinterpret_cast<sockaddr*>(&sender), &senderLength);
+        iovec data{buffer, static_cast<size_t>(length)};
+        msghdr header{};
+        header.msg_name = &sender;
+        header.msg_namelen = sizeof sender;
+        header.msg_iov = &data;
+        header.msg_iovlen = 1;
+        header.msg_control = control;
+        header.msg_controllen = sizeof control;
+        const ssize_t received = recvmsg(m_fd, &header, flags | MSG_CMSG_CLOEXEC);
         if (received >= 0) {
+            bool hasCredentials = false;
+            ucred credentials{};
+            for (cmsghdr* part = CMSG_FIRSTHDR(&header); part; part = CMSG_NXTHDR(&header, part)) {
+                if (part->cmsg_level != SOL_SOCKET) {
+                    continue;
+                }
+                if (part->cmsg_type == SCM_CREDENTIALS && part->cmsg_len >= CMSG_LEN(sizeof(ucred))) {
+                    memcpy(&credentials, CMSG_DATA(part), sizeof credentials);
+                    hasCredentials = true;
+                } else if (part->cmsg_type == SCM_RIGHTS) {
+                    const size_t count = (part->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+                    for (size_t i = 0; i < count; ++i) {
+                        int fd = -1;
+                        memcpy(&fd, CMSG_DATA(part) + i * sizeof(int), sizeof fd);
+                        close(fd);
+                    }
+                }
+            }
             if (from) {
                 // An unbound sender has an empty path; a 108-character path loses its last
                 // character so that the path stays terminated.
                 sender.sun_family = AF_UNIX;
                 sender.sun_path[kMaxPathLength] = '\0';
                 from->m_address = sender;
+                from->m_credentials = credentials;
+                from->m_hasCredentials = hasCredentials;
             }
             return static_cast<int>(received);
         }

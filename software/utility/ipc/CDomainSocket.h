@@ -7,7 +7,11 @@
 // copied, because two owners would close and unlink the same socket twice.
 //
 // An object without a descriptor serves as a plain address: RecvFrom fills one with the
-// sender's path, and SendTo can send to it.
+// sender's path (and, on a socket with credentials enabled, the sender's pid, uid and
+// gid as the kernel vouches for them), and SendTo can send to it.
+//
+// Receiving never takes descriptors from a sender: any passed along with a datagram
+// (SCM_RIGHTS) are closed at once, so no sender can fill the receiver's table.
 //
 // Paths: up to 107 characters (the whole of sun_path but its terminator), so that the
 // runtime root can lengthen the system's socket paths; a longer path throws. Callers pass
@@ -38,6 +42,13 @@ public:
     // an empty path leaves it unbound. Throws "Socket failed on %s" or
     // "Socket bind failed on %s" (with errno), or "Socket path too long: %s".
     void Create(const char* path);
+
+    // Asks the kernel to attach the sender's credentials to every datagram (SO_PASSCRED);
+    // senders need do nothing. Throws "Socket credentials failed on %s" (with errno).
+    void EnableCredentials();
+    // The credentials of the sender whose datagram filled this address; false when none
+    // came with it (a socket without credentials enabled).
+    bool GetCredentials(ucred& credentials) const;
 
     // Blocking receive; fills `from` (when given) with the sender's address. Returns the
     // byte count (0 when a receive time-out set by RecvFromTimed ran out).
@@ -78,6 +89,8 @@ private:
 
     int m_fd;
     sockaddr_un m_address;
+    ucred m_credentials;
+    bool m_hasCredentials;
     // The receive time-out last set on the descriptor; ~0u when none was set.
     unsigned int m_receiveTimeoutMs;
 };

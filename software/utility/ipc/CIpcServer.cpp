@@ -12,10 +12,10 @@ bool CIpcServer::IsMessageAvailable(unsigned int timeoutMs) {
 }
 
 bool CIpcServer::GetMessage(CIpcMessage& message, bool* complete) {
-    CDomainSocket sender;
-    const int received = m_socket.RecvFrom(m_buffer.get(), CIpcMessage::kMaxMessageSize, 0, &sender);
+    m_sender = CDomainSocket();
+    const int received = m_socket.RecvFrom(m_buffer.get(), CIpcMessage::kMaxMessageSize, 0, &m_sender);
     const bool whole = received > 0 && message.DeserializeMessage(m_buffer.get(), static_cast<unsigned>(received),
-                                                                  sender.GetPath().c_str());
+                                                                  m_sender.GetPath().c_str());
     if (complete) {
         *complete = whole;
     }

@@ -23,6 +23,11 @@ public:
     // one is dropped and message is left unchanged. `complete`, when given, tells which.
     bool GetMessage(CIpcMessage& message, bool* complete = nullptr);
 
+    // From now on the kernel vouches for the sender of every message (CDomainSocket).
+    void EnableCredentials() { m_socket.EnableCredentials(); }
+    // The credentials of the last message's sender; false when none came with it.
+    bool GetSenderCredentials(ucred& credentials) const { return m_sender.GetCredentials(credentials); }
+
     // Serialises message and sends it to its reply address. True when the whole message
     // was sent; false for a message without a reply address or one too large to send.
     // Never blocks: a peer whose socket is gone or whose queue is full makes it throw
@@ -38,5 +43,6 @@ public:
 
 private:
     CDomainSocket m_socket;
+    CDomainSocket m_sender;  // the address of the last message's sender
     std::unique_ptr<unsigned char[]> m_buffer;
 };

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <vector>
@@ -53,6 +54,7 @@ std::string JoinedCode(const CIpcMessage& message) {
 CIpcEventDispatcher::CIpcEventDispatcher(CEventDispatcher& dispatcher, const char* socketPath, ILog& log)
     : m_dispatcher(dispatcher), m_log(log), m_server(socketPath), m_outbox(m_server.GetSocket(), log),
       m_internalPrefix(NRuntimeRoot::Path("/var/run/ui/") + std::to_string(getpid()) + "_") {
+    m_server.EnableCredentials();
     m_dispatcher.SetIpcEventDispatcher(this);
 }
 
@@ -72,7 +74,22 @@ int CIpcEventDispatcher::TakeAccessLevel(CIpcMessage& message) const {
         }
         message.RemoveArg(kAccessLevelParm);
     }
-    return level;
+    return std::min(level, static_cast<int>(m_senderCap));
+}
+
+EAccessLevel CIpcEventDispatcher::SenderCap(const CIpcMessage& message) {
+    ucred sender{};
+    if (!m_server.GetSenderCredentials(sender)) {
+        return ACCESS_USER;  // no word from the kernel: the sender proves nothing
+    }
+    const EAccessLevel cap = m_policy.Cap(sender);
+    int stated = ACCESS_USER;
+    if (cap < ACCESS_PROTECTED && message.GetArg(kAccessLevelParm, stated) && stated > cap &&
+        m_cappedUids.size() < CIpcAccessPolicy::kMaxCachedUsers && m_cappedUids.insert(sender.uid).second) {
+        m_log.LogWarning("IPC sender uid %u (pid %d) states access level %d; its level is capped at %d",
+                         static_cast<unsigned>(sender.uid), static_cast<int>(sender.pid), stated, cap);
+    }
+    return cap;
 }
 
 bool CIpcEventDispatcher::ProcessEvents() {
@@ -90,6 +107,7 @@ bool CIpcEventDispatcher::ProcessEvents() {
     if (!complete) {
         return true;
     }
+    m_senderCap = SenderCap(message);
 
     const std::string sender = message.GetReplyAddress();
     const char* internal = IsInternalSender(sender) ? "(internal)" : "";
@@ -131,6 +149,7 @@ bool CIpcEventDispatcher::ProcessEvents() {
         replies.clear();
         replies.push_back(ErrorReplyTo(message, ERR_REQUEST_THREW, NErrorText::GetErrorString(ERR_REQUEST_THREW)));
     }
+    m_senderCap = ACCESS_PROTECTED;  // a direct call later is the controller's own
 
     if (message.HasFlag(MSG_FLAG_REPLY_WANTED)) {
         if (replies.empty()) {

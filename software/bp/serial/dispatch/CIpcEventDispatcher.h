@@ -15,7 +15,12 @@
 // The owner's loop polls the outbox (AddDescriptors) and lets it send (ProcessReady).
 //
 // Wire conventions served here:
-//  - parameter 231 on a command or request: the sender's access level (1 when absent);
+//  - parameter 231 on a command or request: the access level the sender states (1 when
+//    absent), capped by what the kernel says of the sender (SCM_CREDENTIALS, enabled on
+//    the socket) under the access policy (CIpcAccessPolicy): the lower of the two
+//    counts. The first time a sender of some uid is capped, its uid and pid are logged.
+//    Status requests ("STA") and registrations ("NOT") arrive on this same socket and
+//    pass the same cap to what they run;
 //  - a notification carries the control's code and subcode and, per bit of its type in
 //    the order 1, 4, 2, 8: argument 0 = value (text for text controls), 241/242 = min/max,
 //    240 = enabled, 243 = number of list entries;
@@ -32,10 +37,12 @@
 // Thread contract: owned by the controller's event thread, like the dispatcher.
 
 #include <list>
+#include <set>
 #include <string>
 
 #include "EError.h"
 #include "control/ControlTypes.h"
+#include "dispatch/CIpcAccessPolicy.h"
 #include "ipc/CIpcOutbox.h"
 #include "ipc/CIpcServer.h"
 #include "ipc/CPollSet.h"
@@ -69,8 +76,11 @@ public:
     // ProcessEvents).
     void ProcessReady(const CPollSet& poll) { m_outbox.ProcessReady(poll); }
     std::string GetSocketPath() const { return m_server.GetPath(); }
+    // Replaces the default policy (only root and the controller's user above level 1).
+    void SetAccessPolicy(const CIpcAccessPolicy& policy) { m_policy = policy; }
 
-    // The reply keeps the command's header; parameter 231 is taken off the command.
+    // The reply keeps the command's header; parameter 231 is taken off the command. Called
+    // directly (not for a message off the socket), the stated level is not capped.
     void ProcessCommands(CIpcMessage& command, CIpcMessage& reply);
     void ProcessRequests(CIpcMessage& request, std::list<CIpcMessage>& replies);
     // Throws CException on a malformed registration; ProcessEvents turns that into an
@@ -83,7 +93,10 @@ public:
     bool SendNotify(CIpcMessage& notification, const std::string& address);
 
 private:
+    // The level the message states (parameter 231, taken off), capped for its sender.
     int TakeAccessLevel(CIpcMessage& message) const;
+    // The cap for the message just received, logged the first time a uid is capped.
+    EAccessLevel SenderCap(const CIpcMessage& message);
     void AnswerAttribute(const CProjCon& control, const CIpcMessage& request, unsigned char modifier,
                          std::list<CIpcMessage>& replies);
     void AnswerList(const CProjCon& control, const CIpcMessage& request, std::list<CIpcMessage>& replies);
@@ -98,4 +111,7 @@ private:
     CIpcServer m_server;
     CIpcOutbox m_outbox;
     std::string m_internalPrefix;
+    CIpcAccessPolicy m_policy;
+    EAccessLevel m_senderCap = ACCESS_PROTECTED;  // of the message being processed
+    std::set<uid_t> m_cappedUids;                 // logged once each
 };
