@@ -40,4 +40,12 @@ unsigned int CBERLength::decode(const uint8_t* in, uint32_t available, uint32_t&
     return count + 1;
 }
 
+bool CBERLength::needsMore(const uint8_t* in, uint32_t available) {
+    if (available == 0) {
+        return true;
+    }
+    const unsigned int count = in[0] & 0x7F;
+    return (in[0] & 0x80) != 0 && count >= 1 && count <= 3 && available < count + 1;
+}
+
 }  // namespace LibFusion

@@ -20,6 +20,9 @@ public:
     // Reads a length from at most `available` bytes; the bytes consumed, 0 (and value 0)
     // when they do not hold a valid one.
     static unsigned int decode(const uint8_t* in, uint32_t available, uint32_t& value);
+    // Whether the bytes begin a valid multi-byte length whose following bytes have not all
+    // arrived (decode gives 0 for it too, but more bytes can still make it whole).
+    static bool needsMore(const uint8_t* in, uint32_t available);
 };
 
 }  // namespace LibFusion

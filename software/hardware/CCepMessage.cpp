@@ -174,6 +174,11 @@ bool CCepMessage::fromBytes(const uint8_t* buffer, uint32_t length, uint32_t& co
     const SLayout& layout = LayoutOf(version);
     uint32_t block = 0;
     const unsigned int berBytes = CBERLength::decode(buffer + kHeaderSize, length - kHeaderSize, block);
+    if (berBytes == 0) {
+        consumed = 0;
+        return Fail(CBERLength::needsMore(buffer + kHeaderSize, length - kHeaderSize) ? DECODE_INCOMPLETE
+                                                                                       : DECODE_BAD_HEADER);
+    }
     const uint64_t frameLength = uint64_t{kHeaderSize} + berBytes + block;
     consumed = frameLength > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(frameLength);
     if (length < frameLength) {

@@ -20,8 +20,9 @@
 //
 // Decoding never throws and never reads outside the given bytes, however the lengths
 // lie: a problem is reported by a false result and getDecodingError(): 121 a bad header
-// (short, no start marker, a version other than 1 or 2), 122 incomplete (the frame or a
-// property runs past the bytes or the block), 123 CRC mismatch; 120 after success.
+// (short, no start marker, a version other than 1 or 2, a block length that is no valid
+// BER length), 122 incomplete (the frame, or its block length, runs past the bytes, or a
+// property runs past the block), 123 CRC mismatch; 120 after success.
 //
 // Thread contract: not locked; one thread uses a message at a time.
 
@@ -157,8 +158,9 @@ public:
     // The version byte of a frame's header, or 0 when length < 19 or the start marker is
     // missing.
     static uint8_t CheckMessageHeader(const uint8_t* buffer, uint32_t length);
-    // Decodes the frame at the start of buffer; consumed gets the frame's length once
-    // known. The buffer is only read.
+    // Decodes the frame at the start of buffer; consumed gets the frame's length once its
+    // block length is read (0 before: a length cut short is incomplete, not an empty
+    // block). The buffer is only read.
     bool fromBytes(const uint8_t* buffer, uint32_t length, uint32_t& consumed, bool checkCrc);
 
 private:

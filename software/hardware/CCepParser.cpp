@@ -20,7 +20,9 @@ private:
 
 }  // namespace
 
-CCepParser::CCepParser(uint32_t bufferSize) : m_capacity(bufferSize) { m_buffer.reserve(bufferSize); }
+CCepParser::CCepParser(uint32_t bufferSize, ILog* log) : m_capacity(bufferSize), m_log(log) {
+    m_buffer.reserve(bufferSize);
+}
 
 uint32_t CCepParser::addData(const uint8_t* bytes, uint32_t count) {
     CLock lock(m_mutex);
@@ -46,17 +48,28 @@ bool CCepParser::findMsg(const std::vector<uint8_t>& buffer, uint32_t& index) {
 std::unique_ptr<CCepMessage> CCepParser::getCepMsg() {
     CLock lock(m_mutex);
     uint32_t start = 0;
-    if (!findMsg(m_buffer, start)) {
-        return nullptr;
+    while (findMsg(m_buffer, start)) {
+        m_buffer.erase(m_buffer.begin(), m_buffer.begin() + static_cast<std::ptrdiff_t>(start));
+        auto message = std::make_unique<CCepMessage>();
+        uint32_t consumed = 0;
+        const uint32_t held = static_cast<uint32_t>(m_buffer.size());
+        if (message->fromBytes(m_buffer.data(), held, consumed, false)) {
+            m_buffer.erase(m_buffer.begin(), m_buffer.begin() + static_cast<std::ptrdiff_t>(consumed));
+            return message;
+        }
+        const uint16_t error = message->getDecodingError();
+        const bool hopeless = error == DECODE_BAD_HEADER ? held > CCepMessage::kHeaderSize
+                                                         : consumed != 0 && (consumed <= held || consumed > m_capacity);
+        if (!hopeless) {
+            return nullptr;
+        }
+        if (m_log != nullptr) {
+            m_log->LogWarning("Light-source link: skipped a frame that cannot be decoded (error %u, version byte %u)",
+                              static_cast<unsigned int>(error), static_cast<unsigned int>(m_buffer[4]));
+        }
+        m_buffer.erase(m_buffer.begin(), m_buffer.begin() + 4);
     }
-    m_buffer.erase(m_buffer.begin(), m_buffer.begin() + static_cast<std::ptrdiff_t>(start));
-    auto message = std::make_unique<CCepMessage>();
-    uint32_t consumed = 0;
-    if (!message->fromBytes(m_buffer.data(), static_cast<uint32_t>(m_buffer.size()), consumed, false)) {
-        return nullptr;
-    }
-    m_buffer.erase(m_buffer.begin(), m_buffer.begin() + static_cast<std::ptrdiff_t>(consumed));
-    return message;
+    return nullptr;
 }
 
 void CCepParser::Clear() {

@@ -12,6 +12,7 @@
 #include "CCRC.h"
 #include "CCepMessage.h"
 #include "CCepParser.h"
+#include "BufferedLog.h"
 
 using namespace LibFusion;
 using Bytes = std::vector<uint8_t>;
@@ -151,6 +152,15 @@ TEST(CCepMessageTest, DamagedFramesAreRefusedWithTheirErrorAndTheBufferIsOnlyRea
     Bytes lying = good;
     lying[19 + 4] = 0x7F;  // the first property claims more bytes than its block holds
     EXPECT_EQ(decode(lying, false), DECODE_INCOMPLETE);
+
+    // A block length cut inside its bytes is incomplete (not an empty block); a byte count
+    // above 3 can never be a length.
+    Bytes cut(good.begin(), good.begin() + 19);
+    cut[18] = 0x82;
+    EXPECT_EQ(decode(cut, false), DECODE_INCOMPLETE);
+    EXPECT_EQ(consumed, 0u);
+    cut[18] = 0x84;
+    EXPECT_EQ(decode(cut, false), DECODE_BAD_HEADER);
 }
 
 TEST(CCepParserTest, FramesAreCutOutOfTheStreamWhateverComesAroundThem) {
@@ -177,4 +187,37 @@ TEST(CCepParserTest, FramesAreCutOutOfTheStreamWhateverComesAroundThem) {
     EXPECT_EQ(parser.addData(frame.data(), static_cast<uint32_t>(frame.size())), 0u);
     parser.Clear();
     EXPECT_EQ(parser.addData(frame.data(), static_cast<uint32_t>(frame.size())), frame.size());
+}
+
+TEST(CCepParserTest, AFrameThatCanNeverDecodeIsSkippedWhileOneThatMayCompleteWaits) {
+    CCepMessage message = Sample();
+    message.setString(90, std::string(200, 's'));  // a block of two length bytes
+    const Bytes frame = message.toBytes(VERSION_2, true);
+    ASSERT_EQ(frame[18], 0x81);
+    CBufferedLog log;
+    CCepParser parser(1000, &log);
+    for (size_t at = 0; at + 1 < frame.size(); ++at) {  // byte by byte, the block length too
+        parser.addData(&frame[at], 1);
+        ASSERT_EQ(parser.getCepMsg(), nullptr) << at;
+    }
+    parser.addData(&frame.back(), 1);
+    ASSERT_NE(parser.getCepMsg(), nullptr);
+
+    Bytes version3 = frame;
+    version3[4] = 3;
+    Bytes lying = frame;
+    lying[20 + 4] = 0x83;  // the first property claims megabytes: it runs past its block
+    Bytes huge = frame;
+    huge.resize(19);
+    huge[18] = 0x83;  // 16 MB: more than the buffer can ever hold
+    huge.insert(huge.end(), {0xFF, 0xFF, 0xFF});
+    for (const Bytes* bad : {&version3, &lying, &huge}) {
+        parser.addData(bad->data(), static_cast<uint32_t>(bad->size()));
+    }
+    parser.addData(frame.data(), static_cast<uint32_t>(frame.size()));
+    auto good = parser.getCepMsg();
+    ASSERT_NE(good, nullptr);
+    EXPECT_EQ(good->getSequenceNumber(), 42);
+    EXPECT_EQ(parser.GetSize(), 0u);
+    EXPECT_EQ(log.Count("skipped a frame that cannot be decoded"), 3u) << log.GetContents();
 }

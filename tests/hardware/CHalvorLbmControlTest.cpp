@@ -84,7 +84,10 @@ TEST_F(CHalvorLbmControlTest, StaleRepliesGarbageAndLateAnswersDoNotConfuseIt) {
     module.SetStaleReplies(true);
     module.SetGarbage(true);
     for (int round = 0; round < 3; ++round) {
-        EXPECT_EQ(control->GetPowerState(), IHalvorLbmControl::POWER_STANDBY) << round;  // the stale one says 4
+        // Every reply is followed by a stale one saying 4, which the next get of the same
+        // key would take if it were not discarded before the request.
+        EXPECT_EQ(control->GetPowerState(), IHalvorLbmControl::POWER_STANDBY) << round;
+        EXPECT_EQ(control->GetPowerState(), IHalvorLbmControl::POWER_STANDBY) << round;
         control->SetActualBlue(77 + static_cast<uint32_t>(round));
     }
     EXPECT_EQ(control->GetUint32(CHalvorLbmControl::PARAM_BLUE), 79u);
