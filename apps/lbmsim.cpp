@@ -1,15 +1,14 @@
 // lbmsim: a simulated laser bank module on TCP (see CSimLaserModule for what it answers).
 //
 //   lbmsim [--port N] [--any] [--drop] [--late MS] [--refuse] [--stale] [--garbage]
-//          [--exit-with-parent] [--quiet]
+//          [--exit-with-parent]
 //
 //   --port N    TCP port (default 0: any free port); on 127.0.0.1 unless --any
 //   --drop      answer nothing        --late MS   answer MS milliseconds late
 //   --refuse    answer error code 8   --stale     follow each reply with a stale one
 //   --garbage   send garbage before every frame
 //   --exit-with-parent  end when the process that started it ends (a supervisor's child)
-//   --quiet     no ready line (its output is the parent's)
-// Prints "ready port=<port>" once it listens, unless --quiet. SIGUSR1 switches dropping every reply on
+// Prints "ready port=<port>" once it listens (a supervising projector waits for it). SIGUSR1 switches dropping every reply on
 // and off (a module that stops answering, and comes back). SIGINT or SIGTERM ends it.
 
 #include <signal.h>
@@ -36,7 +35,7 @@ void OnToggle(int) { g_toggleDrop = 1; }
 int Usage(const char* program) {
     fprintf(stderr,
             "usage: %s [--port N] [--any] [--drop] [--late MS] [--refuse] [--stale] [--garbage] "
-            "[--exit-with-parent] [--quiet]\n",
+            "[--exit-with-parent]\n",
             program);
     return 2;
 }
@@ -46,7 +45,7 @@ int Usage(const char* program) {
 int main(int argc, char** argv) {
     unsigned long port = 0;
     unsigned long late = 0;
-    bool any = false, drop = false, refuse = false, stale = false, garbage = false, quiet = false;
+    bool any = false, drop = false, refuse = false, stale = false, garbage = false;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         char* end = nullptr;
@@ -66,8 +65,6 @@ int main(int argc, char** argv) {
             stale = true;
         } else if (option == "--garbage") {
             garbage = true;
-        } else if (option == "--quiet") {
-            quiet = true;
         } else if (option == "--exit-with-parent") {
             ExitWithParent();
         } else {
@@ -86,10 +83,8 @@ int main(int argc, char** argv) {
         module.SetRefuseAll(refuse);
         module.SetStaleReplies(stale);
         module.SetGarbage(garbage);
-        if (!quiet) {
-            printf("ready port=%u\n", module.GetPort());
-            fflush(stdout);
-        }
+        printf("ready port=%u\n", module.GetPort());
+        fflush(stdout);
         while (!g_stop) {
             if (g_toggleDrop) {
                 g_toggleDrop = 0;

@@ -13,14 +13,20 @@
 // that misses it is logged ("Process %s (%d) missed its keep-alive; restarting it"),
 // killed and restarted like one that died; the new child is watched once it reports.
 //
+// Ready line: after WatchReadyLine the child's standard output comes to the supervisor,
+// which reads it in Update; a line beginning "ready" makes IsReady true (until the child
+// ends), every other line is passed on to this process's standard output. So whoever
+// talks to the child can wait until it listens instead of finding it absent.
+//
 // A build that runs under user-mode emulation (the ARM build on a PC, where the kernel
 // cannot run ARM programs by itself) starts its children through the emulator named by
 // the environment variable VPROJECTOR_EMULATOR ("qemu-arm"): "<emulator> <program> ...".
 //
-// Thread contract: the controller's loop thread only.
+// Thread contract: the controller's loop thread only, except IsReady (any thread).
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -45,9 +51,14 @@ public:
     pid_t GetPid() const { return m_pid; }
     // False when `pid` is not the running child or `seconds` is 0.
     bool Watch(pid_t pid, unsigned int seconds, const std::string& name);
+    // Call before Start.
+    void WatchReadyLine() { m_watchReady = true; }
+    bool IsReady() const { return m_ready; }
 
 private:
     void RemoveLeftovers(pid_t pid);
+    void ReadOutput();
+    void CloseOutput();
 
     ILog& m_log;
     const IMonotonicClock& m_clock;
@@ -60,4 +71,8 @@ private:
     std::string m_watchName;
     uint32_t m_watchSince = 0;
     uint64_t m_watchMs = 0;
+    bool m_watchReady = false;
+    int m_output = -1;  // read end of the child's standard output
+    std::string m_partial;
+    std::atomic<bool> m_ready{false};
 };

@@ -51,9 +51,16 @@ CLaserPlant::~CLaserPlant() {
     }
 }
 
-void CLaserPlant::Start() { m_thread = std::thread([this] { RefreshLoop(); }); }
+void CLaserPlant::Start(std::function<bool()> moduleReady) {
+    m_thread = std::thread([this, moduleReady] { RefreshLoop(moduleReady); });
+}
 
-void CLaserPlant::RefreshLoop() {
+void CLaserPlant::RefreshLoop(const std::function<bool()>& moduleReady) {
+    for (unsigned int waited = 0; moduleReady && waited < kReadyWaitMs && !m_stop && !moduleReady();
+         waited += kReadyPollMs) {
+        std::unique_lock<std::mutex> lock(m_wakeMutex);
+        m_wake.wait_for(lock, std::chrono::milliseconds(kReadyPollMs), [this] { return m_stop.load(); });
+    }
     while (!m_stop) {
         Refresh();
         std::unique_lock<std::mutex> lock(m_wakeMutex);

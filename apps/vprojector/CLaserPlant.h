@@ -24,6 +24,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -38,6 +39,8 @@ class CLaserPlant : public IControlProxy, public IPeriodicTask {
 public:
     static constexpr const char* kGroup = "LASER";
     static constexpr unsigned int kRefreshMs = 2000;
+    static constexpr unsigned int kReadyWaitMs = 20000;
+    static constexpr unsigned int kReadyPollMs = 20;
     static constexpr const char* kCodes[] = {"LPW", "LRD", "LGN", "LBL", "LGA"};
 
     CLaserPlant(const std::string& host, unsigned short port, CEventDispatcher& dispatcher, CStatusDb& status,
@@ -46,8 +49,10 @@ public:
     CLaserPlant(const CLaserPlant&) = delete;
     CLaserPlant& operator=(const CLaserPlant&) = delete;
 
-    // Starts the refresh thread.
-    void Start();
+    // Starts the refresh thread. With moduleReady (called on that thread, so it must be
+    // safe there) the first reading waits until it answers true, at most kReadyWaitMs: a
+    // module started alongside the projector is not reported missing while it starts.
+    void Start(std::function<bool()> moduleReady = nullptr);
 
     bool ApplyControlValue(const std::string& code, int value) override;
     bool ApplyControlText(const std::string& code, const std::string& text) override;
@@ -62,7 +67,7 @@ private:
     };
 
     void Refresh();
-    void RefreshLoop();
+    void RefreshLoop(const std::function<bool()>& moduleReady);
     // Stores a reading in the status database and LPW (controller thread).
     void Show(const SSnapshot& reading);
 

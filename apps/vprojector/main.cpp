@@ -444,7 +444,8 @@ int main(int argc, char** argv) {
                 laserPort = static_cast<unsigned short>(FreeTcpPort());
                 laserSim = std::make_unique<CChildSupervisor>(
                     log, clock, SiblingPath("lbmsim"),
-                    std::vector<std::string>{"--port", std::to_string(laserPort), "--exit-with-parent", "--quiet"});
+                    std::vector<std::string>{"--port", std::to_string(laserPort), "--exit-with-parent"});
+                laserSim->WatchReadyLine();
                 laserSim->Start();
                 dispatcher.AddPeriodicTask(*laserSim);
                 keepAlive.Add(*laserSim);
@@ -454,7 +455,8 @@ int main(int argc, char** argv) {
                 hardware.AddPlant(code, *laser);
             }
             dispatcher.AddPeriodicTask(*laser);
-            laser->Start();
+            laser->Start(laserSim ? std::function<bool()>([sim = laserSim.get()] { return sim->IsReady(); })
+                                  : nullptr);
         }
         // The PJLink front-end, on the configured port or the one the options give.
         int pjlinkPort = 0;

@@ -2,8 +2,8 @@
 // EmulatedCommand: the command that starts one of this build's programs from a test. In
 // the cross build the tests run under user-mode emulation (PROJ_EMULATOR, qemu-arm) and
 // the kernel cannot start an ARM program by itself, so the program runs through the
-// emulator too, and so do the programs it starts (VPROJECTOR_EMULATOR). Natively the
-// command is returned as it is.
+// emulator too, and so do the programs it starts (VPROJECTOR_EMULATOR, unless a test set
+// one of its own). Natively the command is returned as it is.
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -20,7 +20,7 @@
 
 inline std::vector<std::string> EmulatedCommand(std::vector<std::string> command) {
     if (*PROJ_EMULATOR != '\0') {
-        setenv("VPROJECTOR_EMULATOR", PROJ_EMULATOR, 1);
+        setenv("VPROJECTOR_EMULATOR", PROJ_EMULATOR, 0);
         command.insert(command.begin(), PROJ_EMULATOR);
     }
     return command;
