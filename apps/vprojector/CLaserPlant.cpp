@@ -38,7 +38,7 @@ std::string Degrees(uint32_t hundredths) {
 
 CLaserPlant::CLaserPlant(const std::string& host, unsigned short port, CEventDispatcher& dispatcher, CStatusDb& status,
                          const IMonotonicClock& clock, ILog& log)
-    : m_dispatcher(dispatcher), m_status(status), m_log(log), m_module(host, port, clock, 1) {}
+    : m_dispatcher(dispatcher), m_status(status), m_log(log), m_module(host, port, clock, 1, nullptr, &log) {}
 
 CLaserPlant::~CLaserPlant() {
     {

@@ -32,8 +32,13 @@ IHalvorLbmControl::EHalvorLbmStates AlarmState(uint64_t value) {
 }  // namespace
 
 CHalvorLbmControl::CHalvorLbmControl(const std::string& host, unsigned short port, const IMonotonicClock& clock,
-                                     unsigned int sourceId, std::function<void(unsigned int)> sleepMs)
-    : m_host(host), m_port(port), m_clock(clock), m_sourceId(sourceId), m_sleepMs(std::move(sleepMs)) {
+                                     unsigned int sourceId, std::function<void(unsigned int)> sleepMs, ILog* log)
+    : m_host(host),
+      m_port(port),
+      m_clock(clock),
+      m_sourceId(sourceId),
+      m_sleepMs(std::move(sleepMs)),
+      m_parser(kParserBytes, log) {
     if (!m_sleepMs) {
         m_sleepMs = [](unsigned int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); };
     }

@@ -19,9 +19,10 @@
 //
 // `sourceId` is this controller's node number, sent as the requests' source ID.
 // Time: the 8 ms waits are measured on the clock given; the pauses go through sleepMs
-// (real sleeping by default).
+// (real sleeping by default). Frames from the module that can never decode are skipped
+// and logged to log (when given).
 //
-// Lifetime: the clock outlives the control. Thread contract: one thread drives an
+// Lifetime: the clock and the log outlive the control. Thread contract: one thread drives an
 // instance; the parser's own lock is the only lock.
 
 #include <functional>
@@ -57,7 +58,7 @@ public:
 
     // Connects at once (a failure is kept as the last error; ResetCommunication retries).
     CHalvorLbmControl(const std::string& host, unsigned short port, const IMonotonicClock& clock,
-                      unsigned int sourceId, std::function<void(unsigned int)> sleepMs = nullptr);
+                      unsigned int sourceId, std::function<void(unsigned int)> sleepMs = nullptr, ILog* log = nullptr);
 
     void GetId(SId& id) override;
     EHalvorLbmPowerStates GetPowerState() override;
@@ -95,7 +96,7 @@ private:
     unsigned int m_sourceId;
     std::function<void(unsigned int)> m_sleepMs;
     CTcpConnection m_connection;
-    LibFusion::CCepParser m_parser{kParserBytes};
+    LibFusion::CCepParser m_parser;
     int m_lastError = 1;
     unsigned int m_sent = 0;
 };
