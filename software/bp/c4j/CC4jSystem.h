@@ -12,7 +12,8 @@
 //   system:getIconPaths      the icon folders that exist: "/usr/share/projector/icons"
 //                            (shipped) and "/var/data/icons" (uploaded)
 //   system:getCooldownTime   {"sec": remaining cool-down} (0 without a lamp listener)
-//   system:getLampHistory    one object per lamp record: {"type", "installDate" (seconds
+//   system:getLampHistory    one object per lamp record: {"type" (the lamp type text
+//                            stored on the lamp's tag), "installDate" (seconds
 //                            since 1970 UTC), "strikes", "failedStrikes",
 //                            "unexpectedOffs", "preInstalledHours", "totalHours" (hours
 //                            before this projector plus on-time here)}, hours rounded to
@@ -24,8 +25,9 @@
 //                            starts DHCP with the rest as fall-backs; without it the
 //                            static address is set; refused settings give 3 "Bad network
 //                            settings"; the result echoes {"ip", "netmask", "gateway"}
-//   system:keepAlive         {"pid", "sec", "name"} to the process monitor: 3 when a
-//                            member is missing, 7 without a monitor or when it refuses
+//   system:keepAlive         {"pid", "sec", "name"} to the process monitor; result true;
+//                            3 when a member is missing or of the wrong type, 7 without
+//                            a monitor or when it refuses
 //   system:addListener / removeListener  for "system:notifyCooldownTime" {"sec"}, pushed
 //                            by NotifyCooldownTimeS when the count changes
 // Each method logs its receipt: "Recv'd 'system:getIconPaths' from <client>".
