@@ -1,7 +1,9 @@
 #include "CC4jMacro.h"
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <set>
 
 #include "CException.h"
@@ -11,7 +13,6 @@
 
 namespace {
 
-constexpr size_t kMaxFileBytes = 1024 * 1024;
 const char* const kDays[] = {"sun", "mon", "tue", "wed", "thu", "fri", "sat"};
 
 bool ParseLocal(const std::string& date, const std::string& time, struct tm& local) {
@@ -27,11 +28,87 @@ std::string Format(const struct tm& local, const char* format) {
     return text;
 }
 
-// A macro as the file and the API keep it: slot 1..24 and the four members.
-bool IsMacro(const Json::Value& macro) {
-    return macro.isObject() && macro["idx"].isUInt() && macro["idx"].asUInt() >= 1 &&
-           macro["idx"].asUInt() <= CC4jMacro::kMaxMacros && macro.isMember("name") && macro.isMember("active") &&
-           macro.isMember("trigger") && macro.isMember("action");
+int SecondOfDay(const struct tm& local) { return (local.tm_hour * 60 + local.tm_min) * 60 + local.tm_sec; }
+
+bool IsDateAndTime(const Json::Value& value) {
+    struct tm ignored {};
+    return value.isObject() && value["date"].isString() && value["time"].isString() &&
+           ParseLocal(value["date"].asString(), value["time"].asString(), ignored);
+}
+
+// Why a trigger cannot be kept, or "" when it can.
+std::string TriggerProblem(const Json::Value& trigger) {
+    if (!trigger.isObject() || !trigger["type"].isString()) {
+        return "a trigger is not an object with a \"type\"";
+    }
+    const std::string type = trigger["type"].asString();
+    if (type == "gpio") {
+        return trigger["pin"].isUInt() && trigger["pin"].asUInt() < CC4jMacro::kGpioPins && trigger["trans"].isBool()
+                   ? ""
+                   : "a gpio trigger needs \"pin\" 0..31 and \"trans\" true or false";
+    }
+    if (type != "timed") {
+        return "unknown trigger type \"" + type + "\"";
+    }
+    if (!IsDateAndTime(trigger)) {
+        return "a timed trigger needs \"date\" YYYY/MM/DD and \"time\" HH:MM:SS";
+    }
+    if (trigger.isMember("reoccur") && !trigger["reoccur"].isBool()) {
+        return "\"reoccur\" is true or false";
+    }
+    if (trigger.isMember("weeks") &&
+        (!trigger["weeks"].isUInt() || trigger["weeks"].asUInt() > CC4jMacro::kMaxWeeks)) {
+        return "\"weeks\" is 0.." + std::to_string(CC4jMacro::kMaxWeeks);
+    }
+    if (trigger.isMember("days")) {
+        if (!trigger["days"].isArray()) {
+            return "\"days\" is an array of weekday names";
+        }
+        for (const Json::Value& day : trigger["days"]) {
+            if (!day.isString() || std::find(std::begin(kDays), std::end(kDays), day.asString()) == std::end(kDays)) {
+                return "\"days\" holds only \"sun\" .. \"sat\"";
+            }
+        }
+    }
+    return "";
+}
+
+// Why a macro cannot be stored (or loaded), or "" when every member has its type and range:
+// nothing that reaches the file may stop the next start.
+std::string MacroProblem(const Json::Value& macro) {
+    if (!macro.isObject()) {
+        return "a macro is an object";
+    }
+    if (!macro["idx"].isUInt() || macro["idx"].asUInt() < 1 || macro["idx"].asUInt() > CC4jMacro::kMaxMacros) {
+        return "\"idx\" is 1..24";
+    }
+    if (!macro["name"].isString()) {
+        return "\"name\" is a string";
+    }
+    if (!macro["active"].isBool()) {
+        return "\"active\" is true or false";
+    }
+    if (!macro["trigger"].isArray()) {
+        return "\"trigger\" is an array";
+    }
+    for (const Json::Value& trigger : macro["trigger"]) {
+        const std::string problem = TriggerProblem(trigger);
+        if (!problem.empty()) {
+            return problem;
+        }
+    }
+    if (!macro["action"].isArray()) {
+        return "\"action\" is an array";
+    }
+    for (const Json::Value& action : macro["action"]) {
+        if (!action.isObject() || !action["cmd"].isString()) {
+            return "an action is an object with a \"cmd\" string";
+        }
+    }
+    if (macro.isMember("lastRun") && !IsDateAndTime(macro["lastRun"])) {
+        return "\"lastRun\" needs \"date\" YYYY/MM/DD and \"time\" HH:MM:SS";
+    }
+    return "";
 }
 
 }  // namespace
@@ -80,7 +157,7 @@ void CC4jMacro::LoadMacroFile(const std::string& path) {
     const std::string file = NRuntimeRoot::Path(path);
     std::string text;
     std::string reason;
-    const NFileUtil::EReadResult read = NFileUtil::ReadFile(file, kMaxFileBytes, text, reason);
+    const NFileUtil::EReadResult read = NFileUtil::ReadFile(file, kMaxFileBytes + 1, text, reason);
     if (read == NFileUtil::EReadResult::MISSING) {
         m_macros = Json::Value(Json::arrayValue);
         return;
@@ -89,14 +166,16 @@ void CC4jMacro::LoadMacroFile(const std::string& path) {
     Json::CharReaderBuilder builder;
     std::string error;
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    if (read != NFileUtil::EReadResult::READ || !reader->parse(text.data(), text.data() + text.size(), &macros, &error) ||
-        !macros.isArray()) {
+    if (read != NFileUtil::EReadResult::READ || text.size() > kMaxFileBytes ||
+        !reader->parse(text.data(), text.data() + text.size(), &macros, &error) || !macros.isArray()) {
         THROW_EXCEPTION("Unable to read macro configuration %s", file.c_str());
     }
     std::set<unsigned int> slots;
     for (const Json::Value& macro : macros) {
-        if (!IsMacro(macro) || !slots.insert(macro["idx"].asUInt()).second) {
-            THROW_EXCEPTION("Unable to read macro configuration %s", file.c_str());
+        const std::string problem = MacroProblem(macro);
+        if (!problem.empty() || !slots.insert(macro["idx"].asUInt()).second) {
+            THROW_EXCEPTION("Unable to read macro configuration %s (%s)", file.c_str(),
+                            problem.empty() ? "a slot twice" : problem.c_str());
         }
     }
     m_macros = macros;
@@ -173,6 +252,11 @@ bool CC4jMacro::Save(const Json::Value& request, Json::Value& response) {
             macro[member] = params[member];
         }
     }
+    const std::string problem = MacroProblem(macro);
+    if (!problem.empty()) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, "Invalid macro: " + problem);
+        return true;
+    }
     const Json::Value before = m_macros;
     Json::Value macros(Json::arrayValue);
     bool placed = false;
@@ -188,6 +272,14 @@ bool CC4jMacro::Save(const Json::Value& request, Json::Value& response) {
     }
     if (!placed) {
         macros.append(macro);
+    }
+    // The file is refused at load above this size: what could not be loaded is not saved.
+    const size_t bytes = Json::Rpc::Handler::GetString(macros).size() + 1;
+    if (bytes > kMaxFileBytes) {
+        MakeErrorResponse(request, response, ERR_INVALID_PARAMETER,
+                          "Invalid macro: the macros would take " + std::to_string(bytes) + " bytes, more than " +
+                              std::to_string(kMaxFileBytes));
+        return true;
     }
     m_macros = macros;
     if (!SaveToFile()) {
@@ -363,7 +455,7 @@ int64_t CC4jMacro::GetNextTriggerTime(const Json::Value& trigger, int64_t lastRu
     if (days == 0) {
         days = 0x7F;
     }
-    const int weeks = trigger["weeks"].isInt() && trigger["weeks"].asInt() > 0 ? trigger["weeks"].asInt() : 0;
+    const int weeks = trigger["weeks"].isUInt() ? static_cast<int>(std::min(trigger["weeks"].asUInt(), kMaxWeeks)) : 0;
     // Calendar days are walked at noon, where no change of summer time can move the date.
     struct tm noon = start;
     noon.tm_hour = 12;
@@ -385,8 +477,9 @@ int64_t CC4jMacro::GetNextTriggerTime(const Json::Value& trigger, int64_t lastRu
         if (!(days & (1u << day.tm_wday)) || week % (weeks + 1) != 0) {
             continue;
         }
-        if (ranBefore && day.tm_year == lastLocal.tm_year && day.tm_yday == lastLocal.tm_yday) {
-            continue;  // at most once a calendar day, whatever the clocks do that night
+        if (ranBefore && day.tm_year == lastLocal.tm_year && day.tm_yday == lastLocal.tm_yday &&
+            SecondOfDay(lastLocal) >= SecondOfDay(start)) {
+            continue;  // this time of day ran today already, whatever the clocks do that night
         }
         struct tm at = day;
         at.tm_hour = start.tm_hour;
@@ -420,7 +513,7 @@ void CC4jMacro::UpdateTriggers() {
                 if (at >= 0) {
                     m_timed.emplace(at, slot);
                 }
-            } else if (type == "gpio" && trigger["pin"].isUInt() && trigger["pin"].asUInt() < 32) {
+            } else if (type == "gpio" && trigger["pin"].isUInt() && trigger["pin"].asUInt() < kGpioPins) {
                 m_gpio.emplace(trigger["pin"].asUInt(), std::make_pair(slot, trigger.get("trans", true).asBool()));
             }
         }

@@ -9,8 +9,10 @@
 //   macro:getMax       24
 //   macro:getList      the macro array
 //   macro:save         {"idx" 1..24, "name", "active", "trigger", "action"}: stored in its
-//                      slot; errors 5 no params, 6 bad idx, 3 a member missing, 113 the
-//                      file not written (the macros stay as they were)
+//                      slot; errors 5 no params, 6 bad idx, 3 a member missing, of the
+//                      wrong type or out of range (the message says which), or the macros
+//                      outgrowing kMaxFileBytes, 113 the file not written; on any error
+//                      the macros and the file stay as they were
 //   macro:delete       {"idx": [slots]}: 5 no params, 6 a slot not found (the others go)
 //   macro:test         {"action": [...]}: run at once as "Test", nothing saved
 //   macro:addListener / removeListener, pushes "macro:notifyList" with the array
@@ -18,18 +20,22 @@
 // File: "/var/data/macros/macros.json" (the folder created with "Creating folder %s"),
 // written whole to a temporary file and renamed over the old one. A file that cannot be
 // read at start is reported, moved aside to "macros.json.rejected" (then ".rejected.1"...)
-// so that nothing overwrites it, and the handler starts empty.
+// so that nothing overwrites it, and the handler starts empty; so is a file over
+// kMaxFileBytes or one holding a macro that macro:save would refuse.
 //
 // Decisions left open by the protocol:
 //   - A command is sent as its "cmd" text and nothing more: ASCII messages carry their own
 //     parentheses. Replies are read without waiting on each Update; an error reply ("ERR"
 //     or an error code in it) is logged as "Macro command answered with an error: %s".
 //   - "weeks" is the number of weeks skipped after each active week: 0 every week, 1 every
-//     other week...; the week of the start date is active, weeks starting on Sunday.
-//     Recurring triggers with no "days" run every day.
-//   - A macro runs at most once per local calendar day for one trigger time: on the night
-//     the clocks go back a 02:30 trigger runs once (the first 02:30), and on the night
-//     they go forward, when 02:30 does not exist, it runs once at 03:30.
+//     other week... up to kMaxWeeks (once a year), which bounds the search for the next
+//     run; the week of the start date is active, weeks starting on Sunday. Recurring
+//     triggers with no "days" run every day.
+//   - A trigger time runs at most once per local calendar day: it is skipped on a day the
+//     macro already ran at or after that time of day. So on the night the clocks go back a
+//     02:30 trigger runs once (the first 02:30), on the night they go forward, when 02:30
+//     does not exist, it runs once at 03:30; a second time later that day, a GPIO run
+//     before the time, or a save carrying the "lastRun" of an earlier run cancels nothing.
 //   - Update is called by the host at least every 100 ms (the virtual projector's loop).
 //
 // Lifetime: server and local time outlive it. Thread contract: the server's thread.
@@ -45,6 +51,10 @@
 class CC4jMacro : public CC4jBaseHandler {
 public:
     static constexpr unsigned int kMaxMacros = 24;
+    static constexpr unsigned int kMaxWeeks = 52;
+    static constexpr unsigned int kGpioPins = 32;
+    // The largest macro file, at save and at load alike.
+    static constexpr size_t kMaxFileBytes = 1024 * 1024;
     static constexpr const char* kDirectory = "/var/data/macros/";
     static constexpr const char* kFileName = "macros.json";
     static constexpr const char* kNotifyMethod = "macro:notifyList";

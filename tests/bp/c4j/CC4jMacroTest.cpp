@@ -112,7 +112,35 @@ TEST_F(CC4jMacroTest, SavingChecksParamsSlotAndMembersAndStoresEveryChange) {
     EXPECT_EQ(list[0]["idx"], 1);  // kept in slot order
     EXPECT_EQ(J(CTempRoot::ReadFile(root.Path("/var/data/macros/macros.json"))), list);
 
-    EXPECT_EQ(ErrorCode(*client, "macro:delete", R"({"idx": [24, 7]})"), ERR_CHANNEL_NOT_FOUND);
+    // Every member is checked before anything is stored: each of these answers 3 and
+    // changes neither the list nor the file, so nothing saved can stop the next start.
+    const std::string file = CTempRoot::ReadFile(root.Path("/var/data/macros/macros.json"));
+    const std::string good = R"x("name": "m", "active": true, "trigger": [], "action": [{"cmd": "(BRI 1)"}])x";
+    for (const std::string& bad : std::vector<std::string>{
+             R"({"idx": 2, "name": {}, "active": true, "trigger": [], "action": []})",
+             R"({"idx": 2, "name": "m", "active": "yes", "trigger": [], "action": []})",
+             R"({"idx": 2, "name": "m", "active": true, "trigger": {}, "action": []})",
+             R"({"idx": 2, "name": "m", "active": true, "trigger": [], "action": [{"cmd": 5}]})",
+             R"({"idx": 2, "name": "m", "active": true, "trigger": [{"type": "gpio", "pin": 32, "trans": true}], "action": []})",
+             R"({"idx": 2, "name": "m", "active": true, "trigger": [{"type": "gpio", "pin": 1}], "action": []})",
+             R"({"idx": 2, "name": "m", "active": true, "trigger": [{"type": "cron"}], "action": []})",
+             R"({"idx": 2, "name": "m", "active": true, "action": [], "trigger": [)" + Timed("2027/02/30x", "08:00:00") + "]}",
+             R"({"idx": 2, "name": "m", "active": true, "action": [], "trigger": [)" + Timed("2027/01/01", "08:00:00", R"("mon")", 53) + "]}",
+             R"({"idx": 2, "name": "m", "active": true, "action": [], "trigger": [)" + Timed("2027/01/01", "08:00:00", R"("monday")") + "]}",
+             R"({"idx": 2, "active": true, "trigger": [], "action": [], "lastRun": {"date": 1}, "name": "m"})",
+         }) {
+        EXPECT_EQ(ErrorCode(*client, "macro:save", bad), ERR_INVALID_PARAMETER) << bad.substr(0, 200);
+    }
+    EXPECT_EQ(CTempRoot::ReadFile(root.Path("/var/data/macros/macros.json")), file);
+    // What the file may hold at load is what a save may make of it.
+    const std::string big = R"(, "active": true, "trigger": [], "action": [], "name": ")" +
+                            std::string(CC4jMacro::kMaxFileBytes / 3, 'n') + "\"}";
+    EXPECT_EQ(Result(*client, "macro:save", R"({"idx": 2)" + big), J("{}"));
+    EXPECT_EQ(Result(*client, "macro:save", R"({"idx": 3)" + big), J("{}"));
+    EXPECT_EQ(ErrorCode(*client, "macro:save", R"({"idx": 4)" + big), ERR_INVALID_PARAMETER);
+    EXPECT_EQ(Result(*client, "macro:save", R"({"idx": 2, )" + good + "}"), J("{}"));
+
+    EXPECT_EQ(ErrorCode(*client, "macro:delete", R"({"idx": [24, 2, 3, 7]})"), ERR_CHANNEL_NOT_FOUND);
     EXPECT_TRUE(log.Logged("CC4jMacro::Delete - Unable to retrieve index 7"));
     EXPECT_EQ(Result(*client, "macro:getList").size(), 1u);
     EXPECT_EQ(J(CTempRoot::ReadFile(root.Path("/var/data/macros/macros.json"))).size(), 1u);
@@ -136,6 +164,10 @@ TEST_F(CC4jMacroTest, TriggerTimesFollowWeekdaysTheWeeksRuleAndBothChangesOfSumm
         {"2026/10/25 00:00:00", Timed("2026/10/01", "02:30:00", R"("sun")"), "", "2026/10/25 02:30:00 CEST"},
         {"2026/10/25 02:30:01", Timed("2026/10/01", "02:30:00", R"("sun")"), "2026/10/25 02:30:00",
          "2026/11/01 02:30:00 CET"},
+        // Each time of day runs once a day: a run earlier that day (another time, a GPIO
+        // edge) does not cancel a later one.
+        {"2026/11/25 09:00:00", Timed("2026/11/23", "18:00:00", R"("wed")"), "2026/11/25 08:00:00",
+         "2026/11/25 18:00:00 CET"},
         // Past January 2038, also where long is 32 bits.
         {"2040/01/31 09:00:00", Timed("2039/12/01", "08:00:00", R"("mon", "fri")"), "", "2040/02/03 08:00:00 CET"},
     };
@@ -175,10 +207,16 @@ TEST_F(CC4jMacroTest, DueMacrosAndGpioEdgesSendTheirCommandsAndRecordTheRun) {
 }
 
 TEST_F(CC4jMacroTest, AnUnreadableFileIsKeptAsideAndTheHandlerStartsEmpty) {
-    root.WriteFile("/var/data/macros/macros.json", R"([{"idx": 99}])");
-    CC4jMacro fresh(server, localTime, port);
-    fresh.Initialize();
-    EXPECT_EQ(fresh.GetMacros().size(), 0u);
-    EXPECT_EQ(CTempRoot::ReadFile(root.Path("/var/data/macros/macros.json.rejected")), R"([{"idx": 99}])");
-    EXPECT_TRUE(log.Logged("Unable to read macro configuration"));
+    const std::string bad[] = {R"([{"idx": 99}])",
+                               R"([{"idx": 1, "name": "m", "active": "yes", "trigger": [], "action": []}])",
+                               "[" + std::string(CC4jMacro::kMaxFileBytes, ' ') + "]"};
+    for (const std::string& text : bad) {
+        root.WriteFile("/var/data/macros/macros.json", text);
+        CC4jMacro fresh(server, localTime, port);
+        fresh.Initialize();
+        EXPECT_EQ(fresh.GetMacros().size(), 0u);
+        EXPECT_TRUE(std::filesystem::exists(root.Path("/var/data/macros/macros.json.rejected")));
+        std::filesystem::remove(root.Path("/var/data/macros/macros.json.rejected"));
+    }
+    EXPECT_EQ(log.Count("Unable to read macro configuration"), 3u);
 }
