@@ -6,7 +6,8 @@
 
 namespace {
 
-unsigned int Words(unsigned int bytes) { return (bytes + 3) / 4; }
+// 64 bits, so that no byte count near 4 GiB wraps to a small word count.
+uint64_t Words(uint64_t bytes) { return (bytes + 3) / 4; }
 
 }  // namespace
 
@@ -24,8 +25,9 @@ void CPtRegisterBank::FindDirectWords() {
     // The bus sees addresses cut to 16 bits; a bank that wraps there goes through it. The
     // range covers the register at offset == size, which the bounds check lets through.
     const unsigned int base = GetBaseAddress();
-    if (base + m_size + 4 <= 0x10000) {
-        m_direct = GetBus().GetDirectWords(GetPort(), base, Words(GetSize()) * 4 + 4, m_directSwap);
+    if (uint64_t{base} + m_size + 4 <= 0x10000) {
+        m_direct = GetBus().GetDirectWords(GetPort(), base, static_cast<unsigned int>(Words(GetSize()) * 4 + 4),
+                                           m_directSwap);
     }
 }
 
@@ -33,8 +35,9 @@ CPtRegisterBank::CPtRegisterBank(CPtRegisterBank& parent, unsigned int offset, u
     : CPtResource(parent.GetBus(), parent.GetPort(), parent.GetBaseAddress() + offset), m_size(size),
       m_shadow(nullptr), m_owner(false) {
     parent.AddressCheck(offset);
-    if (offset + size > parent.m_size) {
-        THROW_EXCEPTION("Address out of range (%#x).  Bank size: %#x", offset + size, parent.GetSize());
+    if (size > parent.m_size - offset) {
+        THROW_EXCEPTION("Address out of range (%#llx).  Bank size: %#x",
+                        static_cast<unsigned long long>(offset) + size, parent.GetSize());
     }
     m_shadow = parent.m_shadow + ShadowIndex(offset);
     FindDirectWords();
@@ -53,9 +56,14 @@ void CPtRegisterBank::ThrowBadAddress(unsigned int offset) const {
     THROW_EXCEPTION("Address out of range (%#x).  Bank size: %#x", offset, GetSize());
 }
 
-void CPtRegisterBank::RangeCheck(unsigned int offset, unsigned int count) const {
+unsigned int CPtRegisterBank::RangeCheck(unsigned int offset, uint64_t count) const {
     AddressCheck(offset);
-    AddressCheck(offset + 4 * count);
+    const uint64_t end = offset + 4 * count;
+    if (end > m_size) {
+        THROW_EXCEPTION("Address out of range (%#llx).  Bank size: %#x", static_cast<unsigned long long>(end),
+                        GetSize());
+    }
+    return static_cast<unsigned int>(count);
 }
 
 uint32_t CPtRegisterBank::ReadShadowBits(unsigned int offset, unsigned int shift, uint32_t mask) const {
@@ -104,15 +112,15 @@ void CPtRegisterBank::Flush(unsigned int timeoutMs) {
 
 void CPtRegisterBank::ReadData(void* buffer, unsigned int offset, unsigned int length, unsigned int timeoutMs) {
     const unsigned int aligned = offset & ~3u;
-    RefreshShadowRange(aligned, Words(offset - aligned + length), timeoutMs);
+    RefreshShadowRange(aligned, RangeCheck(aligned, Words(uint64_t{offset - aligned} + length)), timeoutMs);
     memcpy(buffer, reinterpret_cast<const unsigned char*>(&Shadow(aligned)) + (offset - aligned), length);
 }
 
 void CPtRegisterBank::WriteData(const void* buffer, unsigned int offset, unsigned int length) {
     const unsigned int aligned = offset & ~3u;
-    RangeCheck(aligned, Words(offset - aligned + length));
+    const unsigned int words = RangeCheck(aligned, Words(uint64_t{offset - aligned} + length));
     memcpy(reinterpret_cast<unsigned char*>(&Shadow(aligned)) + (offset - aligned), buffer, length);
-    ApplyShadowRange(aligned, Words(offset - aligned + length));
+    ApplyShadowRange(aligned, words);
 }
 
 void CPtRegisterBank::WriteDataWait(const void* buffer, unsigned int offset, unsigned int length,

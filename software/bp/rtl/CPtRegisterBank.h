@@ -15,7 +15,9 @@
 //   WriteField       updates the shadow word, then posts it (Send)
 //   WriteFieldWait   the same, acknowledged (Request, 10 ms)
 //   ApplyShadowRange[Wait], RefreshShadowRange, Flush (an empty request: a barrier behind
-//   every posted write before it), ReadData, WriteData[Wait] (bytes through the shadow)
+//   every posted write before it), ReadData, WriteData[Wait] (bytes through the shadow,
+//   moving every word from offset rounded down to 4 through the word holding the last
+//   byte, so an unaligned start still moves its tail)
 // The shadow keeps a value written even when the bus call throws afterwards. The bus is
 // given the hardware address (base + offset) cut to 16 bits. On a bus whose registers are
 // plain memory (IPtBus::GetDirectWords) a bank lying wholly inside it posts a single
@@ -84,8 +86,9 @@ public:
 private:
     unsigned short BusAddress(unsigned int offset) const { return static_cast<unsigned short>(HwAddr(offset)); }
     uint32_t& Shadow(unsigned int offset) { return m_shadow[ShadowIndex(offset)]; }
-    // Checks both ends of a range of `count` words from offset.
-    void RangeCheck(unsigned int offset, unsigned int count) const;
+    // Checks both ends of a range of `count` words from offset (the end in 64 bits, so a
+    // count near 2^30 cannot wrap into range); returns the count, which then fits.
+    unsigned int RangeCheck(unsigned int offset, uint64_t count) const;
     void FindDirectWords();
     [[noreturn]] void ThrowBadAddress(unsigned int offset) const;
     void PostWord(unsigned int offset);

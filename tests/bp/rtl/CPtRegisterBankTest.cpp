@@ -55,6 +55,13 @@ TEST_F(CPtRegisterBankTest, OffsetsAreCheckedForAlignmentAndTheBanksSize) {
     EXPECT_THROW(bank.RefreshShadowRange(0x10, 5, 10), CException);
     EXPECT_THROW(CPtRegisterBank(bank, 0x10, 0x14), CException);
     EXPECT_THROW(CPtRegisterBank(bus, 1, 0x102, 4), CException);
+
+    // Sizes, counts and lengths whose sums wrap 32 bits are refused by the bank itself.
+    EXPECT_THROW(CPtRegisterBank(bank, 0x10, 0xFFFFFFF0), CException);
+    EXPECT_EQ(ThrownMessage([&] { bank.RefreshShadowRange(0x10, 0x40000001, 10); }).rfind("Address out of range", 0), 0u);
+    char buffer[4] = {};
+    EXPECT_THROW(bank.WriteData(buffer, 0x4, 0xFFFFFFFE), CException);
+    EXPECT_THROW(bank.ReadData(buffer, 0x4, 0xFFFFFFFE, 10), CException);
 }
 
 TEST_F(CPtRegisterBankTest, RangesAndDataGoThroughTheShadowInOnePacket) {
