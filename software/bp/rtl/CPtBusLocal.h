@@ -1,7 +1,8 @@
 #pragma once
 // CPtBusLocal: the FPGA registers reached directly through a memory region mapped into
-// the process (prepared by the board driver). The port is ignored: the region is one
-// block's register space, addressed by byte address.
+// the process. Mapping it (which device, physical address and size) is the board driver's
+// business; the bus only takes the pointer, the size and whether words are byte-swapped.
+// The port is ignored: the region is one block's register space, addressed by byte address.
 //
 //   words   word i of a transfer is at word index address/4 + (increment ? i : 0),
 //           byte-swapped on the way in and out when `swap` is set;

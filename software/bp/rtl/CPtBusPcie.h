@@ -8,8 +8,9 @@
 //   Request    drains stale words from the receive buffer, posts a type-10 packet
 //              (transmit length in bits 16-26, receive length in bits 32-42) and receives
 //              its reply; a write request waits for an empty acknowledgement.
-// Payloads are limited to 256 words or 1024 bytes per packet; larger ones are refused
-// before the device is touched. DMA is not available here. The generic packets carry the
+// Payloads are limited to 256 words or 1024 bytes per packet; larger ones, and a request
+// that would both write and read, are refused before the device is touched (so before the
+// receive buffer is drained). DMA is not available here. The generic packets carry the
 // fields at the bit positions of NPtPacket; their meaning belongs to the FPGA blocks.
 //
 // Time: every wait is measured on the IMonotonicClock given (a CTimer); the drain's

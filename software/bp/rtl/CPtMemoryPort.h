@@ -3,8 +3,9 @@
 // a transfer goes to, or comes from, the one address (increment false).
 //
 // Reads are acknowledged requests. A write with a time-out of 0 is posted (Send); any
-// other time-out makes it a request that returns once the FPGA has taken it. Buffers are
-// cut into chunks of at most 256 words or 1024 bytes, each sent in turn.
+// other time-out makes it a request that returns once the FPGA has taken it. Buffers, read
+// or written, are cut into chunks of at most 256 words or 1024 bytes, one packet each in
+// turn, since the packet bus refuses larger payloads.
 //
 // Lifetime: the bus (or the bank it was built from) outlives the port.
 // Errors: what the bus throws.
