@@ -36,6 +36,10 @@ void CFormatterSequence::LoadMlh2(const uint32_t* words, unsigned int count, boo
 }
 
 void CFormatterSequence::SetStretch(double stretch) {
+    // Checked before the conversion, which is undefined outside the unsigned range.
+    if (!(stretch >= 0 && stretch < 65536.0)) {
+        THROW_EXCEPTION("Stretch %f out of range", stretch);
+    }
     const uint32_t fixed = static_cast<uint32_t>(stretch * 65536.0);
     Commit(kStretch, fixed & 0xFFFF, 0, 0xFFFF);
 }
@@ -57,14 +61,18 @@ void CFormatterSequence::Reset(bool sequencer, bool output, bool stretch) {
 }
 
 void CFormatterSequence::Apply(bool low, bool mode) {
+    // The posted-mode formatter may not answer reads; only the status read is forgiven
+    // there, never the write that stops a halted sequencer.
+    bool running = true;
     try {
-        if (m_bank.ReadField(kStatus, 0, 1) == 0) {
-            EnableSequencer(false);
-        }
+        running = m_bank.ReadField(kStatus, 0, 1) != 0;
     } catch (const CException&) {
         if (!m_posted) {
             throw;
         }
+    }
+    if (!running) {
+        EnableSequencer(false);
     }
     m_bank.WriteShadowBits(kSequencer, low ? 0 : kHighSequence, 16, 0xFFFF0000);
     EnableSequencer(true);

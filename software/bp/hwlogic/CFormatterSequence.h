@@ -47,12 +47,14 @@ public:
     void LoadSequence(const uint32_t* words, unsigned int count, bool low);
     void LoadMlh1(const uint32_t* words, unsigned int count, bool low);
     void LoadMlh2(const uint32_t* words, unsigned int count, bool low);
+    // Throws "Stretch %f out of range" unless 0 <= stretch < 65536 (NaN included).
     void SetStretch(double stretch);
     void EnableSequencer(bool on);
     void EnableMlhtBypass(bool on);
     void Reset(bool sequencer, bool output, bool stretch);
     // Switches the sequencer to the low or high half; `mode` selects output mode 0 (set)
-    // or 2 (clear).
+    // or 2 (clear). A sequencer whose status (0x284 bit 0) reads stopped is disabled
+    // first; a failed status read is ignored on the posted-mode formatter only.
     void Apply(bool low, bool mode);
     bool IsUsingLowSeqMem() const { return m_bank.ReadShadowBits(kSequencer, 16, 0xFFFF0000) == 0; }
     bool IsPostedMode() const { return m_posted; }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 
 #include "BufferedLog.h"
@@ -151,4 +152,46 @@ TEST_F(CDmdSequenceTest, AnArchiveEntryThatClimbsOutOfItsDirectoryRefusesTheWhol
               0u);
     EXPECT_FALSE(std::filesystem::exists(root.Path("/tmp/seq/evil/ok.txt")));
     EXPECT_FALSE(std::filesystem::exists(root.Path("/tmp/escape")));
+}
+
+namespace {
+
+// A formatter whose sequencer has stopped: its status reads 0, and the status read is noted.
+struct CStoppedFormatter : CSimFormatter {
+    uint32_t Read(unsigned int address) override {
+        statusRead = statusRead || (address & 0x3FF) == 0x284;
+        return (address & 0x3FF) == 0x284 ? 0 : CSimFormatter::Read(address);
+    }
+    bool statusRead = false;
+};
+
+}  // namespace
+
+TEST_F(CDmdSequenceTest, OnlyAFailedStatusReadIsIgnoredAndAStretchOutOfRangeIsRefused) {
+    CFormatterSequence posted(bus, 48);
+    CFormatterSequence acknowledged(bus, 56);
+    device.SetNoReply(true);
+    EXPECT_EQ(ThrownMessage([&] { posted.Apply(false, true); }), "(no exception)");
+    EXPECT_NE(ThrownMessage([&] { acknowledged.Apply(false, true); }), "(no exception)");
+    device.SetNoReply(false);
+
+    // TX_VALID stays low for 150 ms once the stopped sequencer's status was read: the
+    // write that disables it fails, and that failure is not swallowed.
+    auto& stopped = static_cast<CStoppedFormatter&>(device.AddPort(48, std::make_unique<CStoppedFormatter>()));
+    uint32_t stuckSince = 0;
+    device.SetAccessHook([&] {
+        clock.SetCount(clock.GetCount() + 10);
+        if (stopped.statusRead && stuckSince == 0) {
+            stuckSince = clock.GetCount();
+        }
+        device.SetTxValidStuck(stuckSince != 0 && clock.GetCount() - stuckSince < 150000);
+    });
+    EXPECT_EQ(ThrownMessage([&] { posted.Apply(true, true); }), "PtBus send timeout : TX_VALID not up");
+
+    posted.SetStretch(1.5);  // wraps, by design
+    EXPECT_EQ(stopped.Peek(0x290), 0x8000u);
+    for (double bad : {65536.0, -1.0, std::nan("")}) {
+        EXPECT_EQ(ThrownMessage([&] { posted.SetStretch(bad); }).rfind("Stretch ", 0), 0u) << bad;
+    }
+    EXPECT_EQ(stopped.Peek(0x290), 0x8000u);
 }
