@@ -1,5 +1,7 @@
 #include "CPtBusLocal.h"
 
+#include <cstdint>
+
 #include "CException.h"
 #include "NPtPacket.h"
 
@@ -66,15 +68,21 @@ void CPtBusLocal::Receive(unsigned char, unsigned short address, unsigned int* d
 
 void CPtBusLocal::Receive(unsigned char, unsigned short address, unsigned char* data, unsigned int count,
                           bool increment, unsigned int) {
-    // Whole words are read (a register reads as a word); their bytes are handed out in
-    // memory order, so a trailing partial word is read once and cut.
-    CheckRange(address, (count + 3) / 4, 4, increment);
+    // Whole words are read (a register reads as a word), each once; their bytes are handed
+    // out in memory order from the address's own byte, so a partial first or last word is
+    // cut.
+    if (count == 0) {
+        return;
+    }
+    const unsigned int skip = address & 3u;
+    const unsigned int words = static_cast<unsigned int>((uint64_t{skip} + count + 3) / 4);
+    CheckRange(address, words, 4, increment);
     volatile unsigned int* word = Word(address);
-    for (unsigned int i = 0; i < count; i += 4) {
-        const unsigned int value = Swap(word[increment ? i / 4 : 0], m_swap);
+    for (unsigned int w = 0; w < words; ++w) {
+        const unsigned int value = Swap(word[increment ? w : 0], m_swap);
         const unsigned char* bytes = reinterpret_cast<const unsigned char*>(&value);
-        for (unsigned int b = 0; b < 4 && i + b < count; ++b) {
-            data[i + b] = bytes[b];
+        for (unsigned int b = w == 0 ? skip : 0; b < 4 && 4 * w + b - skip < count; ++b) {
+            data[4 * w + b - skip] = bytes[b];
         }
     }
 }

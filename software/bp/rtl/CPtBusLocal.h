@@ -7,8 +7,9 @@
 //   words   word i of a transfer is at word index address/4 + (increment ? i : 0),
 //           byte-swapped on the way in and out when `swap` is set;
 //   bytes   byte i is at byte offset address + (increment ? i : 0), never swapped, when
-//           written; reads take whole words (swapped when set) and copy bytes out of them,
-//           a trailing partial word read once with its first bytes in memory order used.
+//           written; reads take whole words (swapped when set), each once, and copy their
+//           bytes out in memory order from the address's own byte on, so a partial first
+//           or trailing word gives only the bytes the range covers.
 // Every access must lie inside the region: one that does not throws "PtBus local: access
 // outside the region (0x%X + %u bytes, region of %u bytes)" before touching memory.
 // Request refuses a read and a write in one call like the packet bus, else it is a Send

@@ -60,6 +60,11 @@ TEST_F(CPtBusLocalTest, BytesAreWrittenUnswappedAndReadOutOfWholeWords) {
     unsigned char back[6] = {};
     bus.Receive(0, 0x300, back, 6, true, 0);
     EXPECT_EQ(std::vector<unsigned char>(back, back + 6), (std::vector<unsigned char>{3, 2, 1, 0, 0, 6}));
+    // An unaligned read starts at its own byte, across a word boundary, as a write there does.
+    CPtBusLocal plain(region, kSize, false);
+    plain.Receive(0, 0x302, back, 3, true, 0);
+    EXPECT_EQ(std::vector<unsigned char>(back, back + 3), (std::vector<unsigned char>{2, 3, 4}));
+    EXPECT_THROW(plain.Receive(0, kSize - 3, back, 4, true, 0), CException);
 }
 
 TEST_F(CPtBusLocalTest, AccessesOutsideTheRegionAndUnsupportedOperationsThrow) {
