@@ -58,23 +58,33 @@ CLampMemoryDevice::CLampMemoryDevice(CNdefPayLoadArea& area, CBackupHandler& bac
     : m_area(area), m_log(log), m_care(area, backup) {}
 
 CLampMemoryDevice::EState CLampMemoryDevice::Initialize() {
-    m_state = STATE_NO_DEVICE;
     m_history.clear();
     m_written = 0;
-    uint8_t header[kHeaderSize] = {};
     try {
-        m_area.Read(0, header, 2);
+        m_state = Load();
+        if (m_state == STATE_VALID) {
+            ReadHistoryLampUsage();
+        }
     } catch (const CException&) {
-        return m_state;
+        // The tag stopped answering part-way: nothing read can be trusted.
+        m_state = STATE_NO_DEVICE;
+        m_history.clear();
+        m_written = 0;
     }
+    return m_state;
+}
+
+CLampMemoryDevice::EState CLampMemoryDevice::Load() {
+    uint8_t header[kHeaderSize] = {};
+    m_area.Read(0, header, 2);
     const uint32_t pageSize = std::max<uint32_t>(m_area.GetPageSize(), 1);
     const uint32_t areaSize = m_area.GetSize();
-    m_state = STATE_BLANK;
+    EState state = STATE_BLANK;
     if (areaSize >= kHeaderSize && LittleEndian(header, 2) == kLmmMarkLittleEndian) {
         m_area.Read(0, header, kHeaderSize);
-        m_state = header[2] == kVersion ? STATE_VALID : STATE_WRONG_VERSION;
+        state = header[2] == kVersion ? STATE_VALID : STATE_WRONG_VERSION;
     }
-    if (m_state == STATE_VALID) {
+    if (state == STATE_VALID) {
         m_firstEntry = LittleEndian(header + kFirstEntryField, 4);
         m_entrySize = LittleEndian(header + kEntrySizeField, 4);
         m_entries = LittleEndian(header + kEntriesField, 2);
@@ -83,16 +93,15 @@ CLampMemoryDevice::EState CLampMemoryDevice::Initialize() {
         if (m_firstEntry < kHeaderSize || m_entrySize < kRecordBytes || m_entries == 0 || ringEnd > window) {
             m_log.LogError("LMM layout does not fit: %u entries of %u bytes at %u, %llu bytes of pages", m_entries,
                            m_entrySize, m_firstEntry, static_cast<unsigned long long>(window));
-            m_state = STATE_WRONG_VERSION;
+            state = STATE_WRONG_VERSION;
         } else {
             m_care.InitialLoadLampData(pageSize, LittleEndian(header + kPagesField, 2));
             m_written = Get(kWrittenField, 2);
-            ReadHistoryLampUsage();
-            return m_state;
+            return state;
         }
     }
     m_care.InitialLoadLampData(pageSize, Pages(areaSize, pageSize));
-    return m_state;
+    return state;
 }
 
 uint32_t CLampMemoryDevice::Get(uint32_t offset, int bytes) const {

@@ -19,8 +19,9 @@
 // A text without its NUL makes the record corrupt ("Corrupted lamp record."): it is
 // returned with both texts empty and `corrupt` set.
 //
-// States: 0 not initialised, 1 no device answering, 2 no "ML" mark (blank or foreign
-// data), 3 wrong version, 4 valid. A version-1 header whose ring does not fit its pages
+// States: 0 not initialised, 1 no device answering (also when the tag stops answering
+// while Initialize reads it), 2 no "ML" mark (blank or foreign data), 3 wrong version,
+// 4 valid. A version-1 header whose ring does not fit its pages
 // or the area ("LMM layout does not fit: %s") is treated as state 3: its records cannot
 // be read safely.
 //
@@ -111,6 +112,8 @@ public:
     void Format(uint32_t id, const std::string& text);
 
 private:
+    // Reads the header and loads the care-taker; the state found. Throws on tag faults.
+    EState Load();
     uint32_t EntryOffset(uint32_t number) const;
     uint32_t Get(uint32_t offset, int bytes) const;
     void Put(uint32_t offset, uint32_t value, int bytes);

@@ -139,6 +139,36 @@ TEST_F(CLampMemoryTest, StatesTellBlankForeignAndCorruptData) {
     EXPECT_EQ(ThrownMessage([&] { adapter.InitializeLmm(device); }),
               "Lost communication with LMM after tag has been detected");
     EXPECT_EQ(device.GetState(), CLampMemoryDevice::STATE_NO_DEVICE);
+    // One that answers the first read and stops while the header and data are read: no
+    // device either, not a blank one.
+    struct SFading : IEeprom {
+        explicit SFading(IEeprom& t) : tag(t) {}
+        uint32_t GetSize() const override { return tag.GetSize(); }
+        uint32_t GetPageSize() const override { return tag.GetPageSize(); }
+        uint64_t GetUid() const override { return tag.GetUid(); }
+        void Read(uint32_t offset, uint8_t* data, uint32_t size) override {
+            if (reads++ == readsLeft) {
+                THROW_EXCEPTION("Lamp tag not answering");
+            }
+            tag.Read(offset, data, size);
+        }
+        void Write(uint32_t offset, const uint8_t* data, uint32_t size) override { tag.Write(offset, data, size); }
+        IEeprom& tag;
+        unsigned reads = 0;
+        unsigned readsLeft = ~0u;
+    };
+    tag.SetPresent(true);
+    for (unsigned answered : {1u, 2u}) {
+        SFading fading(tag);
+        CLmmNdefTagAdapter flaky(fading, 0, log);
+        CLampMemoryDevice lost(flaky.GetPayloadArea(), flaky.GetBackupHandler(), log);
+        ASSERT_TRUE(flaky.ParseTag());
+        fading.readsLeft = fading.reads + answered;
+        EXPECT_EQ(ThrownMessage([&] { flaky.InitializeLmm(lost); }),
+                  "Lost communication with LMM after tag has been detected")
+            << answered;
+        EXPECT_EQ(lost.GetState(), CLampMemoryDevice::STATE_NO_DEVICE) << answered;
+    }
     EXPECT_EQ(ThrownMessage([] { CSimLampTag none("/nonexistent/dir/tag.img", 1); }).rfind("Unable to open", 0), 0u);
 }
 
