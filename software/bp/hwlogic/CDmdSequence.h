@@ -12,12 +12,13 @@
 //     sequence"); without a formatter nothing is loaded ("Skipped loading bit-sequence -
 //     no formatters present");
 //   - the frame period is P = 1 000 000 / rate µs; a 3D set shows each eye in half the
-//     frame less the dark time, so it is chosen for P3 = P / 2 - dark time;
+//     frame less the dark time, so it is chosen for P3 = P / 2 - dark time; a 2D set
+//     has no dark time (the value is kept for Reload all the same);
 //   - the set and element are chosen as CTiSequenceFile says, in every sequence file of
-//     the load; when one has none that fits, "Unsupported%s output frequency %0.2fHz
-//     (dark time: %.0fus)" is logged (" 3D" for a 3D set, and the reason on a second
-//     line) and the call returns false with nothing changed: the rate last configured
-//     and the sequence loaded stay;
+//     the load; when one has none that fits, or a sequence file or the archive cannot
+//     be read, "Unsupported%s output frequency %0.2fHz (dark time: %.0fus)" is logged
+//     (" 3D" for a 3D set, and the reason on a second line) and the call returns false
+//     with nothing changed: the rate last configured and the sequence loaded stay;
 //   - the element's block 0 (its bit-plane words) goes into the half of the sequence
 //     memory the formatter is not running from, the MLH1 and MLH2 files (whole, as
 //     little-endian words) into the same half of their tables; a failing step is logged
@@ -25,7 +26,9 @@
 //     the others go on;
 //   - stretch = element period / the period chosen for (below 1 by the selection rule);
 //     logged as "Loading 2D bit-sequence (%s) in %s memory (stretch: %.3f%s)" or
-//     "Loading 3D bit-sequence (%s) in %s memory (stretch: %.3f%s, dark time: %.0fus)".
+//     "Loading 3D bit-sequence (%s) in %s memory (stretch: %.3f%s, dark time: %.0fus)",
+//     the memory being the half loaded; the %s after the stretch stays empty, as a
+//     stretch below 1 never wraps and needs no note.
 // Apply() then writes each formatter's stretch and switches its sequencer to the loaded
 // half (output mode 0 for 2D, 2 for 3D). SetDarkTimeUs and Reload run the load again for
 // the rate last configured; before any they throw "Cannot adjust dark time without first

@@ -40,7 +40,6 @@ CTiSeqStmData::CTiSeqStmData(const CTiSequenceFile& file, uint32_t offset) : m_f
         const uint32_t at = table + kTableStart + 8 * static_cast<uint32_t>(pair);
         m_table[pair] = SBlock{file.U32(at), file.U32(at + 4)};
     }
-    m_table[kTablePairs] = SBlock{0, 0};
     for (int block = 0; block < kBlockCount; ++block) {
         const SBlock& data = m_table[kBlockPair[block]];
         file.Require(data.offset, data.size);

@@ -9,11 +9,15 @@
 //   set       T+1: number of elements (u8); T+4: descriptor offset D (lower and upper
 //             frame-period bounds, u16 microseconds, at D+8 and D+10); T+8: first
 //             element's offset, elements following every 72 bytes
-//   element   E+4: frame period (u32 microseconds); E+12, 16, 20, 24: parameters;
-//             E+52: offset M of its data-block table
+//   element   E+4: frame period (u32 microseconds); E+12, 16, 20, 24: parameters, kept
+//             as read and not interpreted (selection uses the period alone, loading
+//             block 0 alone); E+52: offset M of its data-block table
 //   table     13 blocks (EDataBlock) as (offset, size) u32 pairs at M+24, 32, 40, 48, 56,
 //             64, 80, 112, 120 (blocks 8 and 9 share it), 136, 144, 152; the pairs at
 //             M+72, 88, 96, 104 and 128 are read but not reachable
+//
+// The tags of the inner structures ("SEQS V00", "SBWD V00" or "SBWD V01", "STM  V30")
+// and any checksum are not checked: CSum() is 0.
 //
 // Selection for a frame rate f: the frame period P = 1 000 000 / f µs. The first section
 // alone is searched (later ones are parsed, never searched): its first set whose bounds
@@ -67,7 +71,7 @@ private:
     uint32_t m_offset;
     uint32_t m_period;
     uint32_t m_parameters[4];
-    SBlock m_table[18];  // every pair of the table, reachable or not
+    SBlock m_table[17];  // every pair of the table, reachable or not
 };
 
 // One sequence set: its period bounds and its elements.

@@ -3,6 +3,10 @@
 // done page by page by the device; a write may stop part-way through (a power cut), so
 // callers that need all-or-nothing go through CBackupHandler.
 //
+// Page size, total size and UID are the chip's: the lamp tag's reader driver answers
+// them; here the tag is simulated (CSimLampTag: 8 KiB in pages of 4 bytes, an 8-byte
+// UID). Reader self-tests (RF test) are the reader driver's and not part of this view.
+//
 // Thread contract: one thread at a time (the owner's).
 // Errors: Read and Write throw CException when the device does not answer or the range
 // runs past GetSize().

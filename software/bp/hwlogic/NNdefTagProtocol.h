@@ -11,6 +11,14 @@
 //                         type name format) | type length | payload length (one byte when
 //                         short, else four) | [id length] | type | [id] | payload
 //
+// A record whose payload is 256 bytes or more takes the long form (four-byte payload
+// length, no short flag), a text record too: the one-byte length cannot say more.
+//
+// MIME types: a record built without a type carries kDefaultTypeString, the registered
+// generic type for opaque bytes. The projector's own data carry vendor types of their
+// own (the lamp memory: CLmmNdefTagAdapter::kRecordType), so a default record is never
+// taken for one of them.
+//
 // Parsers read only inside the buffer they are given: a structure that runs past it (or
 // past its message) throws CException naming the offset; an unknown TLV type throws
 // "Invalid TLV block type". Generators check the room left first and throw "Receiving

@@ -1,9 +1,11 @@
 #pragma once
 // NTiSequenceWriter: writes "SEQF V00" sequence files in the layout CTiSequenceFile reads:
-// the 24-byte file header, the sections in order (each tagged "SEQS V00", chained by
-// their next-section offsets), then each set's descriptor (tagged "SBWD V00"), its
-// elements (72 bytes each), their data-block tables (tagged "STM  V30") and the data
-// blocks themselves. Used by tests, the fuzz seed corpus and the build's demo archive.
+// the 24-byte file header, the sections in order (chained by their next-section
+// offsets), then each set's descriptor (12 bytes), its elements (72 bytes each), their
+// data-block tables (160 bytes) and the data blocks themselves. The file magic and the
+// tags of sections ("SEQS V00"), descriptors ("SBWD V00") and tables ("STM  V30") fill
+// the first 8 bytes of their structure; elements carry none. Bytes not named are 0.
+// Used by tests, the fuzz seed corpus and the build's demo archive.
 //
 // Thread contract: free functions without state.
 

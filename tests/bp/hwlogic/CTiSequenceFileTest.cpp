@@ -13,11 +13,13 @@
 TEST(CTiSequenceFileTest, SetsNeedStrictBoundsElementsTheLargestPeriodBelowAndOnlyTheFirstSectionIsSearched) {
     CTiSequenceFile file(TestSequenceFile());
     ASSERT_EQ(file.GetSections().size(), 2u);
+    EXPECT_EQ(CTiSequenceFile(NTiSequenceWriter::Write({NTiSequenceWriter::SSection{}})).GetSections().size(), 1u);
     EXPECT_EQ(file.CSum(), 0u);
     const struct {
         double hz;
         uint32_t period;  // of the element chosen, 0: none
-    } cases[] = {{60, 16000}, {63, 15000}, {50.1, 16000}, {200, 4000}, {300, 0}, {50, 0}, {70, 0}};
+    } cases[] = {{60, 16000}, {63, 15000}, {62.5, 15000} /* P = 16000: strictly below */, {50.1, 16000},
+                 {200, 4000}, {300, 0}, {50, 0}, {70, 0}};
     for (const auto& c : cases) {
         if (c.period == 0) {
             EXPECT_THROW(file.FindSequenceSet(c.hz).FindSeqElement(c.hz), CException) << c.hz;
