@@ -8,7 +8,9 @@
 //   vprojctl [options] listen CODE...        print every change of the controls until
 //                                            interrupted
 // Options: --host ADDRESS (127.0.0.1), --ascii-port N (3002), --jsonrpc-port N (3003),
-//          --root DIR (the projector's runtime root, for IPC; "/"), --access LEVEL (2).
+//          --root DIR (the projector's runtime root, for IPC; "/"), --access LEVEL (2),
+//          --login USER:PASSWORD (rpc: "session:connect" first, on the same connection,
+//          for methods and controls an anonymous client may not use).
 // Exit status: 0 done, 1 the projector refused or could not be reached, 2 bad usage.
 
 #include <arpa/inet.h>
@@ -41,6 +43,7 @@ struct SOptions {
     int jsonPort = 3003;
     std::string root = "/";
     int access = ACCESS_OPERATOR;
+    std::string login;
 };
 
 volatile sig_atomic_t g_interrupted = 0;
@@ -50,6 +53,7 @@ void OnInterrupt(int) { g_interrupted = 1; }
 int Usage() {
     fprintf(stderr,
             "usage: vprojctl [--host ADDRESS] [--ascii-port N] [--jsonrpc-port N] [--root DIR] [--access LEVEL]\n"
+            "                [--login USER:PASSWORD]\n"
             "                ascii TEXT | rpc METHOD [PARAMS_JSON] | get CODE | set CODE VALUE | listen CODE...\n");
     return 2;
 }
@@ -99,7 +103,37 @@ int Ascii(const SOptions& options, const std::string& text) {
     return answer.find("ERR") != std::string::npos || answer.find('^') != std::string::npos ? 1 : 0;
 }
 
+// Sends one request and reads its answer; false (with a message) when none came as JSON.
+bool Exchange(CJsonRpcTcpClient& client, const Json::Value& request, Json::Value& response) {
+    client.Send(Json::Rpc::Handler::GetString(request));
+    std::string reply;
+    if (!client.Recv(reply, 15000)) {
+        Fail("no answer from the JSON-RPC port in time");
+        return false;
+    }
+    Json::CharReaderBuilder builder;
+    std::string errors;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    if (!reader->parse(reply.data(), reply.data() + reply.size(), &response, &errors)) {
+        Fail("the answer is not JSON: " + reply);
+        return false;
+    }
+    return true;
+}
+
 int Rpc(const SOptions& options, const std::string& method, const std::string& paramsText) {
+    Json::Value login;
+    if (!options.login.empty()) {
+        const size_t colon = options.login.find(':');
+        if (colon == std::string::npos) {
+            return Usage();
+        }
+        login["jsonrpc"] = "2.0";
+        login["method"] = "session:connect";
+        login["id"] = 0;
+        login["params"]["user"] = options.login.substr(0, colon);
+        login["params"]["password"] = options.login.substr(colon + 1);
+    }
     Json::Value request;
     request["jsonrpc"] = "2.0";
     request["method"] = method;
@@ -117,20 +151,20 @@ int Rpc(const SOptions& options, const std::string& method, const std::string& p
     }
     try {
         CJsonRpcTcpClient client(options.host, static_cast<unsigned short>(options.jsonPort));
-        client.Send(Json::Rpc::Handler::GetString(request));
-        std::string reply;
-        if (!client.Recv(reply, 15000)) {
-            return Fail("no answer from the JSON-RPC port in time");
-        }
-        Json::Value response;
-        Json::CharReaderBuilder builder;
-        std::string errors;
-        std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-        if (!reader->parse(reply.data(), reply.data() + reply.size(), &response, &errors)) {
-            return Fail("the answer is not JSON: " + reply);
-        }
         Json::StreamWriterBuilder writer;
         writer["indentation"] = "  ";
+        Json::Value response;
+        if (!login.isNull()) {
+            if (!Exchange(client, login, response)) {
+                return 1;
+            }
+            if (response.isMember("error")) {
+                return Fail("login refused: " + Json::writeString(writer, response["error"]));
+            }
+        }
+        if (!Exchange(client, request, response)) {
+            return 1;
+        }
         if (response.isMember("error")) {
             fprintf(stderr, "%s\n", Json::writeString(writer, response["error"]).c_str());
             return 1;
@@ -263,6 +297,8 @@ int main(int argc, char** argv) {
                 options.host = value;
             } else if (word == "--root") {
                 options.root = value;
+            } else if (word == "--login") {
+                options.login = value;
             } else if ((word == "--ascii-port" && ToInt(value, options.asciiPort)) ||
                        (word == "--jsonrpc-port" && ToInt(value, options.jsonPort)) ||
                        (word == "--access" && ToInt(value, options.access))) {

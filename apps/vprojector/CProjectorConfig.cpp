@@ -87,7 +87,7 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
         if (member != "controls" && member != "statusGroups" && member != "users" && member != "menu" &&
             member != "formatter" && member != "laser" && member != "lamps" && member != "power" &&
             member != "family" && member != "multicast" && member != "unicast" && member != "pjlink" &&
-            member != "ipcAccess") {
+            member != "ipcAccess" && member != "udpAccessLevel") {
             Fail("", "unknown member \"" + member + "\"");
         }
     }
@@ -390,6 +390,9 @@ void CProjectorConfig::CheckGroup() const {
     if (m_root.isMember("unicast") &&
         (!m_root["unicast"].isObject() || !IsIntIn(m_root["unicast"].get("port", 3005), 0, 65535))) {
         Fail("", "\"unicast\" must be {\"port\": 0..65535} (0: any free port)");
+    }
+    if (!IsIntIn(m_root.get("udpAccessLevel", ACCESS_USER), ACCESS_USER, ACCESS_PROTECTED)) {
+        Fail("", "\"udpAccessLevel\" must be 1..6");
     }
 }
 

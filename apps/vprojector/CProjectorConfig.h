@@ -15,7 +15,9 @@
 // address, "port", "interface"}, default 239.192.0.1, 3004, "lo") and "unicast"
 // ({"port"}, default 3005, 0 for any free port) and "pjlink" (the PJLink front-end's
 // mapping, see SPjlinkMapping) and "ipcAccess" (the highest levels local processes of
-// other users may state over IPC, see CIpcAccessPolicy).
+// other users may state over IPC, see CIpcAccessPolicy) and "udpAccessLevel" (1..6,
+// default 1: the access level of every request that comes by datagram, on the unicast
+// port or the multicast group).
 // A control: "code", "type" (display type), and where its kind uses them: "persistent"
 // (false), "min", "max", "default" (a number, or a text for types 300..399), "access"
 // (2), "name", "help" (text ids), "decimals", "readOnly", "softMin", "softMax",
@@ -98,6 +100,9 @@ public:
     // Throws CException for a policy that is not right (an unknown user, say).
     CIpcAccessPolicy GetIpcAccess() const;
     unsigned int GetFamily() const { return m_root.get("family", 1).asUInt(); }
+    EAccessLevel GetUdpAccessLevel() const {
+        return static_cast<EAccessLevel>(m_root.get("udpAccessLevel", ACCESS_USER).asInt());
+    }
     static constexpr const char* kDefaultLampType = "SIM-LAMP";
 
 private:

@@ -394,6 +394,7 @@ int main(int argc, char** argv) {
         CIpcEventDispatcher ipc(dispatcher, ipcPath.c_str(), log);
         ipc.SetAccessPolicy(config->GetIpcAccess());
         CJsonRpcServer json(dispatcher, static_cast<unsigned short>(options.jsonPort), clock, log);
+        json.SetDatagramAccessLevel(config->GetUdpAccessLevel());
         CC4jControl controlApi(json);
         CC4jStatus statusApi(json, *status);
         CC4jMenu menuApi(json, menu);

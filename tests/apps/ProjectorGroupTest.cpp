@@ -87,6 +87,7 @@ protected:
     void Start(SMember& member) {
         const std::string dir = "/member" + std::to_string(members.size());
         Json::Value config = J(CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/vprojector.json"));
+        config["udpAccessLevel"] = 2;  // the group queues and commits, which a datagram at 1 may not
         config["multicast"] = J(R"({"group": ")" + std::string(kGroup) + R"(", "port": )" + std::to_string(port) +
                                 R"(, "interface": ")" + member.interface + R"("})");
         const std::string configFile = root.WriteFile(dir + "/etc/vprojector.json", Json::writeString(Json::StreamWriterBuilder(), config));

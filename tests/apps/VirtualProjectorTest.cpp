@@ -34,6 +34,9 @@
 
 namespace {
 
+// The shipped configuration's service account (level 3).
+constexpr const char* kServiceLogin = R"({"user": "service", "password": "service"})";
+
 sockaddr_in Loopback(int port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -317,6 +320,9 @@ TEST_F(CVirtualProjectorTest, LampHoursLiveOnTheTagAndPowerOffCoolsDown) {
 TEST_F(CVirtualProjectorTest, MacrosChangeControlsThroughTheAsciiServerOnTimeAndOnAGpioEdge) {
     ASSERT_NO_FATAL_FAILURE(Start());
     CRpc rpc(jsonPort);
+    EXPECT_EQ(rpc.Call("macro:save", R"({"idx": 3, "name": "x", "active": true, "trigger": [], "action": []})")["error"]["code"],
+              117);  // only after a login
+    ASSERT_EQ(rpc.Call("session:connect", kServiceLogin)["result"]["access"], 3);
     const time_t soon = time(nullptr) + 2;
     struct tm local {};
     localtime_r(&soon, &local);
@@ -417,6 +423,7 @@ TEST_F(CVirtualProjectorTest, AFrontEndThatMissesItsKeepAliveIsRestartedWhileJso
     const std::vector<pid_t> frontends = FrontendPids();
     ASSERT_GT(frontends.empty() ? 0 : frontends.front(), 0);
     CRpc rpc(jsonPort);
+    ASSERT_EQ(rpc.Call("session:connect", kServiceLogin)["result"]["access"], 3);
     EXPECT_EQ(rpc.Call("system:keepAlive", R"({"pid": 1, "sec": 1, "name": "init"})")["error"]["code"], 7);
     const std::string frontend = std::to_string(frontends.front());
     EXPECT_EQ(rpc.Call("system:keepAlive", R"({"pid": )" + frontend + R"(, "sec": 1, "name": "ascii"})")["result"],
@@ -488,6 +495,12 @@ TEST_F(CVirtualProjectorTest, VprojctlReachesTheRunningProjectorThroughEachFront
         {{VPROJCTL, "--jsonrpc-port", std::to_string(jsonPort), "rpc", "control:get", R"(["BRI"])"}, 0, "50\n", ""},
         {{VPROJCTL, "--root", root.GetDir(), "set", "BRI", "13"}, 1, "50\n", "error 112"},
         {{VPROJCTL, "--root", root.GetDir(), "get", "NAM"}, 0, "Virtual Projector\n", ""},
+        {{VPROJCTL, "--jsonrpc-port", std::to_string(jsonPort), "--login", "service:service", "rpc", "macro:delete",
+          R"({"idx": []})"},
+         0, "{}\n", ""},
+        {{VPROJCTL, "--jsonrpc-port", std::to_string(jsonPort), "--login", "service:wrong", "rpc", "macro:delete",
+          R"({"idx": []})"},
+         1, "", "login refused"},
     };
     for (const auto& expected : kRuns) {
         const SRun run = Run(expected.command);

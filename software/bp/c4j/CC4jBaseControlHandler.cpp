@@ -1,5 +1,7 @@
 #include "CC4jBaseControlHandler.h"
 
+#include <algorithm>
+
 #include "CException.h"
 #include "text/NText.h"
 
@@ -18,9 +20,12 @@ bool CC4jBaseControlHandler::IsAdmitted(int clientId, const CProjCon& control) c
     if (control.GetAccessGroup() != ACCESS_PROTECTED) {
         return true;
     }
-    const EAccessLevel level =
-        clientId < 0 ? ACCESS_USER : GetServer().GetClientAccessLevel(static_cast<unsigned int>(clientId));
+    const EAccessLevel level = GetServer().GetRequestAccessLevel(clientId);
     return level == ACCESS_OPERATOR || level == ACCESS_PROTECTED;
+}
+
+EAccessLevel CC4jBaseControlHandler::GetChangeLevel(const Json::Value& request) const {
+    return std::max(GetServer().GetRequestAccessLevel(GetClientFd(request)), CSecurityManager::kDefaultAccessGroup);
 }
 
 bool CC4jBaseControlHandler::AddValueToResult(const CProjCon& control, Json::Value& result) {

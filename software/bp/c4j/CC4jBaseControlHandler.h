@@ -21,10 +21,18 @@
 // control is open to every client. Every path that reveals or changes a value (get, set,
 // properties, attributes, listening and each notification, menu entries) asks IsAdmitted
 // at the moment it acts, so a client whose level is lowered stops hearing at once.
+// A change must pass the controller's own check as well: a control whose access group
+// is above the request's change level is refused (117), as an IPC command of a sender at
+// that level is. The change level is the request's level, but at least the default
+// access group (2, the group of ordinary settings), which every ASCII client has before
+// it logs in: a client that never logged in (level 1) changes what such an ASCII client
+// may, and a control of a higher group (remote access, factory settings) needs a
+// protected session (6).
 // Thread contract: the server's thread only.
 
 #include "CC4jBaseHandler.h"
 #include "control/CProjCon.h"
+#include "security/CSecurityManager.h"
 
 class CC4jBaseControlHandler : public CC4jBaseHandler {
 public:
@@ -41,6 +49,7 @@ public:
     bool IsAdmitted(const Json::Value& request, const CProjCon& control) const {
         return IsAdmitted(GetClientFd(request), control);
     }
+    EAccessLevel GetChangeLevel(const Json::Value& request) const;
 
     // A resource text in the current language; "" for id 0 or an unknown id.
     static std::string Text(int textId);

@@ -75,6 +75,18 @@ int CC4jBaseHandler::GetId(const Json::Value& request) {
     return NJsonValueParser::GetIntFromObj(request, "id", -1).second;
 }
 
+bool CC4jBaseHandler::IsRefusedBelow(const Json::Value& request, Json::Value& response,
+                                     EAccessLevel required) const {
+    const EAccessLevel level = m_server.GetRequestAccessLevel(GetClientFd(request));
+    if (level >= required) {
+        return false;
+    }
+    GetLog().LogWarning("Client%s at access level %d may not call %s: it needs %d", GetClientIdString(request).c_str(),
+                        static_cast<int>(level), request["method"].asString().c_str(), static_cast<int>(required));
+    MakeErrorResponse(request, response, ERR_INVALID_ACCESS_GROUP);
+    return true;
+}
+
 int CC4jBaseHandler::GetClientFd(const Json::Value& request) {
     return NJsonValueParser::GetIntFromObj(request, "fd", -1).second;
 }

@@ -74,6 +74,10 @@ protected:
         m_server.AddMethod(new Json::Rpc::RpcMethod<T>(handler, method, name));
     }
 
+    // Whether the request acts below `required` (see CJsonRpcServer for a request's level):
+    // then the response is error 117 and the refusal is logged.
+    bool IsRefusedBelow(const Json::Value& request, Json::Value& response, EAccessLevel required) const;
+
     CJsonRpcServer& GetServer() const { return m_server; }
     CEventDispatcher& GetDispatcher() const { return m_server.GetDispatcher(); }
     ILog& GetLog() const { return m_server.GetLog(); }

@@ -135,6 +135,13 @@ bool CC4jControl::Set(const Json::Value& request, Json::Value& response) {
     if (!control) {
         return true;
     }
+    if (control->GetAccessGroup() > GetChangeLevel(request)) {
+        GetLog().LogWarning("Client%s at access level %d may not change %s (access group %d)", client.c_str(),
+                            static_cast<int>(GetServer().GetRequestAccessLevel(GetClientFd(request))), code.c_str(),
+                            static_cast<int>(control->GetAccessGroup()));
+        MakeErrorResponse(request, response, ERR_INVALID_ACCESS_GROUP);
+        return true;
+    }
     const Json::Value value = RequestedValue(params);
     const int type = control->GetDisplayType();
     EError result = ERR_NONE;

@@ -229,6 +229,9 @@ bool CC4jMacro::GetList(const Json::Value& request, Json::Value& response) {
 }
 
 bool CC4jMacro::Save(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     const std::string client = GetClientIdString(request);
     GetLog().Log("Recv'd %s from %s", "macro:save", client.c_str());
     const Json::Value& params = request["params"];
@@ -298,6 +301,9 @@ bool CC4jMacro::Save(const Json::Value& request, Json::Value& response) {
 }
 
 bool CC4jMacro::Delete(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     const std::string client = GetClientIdString(request);
     GetLog().Log("Recv'd %s from %s", "macro:delete", client.c_str());
     const Json::Value& params = request["params"];
@@ -339,6 +345,9 @@ bool CC4jMacro::Delete(const Json::Value& request, Json::Value& response) {
 }
 
 bool CC4jMacro::Test(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     const Json::Value& params = request["params"];
     if (!params.isObject() || !params["action"].isArray()) {
         MakeErrorResponse(request, response, ERR_TOO_FEW_PARAMETERS);

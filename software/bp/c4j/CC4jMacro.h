@@ -16,6 +16,7 @@
 //   macro:delete       {"idx": [slots]}: 5 no params, 6 a slot not found (the others go)
 //   macro:test         {"action": [...]}: run at once as "Test", nothing saved
 //   macro:addListener / removeListener, pushes "macro:notifyList" with the array
+// save, delete and test need kChangeLevel (117 below it).
 //
 // File: "/var/data/macros/macros.json" (the folder created with "Creating folder %s"),
 // written whole to a temporary file and renamed over the old one. A file that cannot be
@@ -51,6 +52,7 @@
 class CC4jMacro : public CC4jBaseHandler {
 public:
     static constexpr unsigned int kMaxMacros = 24;
+    static constexpr EAccessLevel kChangeLevel = ACCESS_OPERATOR;
     static constexpr unsigned int kMaxWeeks = 52;
     static constexpr unsigned int kGpioPins = 32;
     // The largest macro file, at save and at load alike.

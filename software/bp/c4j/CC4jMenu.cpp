@@ -127,6 +127,9 @@ bool CC4jMenu::ChangeFavorites(const Json::Value& request, Json::Value& response
 }
 
 bool CC4jMenu::AddFavorite(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     GetLog().LogDebug("Recv'd 'menu:addFavorite' from %s", GetClientIdString(request).c_str());
     const auto code = NJsonValueParser::GetStringFromObj(request["params"], "code", "");
     if (!code.first || code.second.empty()) {
@@ -137,6 +140,9 @@ bool CC4jMenu::AddFavorite(const Json::Value& request, Json::Value& response) {
 }
 
 bool CC4jMenu::DeleteFavorite(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     const auto code = NJsonValueParser::GetStringFromObj(request["params"], "code", "");
     if (!code.first) {
         MakeErrorResponse(request, response, ERR_TOO_FEW_PARAMETERS, "Missing favorite code");
@@ -146,12 +152,18 @@ bool CC4jMenu::DeleteFavorite(const Json::Value& request, Json::Value& response)
 }
 
 bool CC4jMenu::SetFavorites(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     const Json::Value& params = request["params"];
     const Json::Value favorites = params.isObject() && params.isMember("favorites") ? params["favorites"] : params;
     return ChangeFavorites(request, response, [&] { m_menu.FavSet(favorites); });
 }
 
 bool CC4jMenu::ClearFavorites(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     GetLog().LogDebug("Recv'd 'menu:clearFavorites' from %s", GetClientIdString(request).c_str());
     return ChangeFavorites(request, response, [&] { m_menu.FavClear(); });
 }

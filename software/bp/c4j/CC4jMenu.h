@@ -21,6 +21,7 @@
 //   menu:deleteFavorite    params {"code"}: every equal entry removed
 //   menu:setFavorites      params {"favorites": [...]} or the array itself: the whole list
 //   menu:clearFavorites    empties the list
+// The four favourites changes need kChangeLevel (117 below it: "session:connect" first).
 // Errors: 3 "Expected MMM+ABCD request", 5 "Can't find client identifier", 101 "Menu ID
 // not found", 113 "Bad menu file - items[] not found" / "Empty menu entry - items[]
 // missing/invalid", 3 for a favourites change the menu model refuses (with its message).
@@ -32,6 +33,7 @@
 
 class CC4jMenu : public CC4jBaseControlHandler {
 public:
+    static constexpr EAccessLevel kChangeLevel = ACCESS_OPERATOR;
     CC4jMenu(CJsonRpcServer& server, CJsonMenu& menu);
 
     bool Get(const Json::Value& request, Json::Value& response);

@@ -97,6 +97,9 @@ bool CC4jSync::QueueRequests(const Json::Value& request, Json::Value& response) 
 }
 
 bool CC4jSync::Queue(Json::Rpc::Handler& road, const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     const Json::Value& params = request["params"];
     const Json::Value& requests = params.isObject() ? params["requests"] : Json::Value::nullSingleton();
     bool wellFormed = requests.isArray() && !requests.empty();
@@ -121,7 +124,7 @@ bool CC4jSync::Queue(Json::Rpc::Handler& road, const Json::Value& request, Json:
             queued["params"] = entry["params"];
         }
         queued["id"] = static_cast<Json::UInt>(m_queue.size() + 1);
-        m_queue.push_back(SQueued{queued, &road});
+        m_queue.push_back(SQueued{queued, &road, GetServer().GetRequestAccessLevel(GetClientFd(request))});
         Debug("sync: queued %s", entry["method"].asString());
     }
     m_state = QUEUED;
@@ -132,6 +135,9 @@ bool CC4jSync::Queue(Json::Rpc::Handler& road, const Json::Value& request, Json:
 }
 
 bool CC4jSync::ClearQueuedRequests(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     Json::Value result;
     result["cleared"] = static_cast<Json::UInt>(m_queue.size());
     m_queue.clear();
@@ -141,6 +147,9 @@ bool CC4jSync::ClearQueuedRequests(const Json::Value& request, Json::Value& resp
 }
 
 bool CC4jSync::PrepareToExecute(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     if (m_queue.empty()) {
         MakeErrorResponse(request, response, ERR_REQUEST_LIST_EMPTY);
         return true;
@@ -183,6 +192,9 @@ EError CC4jSync::CheckDelay(const Json::Value& request, unsigned int& delayMs, s
 }
 
 bool CC4jSync::Execute(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     unsigned int delayMs = 0;
     std::string reason;
     const EError error = CheckDelay(request, delayMs, reason);
@@ -211,6 +223,9 @@ bool CC4jSync::Execute(const Json::Value& request, Json::Value& response) {
 }
 
 bool CC4jSync::ExecuteSlave(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     unsigned int delayMs = 0;
     std::string reason;
     const EError error = CheckDelay(request, delayMs, reason);
@@ -293,6 +308,7 @@ void CC4jSync::RunQueue() {
             entry["vsync"] = Json::Value();
         }
         Json::Value answer;
+        const CJsonRpcServer::CRunAs level(GetServer(), queued.level);
         queued.road->Process(queued.request, answer, Json::Rpc::UdpServer::kClientId);
         entry["response"] = answer;
         m_results.append(entry);
@@ -407,6 +423,9 @@ bool CC4jSync::TestHandlerVsyncTiming(const Json::Value& request, Json::Value& r
 }
 
 bool CC4jSync::SetDebugLogging(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     const Json::Value& params = request["params"];
     if (!params.isObject() || !params["enable"].isBool()) {
         MakeErrorResponse(request, response, ERR_INVALID_PARAMETER, "Expected {\"enable\": true or false}");

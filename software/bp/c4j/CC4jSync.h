@@ -46,6 +46,11 @@
 //                            enters the window
 //   sync:setDebugLogging     {"enable": bool}: logs each step ("sync: ...")
 //
+// Access: queueRequests, clearQueuedRequests, prepareToExecute, execute, executeSlave and
+// setDebugLogging need kChangeLevel (117 below it); over UDP that is the configured
+// datagram level. A queued request runs at the level of the request that queued it, so
+// a queue filled by an anonymous client changes no more than that client could.
+//
 // Scheduling: at receipt the v-sync count c and the delay d give the target count
 // c + ceil(d / frame period): the first v-sync at or after the delay. Projectors whose
 // v-syncs are locked read the same count at the same moment, so they pick the same
@@ -75,6 +80,7 @@
 class CC4jSync : public CC4jBaseHandler, public ILoopSource {
 public:
     static constexpr size_t kMaxQueued = 64;
+    static constexpr EAccessLevel kChangeLevel = ACCESS_OPERATOR;
     static constexpr unsigned int kDefaultDelayMs = 200;
     static constexpr unsigned int kMaxDelayMs = 60000;
     static constexpr double kSlowestRateHz = 23.976;
@@ -105,10 +111,12 @@ public:
 
 private:
     enum EState { IDLE, QUEUED, PREPARED, SCHEDULED, EXECUTED };
-    // A queued request and the method table of the road it came in on.
+    // A queued request, the method table of the road it came in on, and the access level
+    // of the request that queued it.
     struct SQueued {
         Json::Value request;
         Json::Rpc::Handler* road;
+        EAccessLevel level;
     };
     static const char* StateName(EState state);
 

@@ -129,6 +129,9 @@ bool CC4jSystem::GetLampHistory(const Json::Value& request, Json::Value& respons
 }
 
 bool CC4jSystem::SetNetworkAddress(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     const Json::Value params = request["params"].isObject() ? request["params"] : Json::Value(Json::objectValue);
     const Json::Value& autoMode = params["auto"];
     if (autoMode.isBool() && !autoMode.asBool()) {
@@ -169,6 +172,9 @@ bool CC4jSystem::SetNetworkAddress(const Json::Value& request, Json::Value& resp
 }
 
 bool CC4jSystem::KeepAlive(const Json::Value& request, Json::Value& response) {
+    if (IsRefusedBelow(request, response, kChangeLevel)) {
+        return true;
+    }
     Received("system:keepAlive", request);
     const Json::Value& params = request["params"];
     if (!params.isObject() || !params["pid"].isInt() || !params["sec"].isUInt() || !params["name"].isString()) {

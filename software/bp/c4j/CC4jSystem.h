@@ -30,6 +30,8 @@
 //                            a monitor or when it refuses
 //   system:addListener / removeListener  for "system:notifyCooldownTime" {"sec"}, pushed
 //                            by NotifyCooldownTimeS when the count changes
+// system:setNetworkAddress and system:keepAlive need kChangeLevel (117 below it):
+// moving the projector or speaking for a supervised process is no anonymous client's.
 // Each method logs its receipt: "Recv'd 'system:getIconPaths' from <client>".
 //
 // Lifetime: server, network, lamp data, lamp listener and monitor outlive it (the lamp
@@ -44,6 +46,7 @@
 
 class CC4jSystem : public CC4jBaseHandler {
 public:
+    static constexpr EAccessLevel kChangeLevel = ACCESS_OPERATOR;
     static constexpr const char* kNotifyMethod = "system:notifyCooldownTime";
     static constexpr const char* kMounts = "/proc/mounts";
     static constexpr const char* kShippedIcons = "/usr/share/projector/icons";

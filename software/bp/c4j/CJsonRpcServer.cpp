@@ -144,3 +144,10 @@ bool CJsonRpcServer::GetC4jVersion(const Json::Value& request, Json::Value& resp
     response["result"] = kC4jVersion;
     return true;
 }
+
+EAccessLevel CJsonRpcServer::GetRequestAccessLevel(int clientId) const {
+    if (clientId >= 0) {
+        return GetClientAccessLevel(static_cast<unsigned int>(clientId));
+    }
+    return m_runAs != ACCESS_NONE ? m_runAs : m_datagramLevel;
+}

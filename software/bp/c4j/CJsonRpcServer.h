@@ -13,6 +13,15 @@
 // registrations. A client whose connection ends loses its
 // registrations too.
 //
+// Access levels of requests: a TCP client's is its own (1 until "session:connect" raises
+// it); a request without a TCP client (a datagram on the unicast port or the multicast
+// group) acts at the datagram level (SetDatagramAccessLevel, 1 unless configured), and
+// while a CRunAs lives, at the level it names instead (the sync module runs a queued
+// request at the level of the client that queued it). The handlers hold every request to
+// that level: a control's change is refused (117) where an IPC command of a sender at the
+// level would be, and methods that change the projector beyond one control state the level
+// they need.
+//
 // Built-in methods: "getModules" (the modules in name order, each {"module","version"})
 // and "getC4JVersion" (2).
 //
@@ -68,6 +77,24 @@ public:
     // The client id in a "JSON_TCP.<id>" address; -1 when there is none.
     static int GetJsonClientDescriptorFromString(const std::string& address);
 
+    // The level a request of clientId (a TCP client, or -1 for none) acts at; see above.
+    EAccessLevel GetRequestAccessLevel(int clientId) const;
+    void SetDatagramAccessLevel(EAccessLevel level) { m_datagramLevel = level; }
+    // Requests without a TCP client act at `level` while this lives (one at a time).
+    class CRunAs {
+    public:
+        CRunAs(CJsonRpcServer& server, EAccessLevel level) : m_server(server), m_before(server.m_runAs) {
+            server.m_runAs = level;
+        }
+        ~CRunAs() { m_server.m_runAs = m_before; }
+        CRunAs(const CRunAs&) = delete;
+        CRunAs& operator=(const CRunAs&) = delete;
+
+    private:
+        CJsonRpcServer& m_server;
+        EAccessLevel m_before;
+    };
+
     bool GetModules(const Json::Value& request, Json::Value& response);
     bool GetC4jVersion(const Json::Value& request, Json::Value& response);
 
@@ -86,4 +113,6 @@ private:
     bool m_initialized = false;
     std::map<std::string, unsigned int> m_modules;
     std::map<std::string, SQueuedNotify> m_queued;
+    EAccessLevel m_datagramLevel = ACCESS_USER;
+    EAccessLevel m_runAs = ACCESS_NONE;  // none: the datagram level
 };

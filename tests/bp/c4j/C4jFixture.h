@@ -14,6 +14,7 @@
 //   NAM  text, length 1..16, default "Projector"
 //   RDO  integer 0..10, read-only
 //   SEC  integer 0..10, protected access group 6
+//   FAC  integer 0..10, factory access group 5
 //   BIG  free text holding 64 KiB, for large replies
 
 #include <gtest/gtest.h>
@@ -203,6 +204,7 @@ private:
         add(new CProjCon(DT_TEXT, dispatcher, proxy, "NAM", false, 1, 16, "Projector", ACCESS_OPERATOR, 0, 0, false));
         add(new CProjCon(DT_INTEGER, dispatcher, proxy, "RDO", false, 0, 10, 0, ACCESS_OPERATOR, 0, 0, 0, true));
         add(new CProjCon(DT_INTEGER, dispatcher, proxy, "SEC", false, 0, 10, 0, ACCESS_PROTECTED, 0, 0, 0, false));
+        add(new CProjCon(DT_INTEGER, dispatcher, proxy, "FAC", false, 0, 10, 0, ACCESS_FACTORY, 0, 0, 0, false));
         add(new CProjCon(DT_TEXT_FREE, dispatcher, proxy, "BIG", false, 0, 0, std::string(kBigTextSize, 'x'),
                          ACCESS_OPERATOR, 0, 0, false));
         proxy.calls.clear();

@@ -95,11 +95,14 @@ TEST_F(CC4jControlTest, EveryMethodTakingACodeKeepsAProtectedControlFromAClientN
     EXPECT_EQ(Registry().GetNotifyList("SEC").json.size(), 0u);
 
     // An operator (or protected) connection is admitted everywhere, and hears changes
-    // only while it stays admitted; 6 is a group apart, not "above" 5.
+    // only while it stays admitted; 6 is a group apart, not "above" 5. Changing the
+    // control is a protected session's, as it is for an IPC sender.
     ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_OPERATOR));
     for (const auto& call : calls) {
-        EXPECT_EQ(ErrorCode(*client, call[0], call[1]), ERR_NONE) << call[0];
+        const bool change = std::string(call[0]).find("set") != std::string::npos;
+        EXPECT_EQ(ErrorCode(*client, call[0], call[1]), change ? ERR_INVALID_ACCESS_GROUP : ERR_NONE) << call[0];
     }
+    EXPECT_TRUE(log.Logged("at access level 2 may not change SEC (access group 6)"));
     EXPECT_EQ(Result(*client, "menu:get", R"(["MMM+MAIN"])")["items"][0]["value"], 4);
     client->notes.clear();
     Control("SEC").SetValue(7);
@@ -108,6 +111,8 @@ TEST_F(CC4jControlTest, EveryMethodTakingACodeKeepsAProtectedControlFromAClientN
     EXPECT_EQ(ErrorCode(*client, "get", R"(["SEC"])"), ERR_INVALID_ACCESS_GROUP);
     Control("SEC").SetValue(8);
     EXPECT_TRUE(Quiet(*client));
+    ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_PROTECTED));
+    EXPECT_EQ(Result(*client, "set", R"(["SEC",9])"), 9);
 }
 
 TEST_F(CC4jControlTest, PropertiesAndAttributesDependOnTheKind) {
@@ -227,4 +232,19 @@ TEST(CC4jBaseHandlerTest, IpcRepliesBecomeJsonByTheirShape) {
     EXPECT_EQ(CC4jBaseHandler::ConvertFromIpcReply(std::list<CIpcMessage>{}), Json::Value());
     EXPECT_EQ(CC4jBaseHandler::ConvertFromIpcReply(std::list<CIpcMessage>{number}), 42);
     EXPECT_EQ(CC4jBaseHandler::ConvertFromIpcReply(std::list<CIpcMessage>{number, both}), J(R"([42,[5,"on"]])"));
+}
+
+TEST_F(CC4jControlTest, AChangeIsRefusedWhereAnIpcSenderAtTheClientsLevelWouldBe) {
+    // Never logged in: ordinary settings (group 2) change, as for an ASCII client that
+    // has not logged in; the factory group does not, on any change path.
+    EXPECT_EQ(Result(*client, "set", R"(["BRI",7])"), 7);
+    EXPECT_EQ(ErrorCode(*client, "set", R"(["FAC",1])"), ERR_INVALID_ACCESS_GROUP);
+    EXPECT_EQ(ErrorCode(*client, "control:set", R"({"code":"FAC","value":1})"), ERR_INVALID_ACCESS_GROUP);
+    EXPECT_EQ(Result(*client, "get", R"(["FAC"])"), 0);  // reading it stays open
+    EXPECT_TRUE(log.Logged("at access level 1 may not change FAC (access group 5)"));
+    for (const EAccessLevel level : {ACCESS_FACTORY, ACCESS_PROTECTED}) {
+        ASSERT_TRUE(server.SetClientAccessLevel(client->id, level));
+        EXPECT_EQ(Result(*client, "set", R"(["FAC",3])"), 3) << level;
+    }
+    EXPECT_EQ(Control("FAC").GetValue(), 3);
 }

@@ -45,6 +45,7 @@ protected:
         macros = std::make_unique<CC4jMacro>(server, localTime, port);
         macros->Initialize();
         client = Connect();
+        server.SetClientAccessLevel(client->id, ACCESS_OPERATOR);  // saving macros needs a login
     }
     ~CC4jMacroTest() override { close(listener); }
 
@@ -95,6 +96,11 @@ protected:
 }  // namespace
 
 TEST_F(CC4jMacroTest, SavingChecksParamsSlotAndMembersAndStoresEveryChange) {
+    ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_USER));
+    for (const char* method : {"macro:save", "macro:delete", "macro:test"}) {
+        EXPECT_EQ(ErrorCode(*client, method, Saved(1, Timed("2027/01/01", "08:00:00"))), ERR_INVALID_ACCESS_GROUP);
+    }
+    ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_OPERATOR));
     EXPECT_EQ(Result(*client, "macro:getMax"), 24);
     EXPECT_EQ(ErrorCode(*client, "macro:save"), ERR_TOO_FEW_PARAMETERS);
     for (int idx : {0, 25}) {

@@ -12,6 +12,7 @@ protected:
         root.WriteFile("/etc/menu.json", CTempRoot::ReadFile(PROJ_MENU_FILE));
         menu.Initialize();
         client = Connect();
+        server.SetClientAccessLevel(client->id, ACCESS_OPERATOR);  // favourites need a login
     }
 
     Json::Value Items(const std::string& params) { return Result(*client, "menu:get", params)["items"]; }
@@ -56,6 +57,11 @@ TEST_F(CC4jMenuTest, EntriesDescribeControlsTextsAndSubMenus) {
 }
 
 TEST_F(CC4jMenuTest, FavouritesKeepTheirOrderAndOutliveTheModel) {
+    ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_USER));
+    for (const char* method : {"menu:addFavorite", "menu:deleteFavorite", "menu:setFavorites", "menu:clearFavorites"}) {
+        EXPECT_EQ(ErrorCode(*client, method, R"({"code":"BRI"})"), ERR_INVALID_ACCESS_GROUP) << method;
+    }
+    ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_OPERATOR));
     for (const char* code : {"NAM", "MMM+LAMP", "BRI", "NAM"}) {
         Result(*client, "menu:addFavorite", std::string(R"({"code":")") + code + "\"}");
     }

@@ -32,6 +32,8 @@ protected:
     CC4jSyncTest() {
         loop->AddSource(sync);
         client = Connect();
+        server.SetClientAccessLevel(client->id, ACCESS_OPERATOR);  // the group's controller logged in
+        server.SetDatagramAccessLevel(ACCESS_OPERATOR);            // and the group is trusted
     }
     ~CC4jSyncTest() override { loop->RemoveSource(sync); }
 
@@ -186,4 +188,39 @@ TEST_F(CC4jSyncTest, RequestsQueuedOverUdpObeyItsMethodsAndTheirResultsArePagedT
     EXPECT_EQ(first["results"][0]["truncated"], true);
     EXPECT_EQ(first["results"][1]["response"]["result"], 50);
     EXPECT_EQ(first["next"], 2);
+}
+
+TEST_F(CC4jSyncTest, TheQueueNeedsALoginAndItsRequestsActAtTheLevelOfWhoQueuedThem) {
+    CUnicastUdpServer udp(0);
+    udp.UnicastBind("lo");
+    udp.AddMethod(new Json::Rpc::ForwardMethod(server.GetHandler(), "control:set"));
+    sync.PublishTo(udp, false);
+    const std::string setFactory = R"({"requests": [{"method": "control:set", "params": {"code": "FAC", "value": 2}}]})";
+
+    // A datagram acts at the configured level, a TCP client at its own.
+    server.SetDatagramAccessLevel(ACCESS_USER);
+    EXPECT_EQ(J(Datagram(udp, "sync:queueRequests", setFactory))["error"]["code"], ERR_INVALID_ACCESS_GROUP);
+    ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_USER));
+    for (const char* method : {"sync:queueRequests", "sync:clearQueuedRequests", "sync:prepareToExecute",
+                               "sync:execute", "sync:executeSlave", "sync:setDebugLogging"}) {
+        EXPECT_EQ(ErrorCode(*client, method, setFactory), ERR_INVALID_ACCESS_GROUP) << method;
+    }
+
+    // Queued by an operator, the change of a factory setting is refused when it runs; queued
+    // by a client at the factory level, it is made, though the commit comes by datagram.
+    for (const EAccessLevel level : {ACCESS_OPERATOR, ACCESS_FACTORY}) {
+        ASSERT_TRUE(server.SetClientAccessLevel(client->id, level));
+        Result(*client, "sync:queueRequests", setFactory);
+        Result(*client, "sync:prepareToExecute");
+        server.SetDatagramAccessLevel(ACCESS_OPERATOR);
+        Datagram(udp, "sync:execute", R"({"delayMs": 0})");
+        clock.AdvanceMs(20);
+        loop->RunOnce(0);
+        const Json::Value response = Result(*client, "sync:getExecutionResult")["results"][0]["response"];
+        if (level == ACCESS_OPERATOR) {
+            EXPECT_EQ(response["error"]["code"], ERR_INVALID_ACCESS_GROUP) << response;
+        } else {
+            EXPECT_EQ(response["result"]["value"], 2) << response;
+        }
+    }
 }

@@ -32,7 +32,10 @@ struct SMonitor : IProcessMonitor {
 
 class CC4jSystemTest : public CC4jFixture {
 protected:
-    CC4jSystemTest() { client = Connect(); }
+    CC4jSystemTest() {
+        client = Connect();
+        server.SetClientAccessLevel(client->id, ACCESS_OPERATOR);  // address and keep-alive need a login
+    }
 
     SLampSide lamps;
     CNetwork network;
@@ -71,6 +74,12 @@ TEST_F(CC4jSystemTest, LampHistoryRoundsHoursAndCooldownChangesAreNotified) {
 
 TEST_F(CC4jSystemTest, NetworkSettingsAreCheckedBeforeTheyAreStored) {
     const std::string file = root.Path(CNetwork::kSettingsFile);
+    ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_USER));  // an anonymous client moves nothing
+    EXPECT_EQ(ErrorCode(*client, "system:setNetworkAddress", R"({"ip": "10.0.0.9", "netmask": "255.0.0.0"})"),
+              ERR_INVALID_ACCESS_GROUP);
+    EXPECT_EQ(ErrorCode(*client, "system:keepAlive", R"({"pid": 12, "sec": 5, "name": "ui"})"), ERR_INVALID_ACCESS_GROUP);
+    EXPECT_FALSE(std::filesystem::exists(file));
+    ASSERT_TRUE(server.SetClientAccessLevel(client->id, ACCESS_OPERATOR));
     const struct {
         const char* params;
         int error;
