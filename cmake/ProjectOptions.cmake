@@ -28,6 +28,12 @@ if(PROJ_SANITIZE)
     add_compile_options(-Wno-maybe-uninitialized)
 endif()
 
+if(PROJ_THREAD_SANITIZE)
+    add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=thread)
+    add_compile_options(-Wno-maybe-uninitialized -Wno-tsan)  # std::atomic_thread_fence is not instrumented
+endif()
+
 if(PROJ_FUZZ)
     if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
         message(FATAL_ERROR "PROJ_FUZZ needs clang (configure with CXX=clang++)")

@@ -5,7 +5,9 @@
 
 #include <cstring>
 #include <random>
+#include <algorithm>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "CBERLength.h"
@@ -220,4 +222,28 @@ TEST(CCepParserTest, AFrameThatCanNeverDecodeIsSkippedWhileOneThatMayCompleteWai
     EXPECT_EQ(good->getSequenceNumber(), 42);
     EXPECT_EQ(parser.GetSize(), 0u);
     EXPECT_EQ(log.Count("skipped a frame that cannot be decoded"), 3u) << log.GetContents();
+}
+
+TEST(CCepParserTest, AReaderThreadAndAConsumerThreadShareOneParser) {
+    const Bytes frame = Sample().toBytes(VERSION_1, true);
+    constexpr int kFrames = 500;
+    CCepParser parser(256);  // small: the reader often finds it full and waits for the consumer
+    std::thread reader([&] {
+        for (int i = 0; i < kFrames; ++i) {
+            for (size_t at = 0; at < frame.size();) {
+                at += parser.addData(frame.data() + at, static_cast<uint32_t>(std::min<size_t>(7, frame.size() - at)));
+            }
+        }
+    });
+    int taken = 0;
+    while (taken < kFrames) {
+        if (auto message = parser.getCepMsg()) {
+            EXPECT_EQ(message->getSequenceNumber(), 42);
+            ++taken;
+        } else {
+            std::this_thread::yield();
+        }
+    }
+    reader.join();
+    EXPECT_EQ(parser.GetSize(), 0u);
 }
