@@ -1,8 +1,9 @@
 // Long running: the virtual projector and every child it runs (the ASCII front-end, the
-// PJLink front-end, the simulated laser module) give back what they open. Thousands of
-// mixed requests go through every front-end, each child is killed and restarted in the
-// middle, and at the end every process holds as many descriptors as after the warm-up and
-// no more resident memory than the tolerance below.
+// PJLink front-end, the simulated laser module) give back what they open. After a warm-up
+// every process is measured, each child is killed and restarted, and the new children's
+// memory is measured after a warm-up of their own; then thousands of mixed requests go
+// through every front-end, and at the end every process (and every new child) holds as
+// many descriptors as were measured and no more resident memory than the tolerance below.
 
 #include <gtest/gtest.h>
 #include <fcntl.h>
@@ -32,10 +33,15 @@ namespace {
 
 constexpr int kRequests = 10000;
 constexpr int kWarmUp = 500;
-// Resident memory may grow by this much per process between the warm-up and the end
-// (allocator pools, the emulator's translated code); a leak of a few hundred bytes per
-// request passes it within the run. Descriptors must come back exactly.
+// Resident memory may grow by this much per process between its measurement and the end
+// (allocator pools, the emulator's translated code; a sanitizer's allocator keeps more
+// back); a leak of a few hundred bytes per request (a kilobyte under a sanitizer) passes
+// it within the run. Descriptors must come back exactly.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr long kRssToleranceKb = 8192;
+#else
 constexpr long kRssToleranceKb = 3072;
+#endif
 
 struct SUsage {
     long descriptors = 0;
@@ -242,19 +248,22 @@ TEST_F(CResourceUseTest, EveryProcessGivesBackWhatItOpensThroughManyRequestsAndR
         ASSERT_NO_FATAL_FAILURE(Mixed(i));
     }
     rpc.reset();
+    // Descriptors as they stand before the restarts: a new child holds as many as the one
+    // it replaced. Memory from the projector now and from each new child after its warm-up.
+    std::map<std::string, SUsage> before = SettledUsage();
     ASSERT_NO_FATAL_FAILURE(RestartChildren());
-    for (int i = 0; i < kWarmUp; ++i) {  // the new children warm up too
+    for (int i = 0; i < kWarmUp; ++i) {
         ASSERT_NO_FATAL_FAILURE(Mixed(i));
     }
     rpc.reset();
-    const std::map<std::string, SUsage> before = SettledUsage();
+    for (const auto& [role, usage] : SettledUsage()) {
+        if (role != "vprojector") {
+            before[role].rssKb = usage.rssKb;
+        }
+    }
 
     for (int i = 0; i < kRequests; ++i) {
         ASSERT_NO_FATAL_FAILURE(Mixed(i));
-        if (i == kRequests / 2) {
-            rpc.reset();
-            ASSERT_NO_FATAL_FAILURE(RestartChildren());
-        }
     }
     rpc.reset();
 

@@ -1,7 +1,9 @@
 #pragma once
 // CRecordingProxy: an application proxy for tests. It records every change the controls
 // hand it, and refuses (or throws for) the values and texts a test names, the way real
-// hardware refuses a setting it cannot take.
+// hardware refuses a setting it cannot take. Not locked: it belongs to the thread that runs
+// the controls; a test whose controller runs on a thread of its own reads and changes it
+// there (CControllerThread::RunOnController).
 
 #include <set>
 #include <stdexcept>

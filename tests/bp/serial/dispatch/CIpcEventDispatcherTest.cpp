@@ -87,7 +87,7 @@ TEST_F(CIpcEventDispatcherTest, CommandErrorsCarryTheValueThatStands) {
     EXPECT_EQ(Command(Set("BRI", 20, 'D'), reply), ERR_INVALID_PARAMETER);
     EXPECT_EQ(Arg(reply, CIpcMessage::kErrorTextParm), "Unsupported modifier");
 
-    proxy.refusedValues.insert(33);
+    controller->RunOnController([&] { proxy.refusedValues.insert(33); });  // the proxy is the controller's
     EXPECT_EQ(Command(Set("BRI", 33), reply), ERR_HARDWARE_REFUSED);
     EXPECT_EQ(Arg(reply, 0), "50");
 
@@ -201,8 +201,9 @@ TEST_F(CIpcEventDispatcherTest, ListIsReadWithItsEntryTextAndActionRunsWithoutAr
     EXPECT_EQ(Arg(list, 0) + " " + Arg(list, 3), "1 HDMI");
     CIpcMessage reply;
     EXPECT_EQ(Command(Message("RST"), reply), ERR_NONE);
-    ASSERT_FALSE(proxy.calls.empty());
-    EXPECT_EQ(proxy.calls.back().code, "RST");
+    std::string last;
+    controller->RunOnController([&] { last = proxy.calls.empty() ? "" : proxy.calls.back().code; });
+    EXPECT_EQ(last, "RST");
     const CIpcMessage action = Only(Request("RST", "", ACCESS_OPERATOR));
     EXPECT_EQ(ErrorOf(action), ERR_INVALID_PARAMETER);
     EXPECT_EQ(Arg(action, CIpcMessage::kErrorTextParm), "This control can not be read");
@@ -275,7 +276,7 @@ TEST_F(CIpcEventDispatcherTest, GarbageAndThrowingProxiesLeaveItServing) {
     CDomainSocket stranger(root.Path("/var/run/ui/stranger").c_str());
     const unsigned char garbage[] = {0xFE, 0x13, 0xFF, 0xFF, 1, 2, 3};
     stranger.SendTo(garbage, sizeof garbage, root.Path(kControllerSocket).c_str(), 0);
-    proxy.throwValues.insert(66);
+    controller->RunOnController([&] { proxy.throwValues.insert(66); });
     int value = 66;
     EXPECT_EQ(link->SetValue(ACCESS_OPERATOR, "BRI", "", value, true), ERR_HARDWARE_REFUSED);
     EXPECT_EQ(value, 50);
