@@ -89,6 +89,26 @@ if [ -n "$missing" ]; then
     $SUDO apt-get install -y -q --no-install-recommends $missing
 fi
 
+# The web page: Node.js and npm build it (Debian's only when no node is on the PATH, so a
+# Node.js of the developer's own is kept), and Debian's Chromium runs its browser tests
+# (they never download a browser of their own). Then the page is built; its npm packages
+# are fetched only when web/node_modules is missing or older than the lockfile.
+if ! command -v node >/dev/null 2>&1; then
+    missing=$(missing_of nodejs npm)
+    if [ -n "$missing" ]; then
+        echo "installing:$missing"
+        update_index
+        # shellcheck disable=SC2086
+        $SUDO apt-get install -y -q --no-install-recommends $missing
+    fi
+fi
+if ! installed chromium; then
+    echo "installing: chromium"
+    update_index
+    $SUDO apt-get install -y -q --no-install-recommends chromium
+fi
+"$(dirname "$0")/build-web.sh"
+
 if [ "$armhf" -eq 0 ]; then
     exit 0
 fi
