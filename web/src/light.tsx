@@ -71,6 +71,7 @@ function Chart() {
             width: Math.max(element.clientWidth, 280),
             height: 260,
             cursor: { drag: { x: false, y: false } },
+            legend: { live: false },
             scales: { x: { time: true }, temp: { auto: true }, pct: { range: [0, 100] } },
             axes: [
                 { stroke: colour("--text-muted"), grid: { stroke: colour("--grid") } },
@@ -79,9 +80,9 @@ function Chart() {
             ],
             series: [
                 {},
-                { label: "Laser °C", scale: "temp", stroke: colour("--chart-1"), width: 2, spanGaps: true },
-                { label: "Heat sink °C", scale: "temp", stroke: colour("--chart-2"), width: 2, spanGaps: true },
-                { label: "Light output %", scale: "pct", stroke: colour("--chart-3"), width: 2, spanGaps: true },
+                { label: "Laser °C", scale: "temp", stroke: colour("--chart-1"), width: 2, points: { show: false }, spanGaps: true },
+                { label: "Heat sink °C", scale: "temp", stroke: colour("--chart-2"), width: 2, points: { show: false }, spanGaps: true },
+                { label: "Light output %", scale: "pct", stroke: colour("--chart-3"), width: 2, points: { show: false }, spanGaps: true },
             ],
         }, [series.times, ...series.columns] as uPlot.AlignedData, element);
         const redraw = setInterval(() => plot.setData([series.times, ...series.columns] as uPlot.AlignedData), 1000);
@@ -112,11 +113,15 @@ function LampHistory() {
     const [records, setRecords] = useState<LampRecord[] | null>(null);
     const [error, setError] = useState("");
     const power = store.controls.get(kLampPower)?.value;
+    const open = store.connection === "open";
     useEffect(() => {
+        if (!open) {
+            return;
+        }
         store.rpc.call("system:getLampHistory")
             .then((r) => setRecords(Array.isArray(r) ? r : []))
             .catch((e: Error) => setError(e.message));
-    }, [store.epoch, power]);
+    }, [store.epoch, open, power]);
     if (error) {
         return <p class="muted">{error}</p>;
     }
