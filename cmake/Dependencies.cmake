@@ -3,6 +3,8 @@ find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 find_package(ZLIB REQUIRED)
 find_package(OpenSSL REQUIRED)
+# Boost.Beast and Boost.Asio (header-only) for the web page's HTTP and WebSocket server.
+find_package(Boost 1.74 REQUIRED)
 pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
 find_package(Qt5 5.15 REQUIRED COMPONENTS Core)
 

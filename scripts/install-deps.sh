@@ -13,6 +13,7 @@ libjsoncpp-dev
 clearsilver-dev
 libminizip-dev zlib1g-dev
 libssl-dev
+libboost-dev
 qtbase5-dev qttools5-dev-tools
 libgtest-dev libgmock-dev libbenchmark-dev
 clang libclang-rt-14-dev
@@ -26,7 +27,7 @@ iproute2
 # offers for armhf:
 ARMHF_TOOLS="g++-arm-linux-gnueabihf qemu-user"
 # headers, static libraries and CMake or pkg-config files, taken as they are;
-ARMHF_DEV="zlib1g-dev libssl-dev libjsoncpp-dev libminizip-dev libgtest-dev libgmock-dev
+ARMHF_DEV="zlib1g-dev libssl-dev libboost1.74-dev libjsoncpp-dev libminizip-dev libgtest-dev libgmock-dev
 qtbase5-dev qt5-qmake clearsilver-dev"
 # the shared libraries the build links, taken with the libraries they need;
 ARMHF_RUNTIME="zlib1g libssl3 libjsoncpp25 libminizip1 libqt5core5a"

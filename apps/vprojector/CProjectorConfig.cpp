@@ -87,7 +87,7 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
         if (member != "controls" && member != "statusGroups" && member != "users" && member != "menu" &&
             member != "formatter" && member != "laser" && member != "lamps" && member != "power" &&
             member != "family" && member != "multicast" && member != "unicast" && member != "pjlink" &&
-            member != "ipcAccess" && member != "udpAccessLevel") {
+            member != "ipcAccess" && member != "udpAccessLevel" && member != "web") {
             Fail("", "unknown member \"" + member + "\"");
         }
     }
@@ -394,6 +394,29 @@ void CProjectorConfig::CheckGroup() const {
     if (!IsIntIn(m_root.get("udpAccessLevel", ACCESS_USER), ACCESS_USER, ACCESS_PROTECTED)) {
         Fail("", "\"udpAccessLevel\" must be 1..6");
     }
+    if (m_root.isMember("web")) {
+        const Json::Value& web = m_root["web"];
+        const bool ok = web.isObject() && IsIntIn(web.get("httpPort", 8080), 0, 65535) &&
+                        IsIntIn(web.get("httpsPort", 8443), -1, 65535) && web.get("plainHttp", true).isBool() &&
+                        web.get("root", "").isString();
+        if (!ok) {
+            Fail("", "\"web\" must be {\"httpPort\": 0..65535, \"httpsPort\": -1..65535, \"plainHttp\": true or false, "
+                     "\"root\": folder}");
+        }
+    }
+}
+
+SWebConfig CProjectorConfig::GetWeb() const {
+    const Json::Value& web = m_root["web"];
+    SWebConfig config;
+    config.httpPort = web.get("httpPort", 8080).asInt();
+    config.httpsPort = web.get("httpsPort", 8443).asInt();
+    config.plainHttp = web.get("plainHttp", true).asBool();
+    config.root = web.get("root", "").asString();
+    if (!config.root.empty() && config.root[0] != '/') {
+        config.root = m_path.substr(0, m_path.rfind('/') + 1) + config.root;
+    }
+    return config;
 }
 
 CSyncPlant::SConfig CProjectorConfig::GetGroup() const {

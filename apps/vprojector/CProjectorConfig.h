@@ -17,7 +17,10 @@
 // mapping, see SPjlinkMapping) and "ipcAccess" (the highest levels local processes of
 // other users may state over IPC, see CIpcAccessPolicy) and "udpAccessLevel" (1..6,
 // default 1: the access level of every request that comes by datagram, on the unicast
-// port or the multicast group).
+// port or the multicast group) and "web" (the web page: {"httpPort": 0..65535, default
+// 8080; "httpsPort": -1..65535, default 8443, -1 for none; "plainHttp": false to serve
+// HTTPS only, default true; "root": the page's folder, relative to the configuration
+// file's, default the page shipped with the build or the installation}).
 // A control: "code", "type" (display type), and where its kind uses them: "persistent"
 // (false), "min", "max", "default" (a number, or a text for types 300..399), "access"
 // (2), "name", "help" (text ids), "decimals", "readOnly", "softMin", "softMax",
@@ -44,6 +47,7 @@
 
 #include "CLampPlant.h"
 #include "CSyncPlant.h"
+#include "CWebServer.h"
 #include "SPjlinkMapping.h"
 #include "control/CProjCon.h"
 #include "dispatch/CEventDispatcher.h"
@@ -100,6 +104,8 @@ public:
     // Throws CException for a policy that is not right (an unknown user, say).
     CIpcAccessPolicy GetIpcAccess() const;
     unsigned int GetFamily() const { return m_root.get("family", 1).asUInt(); }
+    // The "web" member; root is empty when the configuration names none.
+    SWebConfig GetWeb() const;
     EAccessLevel GetUdpAccessLevel() const {
         return static_cast<EAccessLevel>(m_root.get("udpAccessLevel", ACCESS_USER).asInt());
     }

@@ -13,13 +13,16 @@
 //   child processes: the ASCII serial front-end and the PJLink front-end, each restarted
 //                    when it dies
 //   laser plant: the configured laser bank module, or lbmsim run as a second child
+//   web server: the page and the WebSocket road to the JSON-RPC server, on a thread of
+//               its own that hands each WebSocket to the controller loop
 //
 //   vprojector [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N]
-//              [--unicast-port N] [--pjlink-port N] [--log-level 3..7] [--no-serial]
-//              [--no-pjlink]
+//              [--unicast-port N] [--pjlink-port N] [--http-port N] [--https-port N]
+//              [--log-level 3..7] [--no-serial] [--no-pjlink]
 //
 // When every server listens it prints exactly one line to standard output:
 //   ready ascii=<port> jsonrpc=<port> ipc=<socket path> unicast=<port> pjlink=<port>
+//         http=<port> https=<port>
 // (a port of 0: that front-end is not run). A port option of 0 picks a free port.
 // SIGINT or SIGTERM: stop accepting, save stored values, stop the child, exit 0.
 // A bad configuration: one message on standard error, exit status 2.
@@ -59,6 +62,7 @@
 #include "CProjectorConfig.h"
 #include "CSimModule.h"
 #include "CSyncPlant.h"
+#include "CWebServer.h"
 #include "NFileUtil.h"
 #include "ProgramOptions.h"
 #include "RuntimeRoot.h"
@@ -76,6 +80,9 @@
 #endif
 #ifndef VPROJECTOR_SEQUENCE_DIR
 #define VPROJECTOR_SEQUENCE_DIR "seq"
+#endif
+#ifndef VPROJECTOR_WEB_ROOT
+#define VPROJECTOR_WEB_ROOT "www"
 #endif
 
 namespace {
@@ -98,6 +105,8 @@ struct SOptions {
     int jsonPort = kDefaultJsonRpcPort;
     int unicastPort = -1;  // -1: the configuration's
     int pjlinkPort = -1;   // -1: the configuration's
+    int httpPort = -1;     // -1: the configuration's
+    int httpsPort = -1;    // -1: the configuration's
     int logLevel = LOG_LEVEL_INFO;
     bool serial = true;
     bool pjlink = true;
@@ -106,7 +115,7 @@ struct SOptions {
 int Usage(const char* program) {
     fprintf(stderr,
             "usage: %s [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N] [--unicast-port N] "
-            "[--pjlink-port N] [--log-level 3..7] [--no-serial] [--no-pjlink]\n",
+            "[--pjlink-port N] [--http-port N] [--https-port N] [--log-level 3..7] [--no-serial] [--no-pjlink]\n",
             program);
     return 2;
 }
@@ -140,6 +149,10 @@ bool ParseOptions(int argc, char** argv, SOptions& options) {
             }
         } else if (option == "--pjlink-port") {
             if (!ParseNumber(value, 0, 65535, options.pjlinkPort)) {
+                return false;
+            }
+        } else if (option == "--http-port" || option == "--https-port") {
+            if (!ParseNumber(value, 0, 65535, option == "--http-port" ? options.httpPort : options.httpsPort)) {
                 return false;
             }
         } else if (option == "--log-level") {
@@ -475,11 +488,35 @@ int main(int argc, char** argv) {
             dispatcher.AddPeriodicTask(*pjlink);
             keepAlive.Add(*pjlink);
         }
+        // The web page, its WebSockets handed to the controller loop's JSON-RPC server.
+        SWebConfig webConfig = config->GetWeb();
+        if (options.httpPort >= 0) {
+            webConfig.httpPort = options.httpPort;
+        }
+        if (options.httpsPort >= 0) {
+            webConfig.httpsPort = options.httpsPort;
+        }
+        if (webConfig.root.empty()) {
+            webConfig.root = ShippedPath(VPROJECTOR_WEB_ROOT, "share/projector/www");
+        }
+        webConfig.tlsFolder = NRuntimeRoot::Path("/etc/projector/tls");
+        const CProjCon* name = dispatcher.GetControl(config->GetPjlink().name);
+        webConfig.name = name ? name->GetText() : std::string();
+        CWebServer web(webConfig, log, [&loop, &json](int fd, const std::string& peer) {
+            loop.Post([&json, fd, peer] { json.Adopt(fd, peer); });
+        });
+        web.Start();
+        if (access((webConfig.root + "/index.html").c_str(), F_OK) != 0) {
+            log.LogError("Web: no page in %s (scripts/build-web.sh builds it)", webConfig.root.c_str());
+        }
+
         const int shownAscii = options.serial ? asciiPort : 0;
         const std::string readyLine = "ready ascii=" + std::to_string(shownAscii) +
                                       " jsonrpc=" + std::to_string(json.GetPort()) + " ipc=" + ipcPath +
                                       " unicast=" + std::to_string(sync.GetUnicastPort()) +
-                                      " pjlink=" + std::to_string(pjlinkPort);
+                                      " pjlink=" + std::to_string(pjlinkPort) +
+                                      " http=" + std::to_string(web.GetHttpPort()) +
+                                      " https=" + std::to_string(web.GetHttpsPort());
         CReadyAnnouncer ready(log, clock, readyLine, {shownAscii, pjlinkPort});
         dispatcher.AddPeriodicTask(ready);
 
@@ -490,6 +527,7 @@ int main(int argc, char** argv) {
 
         g_loop = nullptr;
         log.LogFYI(FYI_SHUTDOWN, "Stopping");
+        web.Stop();
         json.Close();
         storage.Save();  // what is pending; not forced, or the run's --ascii-port would be stored
         dispatcher.RemovePeriodicTask(frontend);

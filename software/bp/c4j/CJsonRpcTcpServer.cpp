@@ -49,20 +49,24 @@ int CJsonRpcTcpServer::Accept() {
         }
         return 0;
     }
-    if (m_clients.size() >= m_maxClients) {
-        Refuse(fd, "client limit reached");
-        return 0;
-    }
-    m_refusing = false;
     const int one = 1;
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &one, sizeof one);
     char address[INET_ADDRSTRLEN] = "";
     inet_ntop(AF_INET, &peer.sin_addr, address, sizeof address);
     char name[32];
     snprintf(name, sizeof name, "%s-%d", address, ntohs(peer.sin_port));
-    m_clients.push_back(std::make_unique<SJsonRpcClient>(fd, name));
-    m_log.Log("Accepted connection from %s [ID:%d]", name, m_clients.back()->id);
-    return 1;
+    return Adopt(fd, name) ? 1 : 0;
+}
+
+bool CJsonRpcTcpServer::Adopt(int fd, const std::string& peerName) {
+    if (m_clients.size() >= m_maxClients) {
+        Refuse(fd, "client limit reached");
+        return false;
+    }
+    m_refusing = false;
+    m_clients.push_back(std::make_unique<SJsonRpcClient>(fd, peerName));
+    m_log.Log("Accepted connection from %s [ID:%d]", peerName.c_str(), m_clients.back()->id);
+    return true;
 }
 
 void CJsonRpcTcpServer::Refuse(int fd, const char* why) {

@@ -54,6 +54,10 @@ public:
     bool Listen() const { return Json::Rpc::Server::Listen(); }
     // Accepts one connection: 1 when a client was added.
     int Accept();
+    // Takes a connected, non-blocking stream socket from another transport (the web
+    // server's WebSocket bridge) as one more client, framed like a TCP client's; false
+    // (the socket closed) at the client limit. peerName is used in log lines.
+    bool Adopt(int fd, const std::string& peerName);
     // One pass: waits up to timeoutMs, accepts, receives, sends queued output, purges.
     // Returns the poll's ready count (0 on time-out).
     int WaitMessage(unsigned int timeoutMs);
