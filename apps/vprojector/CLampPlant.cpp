@@ -49,7 +49,7 @@ CLampPlant::~CLampPlant() { Flush(); }
 
 void CLampPlant::PublishControls(CEventDispatcher& dispatcher) {
     m_powerState = std::make_unique<CProjCon>(DT_LIST, dispatcher, *this, kPowerStateCode, false, POWER_STANDBY,
-                                              ACCESS_USER, 0, 0, true);
+                                              ACCESS_USER, kPowerStateName, 0, true);
     std::vector<SListEntry> states(4);
     const char* names[] = {"Standby", "On", "Cooling", "Warming up"};
     for (int i = 0; i < 4; ++i) {
@@ -60,9 +60,10 @@ void CLampPlant::PublishControls(CEventDispatcher& dispatcher) {
     for (SLamp& lamp : m_lamps) {
         const std::string suffix = std::string("+") + kLampSubcodePrefix + lamp.position;
         lamp.hours = std::make_unique<CProjCon>(DT_INTEGER, dispatcher, *this, kLampHoursCode + suffix, false, 0,
-                                                INT32_MAX, 0, ACCESS_USER, 0, 0, 0, true);
+                                                INT32_MAX, 0, ACCESS_USER, kLampHoursName, 0, 0, true);
         lamp.type = std::make_unique<CProjCon>(DT_TEXT_FREE, dispatcher, *this, kLampTypeCode + suffix, false, 0,
-                                               static_cast<int>(CLampMemoryDevice::kTypeLength), "", ACCESS_USER, 0, 0, true);
+                                               static_cast<int>(CLampMemoryDevice::kTypeLength), "", ACCESS_USER,
+                                               kLampTypeName, 0, true);
     }
     PublishState();
 }

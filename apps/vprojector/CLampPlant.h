@@ -56,6 +56,10 @@ public:
     static constexpr const char* kLampHoursCode = "LHR";
     static constexpr const char* kLampTypeCode = "LTY";
     static constexpr const char* kLampSubcodePrefix = "LP";
+    // Text ids of the three controls' names.
+    static constexpr int kPowerStateName = 1088;
+    static constexpr int kLampHoursName = 1089;
+    static constexpr int kLampTypeName = 1090;
     enum EPowerState { POWER_STANDBY = 0, POWER_ON = 1, POWER_COOLING = 2, POWER_WARMING = 3 };
 
     CLampPlant(const std::vector<SLampConfig>& lamps, unsigned int cooldownS, unsigned int warmupS,

@@ -31,6 +31,8 @@
 #include "TempRoot.h"
 #include "link/CEventLink.h"
 #include "log/CLogger.h"
+#include "text/NAsciiCodeUtils.h"
+#include "text/NText.h"
 
 namespace {
 
@@ -222,6 +224,29 @@ TEST_F(CVirtualProjectorTest, AnEmptyRootGetsTheShippedMenuTreeAndKeepsASecondSt
     EXPECT_NE(CTempRoot::ReadFile(root.Path("/vprojector.log")).find("installed the shipped one from " PROJ_SOURCE_DIR "/config/menu.json"),
               std::string::npos)
         << Log();
+}
+
+// What a menu or a web page shows of the shipped configuration: every control has a name,
+// and every code in the shipped menu tree is a control or a menu of the tree.
+TEST_F(CVirtualProjectorTest, TheShippedMenuTreeNamesOnlyNamedControls) {
+    for (const Json::Value& control : J(CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/vprojector.json"))["controls"]) {
+        EXPECT_NE(NText::GetSourceString(control.get("name", 0).asInt()), "") << control["code"] << " has no name";
+    }
+    ASSERT_NO_FATAL_FAILURE(Start());
+    CRpc rpc(jsonPort);
+    const Json::Value tree = J(CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/menu.json"));
+    for (const std::string& id : tree.getMemberNames()) {
+        const Json::Value items = rpc.Call("menu:get", R"({"code": "MMM+)" + id + R"("})")["result"]["items"];
+        ASSERT_EQ(items.size(), tree[id]["items"].size()) << id;
+        for (const Json::Value& item : items) {
+            std::string text = item["label"].asString();
+            if (item.isMember("code")) {
+                EXPECT_NE(text, "") << id << ": " << item["code"] << " has no name";
+            } else {
+                EXPECT_FALSE(NAsciiCodeUtils::ValidateCode(text)) << id << ": " << text << " names no control";
+            }
+        }
+    }
 }
 
 TEST_F(CVirtualProjectorTest, TheOutputFrameRateLoadsItsSequenceIntoTheSimulatedFormatter) {
