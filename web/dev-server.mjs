@@ -2,7 +2,7 @@
 // serves dist/ and carries each WebSocket message on "/jsonrpc" to a running projector's
 // JSON-RPC TCP port (NUL-framed) and back.
 //
-//   node dev-server.mjs [--port 8080] [--jsonrpc-host 127.0.0.1] [--jsonrpc-port 3003]
+//   node dev-server.mjs [--port 8080 (0: a free port)] [--jsonrpc-host 127.0.0.1] [--jsonrpc-port 3003]
 import { createServer } from "node:http";
 import { connect } from "node:net";
 import { readFile } from "node:fs/promises";
@@ -56,4 +56,6 @@ sockets.on("connection", (ws) => {
     ws.on("close", () => tcp.destroy());
 });
 
-server.listen(port, "127.0.0.1", () => console.log(`page on http://127.0.0.1:${port}/ (JSON-RPC ${rpcHost}:${rpcPort})`));
+server.listen(port, "127.0.0.1", () => {
+    console.log(`page on http://127.0.0.1:${server.address().port}/ (JSON-RPC ${rpcHost}:${rpcPort})`);
+});
