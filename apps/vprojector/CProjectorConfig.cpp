@@ -396,8 +396,8 @@ void CProjectorConfig::CheckGroup() const {
     }
     if (m_root.isMember("web")) {
         const Json::Value& web = m_root["web"];
-        const bool ok = web.isObject() && IsIntIn(web.get("httpPort", 8080), 0, 65535) &&
-                        IsIntIn(web.get("httpsPort", 8443), -1, 65535) && web.get("plainHttp", true).isBool() &&
+        const bool ok = web.isObject() && IsIntIn(web.get("httpPort", 0), 0, 65535) &&
+                        IsIntIn(web.get("httpsPort", 0), -1, 65535) && web.get("plainHttp", true).isBool() &&
                         web.get("root", "").isString();
         if (!ok) {
             Fail("", "\"web\" must be {\"httpPort\": 0..65535, \"httpsPort\": -1..65535, \"plainHttp\": true or false, "
@@ -409,8 +409,8 @@ void CProjectorConfig::CheckGroup() const {
 SWebConfig CProjectorConfig::GetWeb() const {
     const Json::Value& web = m_root["web"];
     SWebConfig config;
-    config.httpPort = web.get("httpPort", 8080).asInt();
-    config.httpsPort = web.get("httpsPort", 8443).asInt();
+    config.httpPort = web.get("httpPort", 0).asInt();
+    config.httpsPort = web.get("httpsPort", 0).asInt();
     config.plainHttp = web.get("plainHttp", true).asBool();
     config.root = web.get("root", "").asString();
     if (!config.root.empty() && config.root[0] != '/') {

@@ -17,10 +17,11 @@
 // mapping, see SPjlinkMapping) and "ipcAccess" (the highest levels local processes of
 // other users may state over IPC, see CIpcAccessPolicy) and "udpAccessLevel" (1..6,
 // default 1: the access level of every request that comes by datagram, on the unicast
-// port or the multicast group) and "web" (the web page: {"httpPort": 0..65535, default
-// 8080; "httpsPort": -1..65535, default 8443, -1 for none; "plainHttp": false to serve
-// HTTPS only, default true; "root": the page's folder, relative to the configuration
-// file's, default the page shipped with the build or the installation}).
+// port or the multicast group) and "web" (the web page: {"httpPort": 0..65535, default 0;
+// "httpsPort": -1..65535, default 0, -1 for none; "plainHttp": false to serve HTTPS only,
+// default true; "root": the page's folder, relative to the configuration file's, default
+// the page shipped with the build or the installation}). A port of 0 is any free one (the
+// ready line says which), so virtual projectors side by side never collide.
 // A control: "code", "type" (display type), and where its kind uses them: "persistent"
 // (false), "min", "max", "default" (a number, or a text for types 300..399), "access"
 // (2), "name", "help" (text ids), "decimals", "readOnly", "softMin", "softMax",

@@ -196,11 +196,11 @@ private:
         }
         m_writing = true;
         m_ws.text(true);
-        m_stall.expires_after(std::chrono::seconds(CWebServer::kWriteTimeoutS));
+        m_stall.expires_after(std::chrono::seconds(m_server.config.writeTimeoutS));
         m_stall.async_wait([self = this->shared_from_this()](beast::error_code error) {
             if (!error) {
                 self->m_server.log.LogError("Web: closing %s: it has not read a message for %d s",
-                                            self->m_peer.c_str(), CWebServer::kWriteTimeoutS);
+                                            self->m_peer.c_str(), self->m_server.config.writeTimeoutS);
                 self->Finish();
             }
         });
@@ -262,7 +262,7 @@ public:
 
     void Start() {
         if constexpr (kSecure) {
-            beast::get_lowest_layer(m_stream).expires_after(std::chrono::seconds(CWebServer::kReadTimeoutS));
+            beast::get_lowest_layer(m_stream).expires_after(std::chrono::seconds(m_server.config.readTimeoutS));
             m_stream.async_handshake(asio::ssl::stream_base::server,
                                      [self = this->shared_from_this()](beast::error_code error) {
                                          if (!error) {
@@ -287,7 +287,7 @@ private:
     void ReadHead() {
         m_parser.emplace();
         m_parser->header_limit(CWebServer::kMaxHeadBytes);
-        beast::get_lowest_layer(m_stream).expires_after(std::chrono::seconds(CWebServer::kReadTimeoutS));
+        beast::get_lowest_layer(m_stream).expires_after(std::chrono::seconds(m_server.config.readTimeoutS));
         http::async_read_header(m_stream, m_buffer, *m_parser,
                                 [self = this->shared_from_this()](beast::error_code error, size_t) {
                                     self->OnHead(error);
@@ -320,7 +320,7 @@ private:
 
     void Answer(CWebResponder::TResponse&& response) {
         m_response = std::move(response);
-        beast::get_lowest_layer(m_stream).expires_after(std::chrono::seconds(CWebServer::kWriteTimeoutS));
+        beast::get_lowest_layer(m_stream).expires_after(std::chrono::seconds(m_server.config.writeTimeoutS));
         http::async_write(m_stream, m_response, [self = this->shared_from_this()](beast::error_code error, size_t) {
             if (!error && self->m_response.keep_alive()) {
                 self->ReadHead();

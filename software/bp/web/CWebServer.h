@@ -5,7 +5,8 @@
 //   files      GET and HEAD of the page's files (CWebResponder, CStaticFiles); other
 //              requests get a clear status, a head that does not parse 400, a request
 //              line or head over kMaxHeadBytes 431. HTTP/1.1 keep-alive; a head must
-//              arrive within kReadTimeoutS and an answer leave within kWriteTimeoutS.
+//              arrive within the configured read time-out and an answer leave within the write
+//              time-out.
 //   /jsonrpc   a GET with a WebSocket upgrade (RFC 6455) becomes one more client of the
 //              controller's JSON-RPC server, carrying exactly what the TCP port carries:
 //              each text message one JSON-RPC text (a batch included), each text the
@@ -28,7 +29,7 @@
 // "session:connect", its backlog rules for a lagging client (this side reads the pair only
 // as fast as the browser takes messages, so the server sees the lag), its notifications.
 // A client that stops reading altogether is closed here once one message has waited
-// kWriteTimeoutS; the server closing its end (its client limit, its backlog bound) closes
+// the write time-out; the server closing its end (its client limit, its backlog bound) closes
 // the WebSocket with 1013. Logins live on the connection, never in a cookie, so a page
 // of another site that opens a WebSocket here gets no more than any anonymous client.
 //
@@ -54,6 +55,8 @@ struct SWebConfig {
     std::string root;         // the page's folder
     std::string tlsFolder;    // cert.pem and key.pem
     std::string name;         // the projector's name, for a certificate made here
+    int readTimeoutS = 20;    // for a request head (and a TLS handshake)
+    int writeTimeoutS = 20;   // for an answer, or one WebSocket message, to leave
 };
 
 class CWebServer {
@@ -61,8 +64,6 @@ public:
     static constexpr size_t kMaxConnections = 128;
     static constexpr unsigned int kMaxHeadBytes = 8 * 1024;
     static constexpr size_t kMaxMessageBytes = 1024 * 1024;
-    static constexpr int kReadTimeoutS = 20;
-    static constexpr int kWriteTimeoutS = 20;
     static constexpr int kIdleTimeoutS = 60;
 
     // The descriptor is one end of a connected, non-blocking, close-on-exec Unix stream
