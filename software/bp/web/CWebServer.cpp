@@ -1,5 +1,6 @@
 #include "CWebServer.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 
 #include <boost/asio.hpp>
@@ -373,6 +374,10 @@ void CWebServer::SImpl::Listen(std::unique_ptr<tcp::acceptor>& acceptor, int por
     if (!error) {
         acceptor->listen(asio::socket_base::max_listen_connections, error);
     }
+    if (!error) {
+        // Child processes started later (the front-ends) must not hold the port.
+        fcntl(acceptor->native_handle(), F_SETFD, FD_CLOEXEC);
+    }
     if (error) {
         acceptor.reset();
         THROW_EXCEPTION("Web: cannot listen on %s:%d: %s", config.address.c_str(), port, error.message().c_str());
@@ -380,11 +385,14 @@ void CWebServer::SImpl::Listen(std::unique_ptr<tcp::acceptor>& acceptor, int por
 }
 
 void CWebServer::SImpl::Accept(tcp::acceptor& acceptor, bool isSecure) {
-    acceptor.async_accept([this, &acceptor, isSecure](beast::error_code error, tcp::socket socket) {
+    // Accepted here rather than by the acceptor, so that each connection is close-on-exec
+    // from its first instant: the controller thread may start a child process meanwhile.
+    acceptor.async_wait(tcp::acceptor::wait_read, [this, &acceptor, isSecure](beast::error_code error) {
         if (error == asio::error::operation_aborted) {
             return;
         }
-        if (error) {
+        const int fd = error ? -1 : accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (error || (fd < 0 && errno != EAGAIN && errno != EINTR && errno != ECONNABORTED)) {
             // Out of descriptors, most likely: wait a little rather than spin on the
             // listening socket.
             auto pause = std::make_shared<asio::steady_timer>(io, std::chrono::milliseconds(100));
@@ -395,21 +403,24 @@ void CWebServer::SImpl::Accept(tcp::acceptor& acceptor, bool isSecure) {
             });
             return;
         }
-        if (connections >= kMaxConnections) {
-            if (!refusing) {
-                log.LogError("Web: %zu connections at once; closing new ones until one ends", connections);
-                refusing = true;
-            }
+        if (fd >= 0) {
+            tcp::socket socket(io);
             beast::error_code ignored;
-            socket.close(ignored);
-        } else {
-            refusing = false;
-            socket.set_option(tcp::no_delay(true), error);
-            const std::string peer = PeerName(socket);
-            if (isSecure) {
-                std::make_shared<CHttpSession<TSecure>>(*this, std::move(socket), peer)->Start();
-            } else {
-                std::make_shared<CHttpSession<TPlain>>(*this, std::move(socket), peer)->Start();
+            socket.assign(acceptor.local_endpoint(ignored).protocol(), fd, error);
+            if (connections >= kMaxConnections) {
+                if (!refusing) {
+                    log.LogError("Web: %zu connections at once; closing new ones until one ends", connections);
+                    refusing = true;
+                }
+            } else if (!error) {
+                refusing = false;
+                socket.set_option(tcp::no_delay(true), error);
+                const std::string peer = PeerName(socket);
+                if (isSecure) {
+                    std::make_shared<CHttpSession<TSecure>>(*this, std::move(socket), peer)->Start();
+                } else {
+                    std::make_shared<CHttpSession<TPlain>>(*this, std::move(socket), peer)->Start();
+                }
             }
         }
         Accept(acceptor, isSecure);
