@@ -98,6 +98,9 @@ bool CC4jBaseControlHandler::AddListToResult(const CProjCon& control, Json::Valu
             if (!entry.iconPath.empty()) {
                 item["icon"] = entry.iconPath;
             }
+            if (!entry.selectable) {
+                item["selectable"] = false;  // offered, but a change to it is refused (105)
+            }
         }
         list.append(item);
     }
@@ -143,6 +146,9 @@ bool CC4jBaseControlHandler::AddAttrToResult(const CProjCon& control, Json::Valu
     }
     if (!control.GetIconPath().empty()) {
         result["icon"] = control.GetIconPath();
+    }
+    if (control.IsReadOnly()) {
+        result["readOnly"] = true;
     }
     return true;
 }

@@ -8,12 +8,14 @@
 //   min, max    display types 100-399 only; softmin, softmax only for 203
 //   list        display types 400-499 only: one entry per shown item; compact entries are
 //               [value, text, icon (only when the item has one)], full ones
-//               {"idx", "text", "icon" (when it has one)}; texts given by id are
-//               translated into the current language
+//               {"idx", "text", "icon" (when it has one), "selectable": false (only for
+//               an item that cannot be chosen, so a page can show it disabled)}; texts
+//               given by id are translated into the current language
 //   attributes  "type", "access", "label", "confirm"/"continue"/"wait" (each only when the
 //               control has that text), "default" (text types: the default text; 500-799:
 //               null; 100-199: a bool; else the integer, with "decimals" when non-zero),
-//               "icon" (when the control has one)
+//               "icon" (when the control has one), "readOnly": true (only for a control
+//               no client may change)
 // The helpers return false when the result they should add to is not an object.
 //
 // Access: a control of the protected group 6 is admitted only to clients at level 2 or 6

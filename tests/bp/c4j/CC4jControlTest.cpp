@@ -122,9 +122,10 @@ TEST_F(CC4jControlTest, PropertiesAndAttributesDependOnTheKind) {
     EXPECT_EQ(Result(*client, "getProperties", R"(["INP"])"),
               J(R"({"enabled":true,"list":[[1,"HDMI","input/hdmi"],[2,"DVI"]],"value":1})"));
     EXPECT_EQ(Result(*client, "getProperties", R"({"code":"INP"})"),
-              J(R"({"enabled":true,"list":[{"idx":1,"text":"HDMI","icon":"input/hdmi"},{"idx":2,"text":"DVI"}],
+              J(R"({"enabled":true,"list":[{"idx":1,"text":"HDMI","icon":"input/hdmi"},{"idx":2,"text":"DVI","selectable":false}],
                     "value":1})"));
     EXPECT_EQ(Result(*client, "getProperties", R"(["RDO"])")["enabled"], false);
+    EXPECT_EQ(Result(*client, "getAttributes", R"(["RDO"])")["readOnly"], true);
 
     EXPECT_EQ(Result(*client, "getAttributes", R"(["BRI"])"),
               J(R"({"type":200,"access":2,"label":"Auto Detect","default":50})"));

@@ -53,7 +53,7 @@ TEST_F(CC4jMenuTest, EntriesDescribeControlsTextsAndSubMenus) {
     EXPECT_EQ(Items(R"(["MMM+PICT"])")[1]["value"], 80);
     EXPECT_EQ(Items(R"(["MMM+INPT"])")[0]["list"], J(R"([[1,"HDMI","input/hdmi"],[2,"DVI"]])"));
     EXPECT_EQ(Items(R"({"code":"MMM+INPT"})")[0]["list"],
-              J(R"([{"idx":1,"text":"HDMI","icon":"input/hdmi"},{"idx":2,"text":"DVI"}])"));
+              J(R"([{"idx":1,"text":"HDMI","icon":"input/hdmi"},{"idx":2,"text":"DVI","selectable":false}])"));
 }
 
 TEST_F(CC4jMenuTest, FavouritesKeepTheirOrderAndOutliveTheModel) {
