@@ -27,6 +27,7 @@ Starting the virtual projector under $root
   ASCII commands:  build/bin/vprojctl ascii "(BRI?)"        (TCP port 3002 unless --ascii-port)
   JSON-RPC:        build/bin/vprojctl rpc control:get '["BRI"]'   (TCP port 3003 unless --jsonrpc-port)
   IPC:             build/bin/vprojctl --root $root get BRI
+  Web page:        http://127.0.0.1:8080/ and https://127.0.0.1:8443/ unless --http-port, --https-port
 Stop it with Ctrl-C.
 INFO
-exec build/bin/vprojector --root "$root" "$@"
+exec build/bin/vprojector --root "$root" --http-port 8080 --https-port 8443 "$@"
