@@ -9,12 +9,23 @@
 #include <cstring>
 #include <filesystem>
 
+namespace {
+
+// The CPUs the process was allowed at its first pinning.
+const cpu_set_t& StartingCpus() {
+    static const cpu_set_t cpus = [] {
+        cpu_set_t allowed;
+        CPU_ZERO(&allowed);
+        sched_getaffinity(0, sizeof allowed, &allowed);
+        return allowed;
+    }();
+    return cpus;
+}
+
+}  // namespace
+
 void PinToOneCpu() {
-    cpu_set_t allowed;
-    CPU_ZERO(&allowed);
-    if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) {
-        return;
-    }
+    const cpu_set_t& allowed = StartingCpus();
     for (size_t cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
         if (CPU_ISSET(cpu, &allowed)) {
             cpu_set_t one;
@@ -25,6 +36,8 @@ void PinToOneCpu() {
         }
     }
 }
+
+void UnpinFromOneCpu() { sched_setaffinity(0, sizeof StartingCpus(), &StartingCpus()); }
 
 const std::string& SocketDir() {
     static const std::string dir = [] {

@@ -9,6 +9,9 @@
 // threads differ several-fold depending on whether they share a core, which would swamp
 // what is measured, so both sides of every measured exchange are pinned.
 void PinToOneCpu();
+// Lets the calling thread (and the threads it starts from now on) run on every CPU the
+// process started with again.
+void UnpinFromOneCpu();
 
 // A fresh directory for the benchmark's sockets (removed by RemoveSocketDir).
 const std::string& SocketDir();

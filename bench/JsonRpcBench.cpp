@@ -32,9 +32,28 @@
 // column: the load's thread; server_cpu_us: the server's), so the ratio compares whole
 // request cycles on one core (load, kernel and server), not the servers alone.
 //
+// The WebSocket road (BM_WebSocketGet/<connections>/<own core>): the same "control:get"
+// through the web server's WebSocket on "/jsonrpc" to the same controller, beside the TCP
+// port (BM_TcpBesideWebSocket, the TCP load again) at 1 and 16 connections; the goal is
+// at least 80% of the TCP port's rate, a ratio of at most 1.25. A WebSocket request
+// passes one more thread (the web server's, which hands it to the controller's loop over
+// a socket pair), so where that thread runs decides the figure: with <own core> 0 it is
+// started from the pinned benchmark thread and shares the one CPU (a thread inherits its
+// creator's affinity), paying two more context switches per request; with 1 it runs
+// where the scheduler puts it, as on the projector, and works beside the controller on
+// the other core (only measured at 16 connections: with one request in flight every
+// request would pay two wake-ups across cores, which on a virtual machine cost tens of
+// microseconds and measure the machine). The load is a Boost.Beast client on the
+// benchmark thread, whose masking and framing count against the WebSocket side as the
+// NUL framing does against the TCP side.
+//
 //   build/bin/bench/json_rpc_bench [--benchmark_min_time=2]
 
 #include <benchmark/benchmark.h>
+
+#include <boost/asio.hpp>
+#include <boost/beast/core.hpp>
+#include <boost/beast/websocket.hpp>
 
 #include <cstdint>
 #include <filesystem>
@@ -47,6 +66,7 @@
 #include "CC4jControl.h"
 #include "CControllerLoop.h"
 #include "CJsonRpcServer.h"
+#include "CWebServer.h"
 #include "JsonRpcLoad.h"
 #include "RuntimeRoot.h"
 #include "control/CProjCon.h"
@@ -99,6 +119,11 @@ public:
         m_bri.reset();
     }
     unsigned short GetPort() const { return m_server->GetPort(); }
+    // Takes a WebSocket's end of its socket pair as one more JSON-RPC client.
+    void Adopt(int fd, const std::string& peer) {
+        CJsonRpcServer* server = m_server.get();
+        m_loop->Post([server, fd, peer] { server->Adopt(fd, peer); });
+    }
     // The CPU time the controller's loop thread has used so far.
     double GetCpuSeconds() { return ThreadCpuSeconds(m_thread); }
     // Changes BRI on the controller's thread.
@@ -166,6 +191,117 @@ BENCHMARK(BM_JsonRpcGet)->Arg(4)->UseRealTime();
 BENCHMARK(BM_EchoGet)->Arg(16)->UseRealTime();
 BENCHMARK(BM_JsonRpcGet)->Arg(16)->UseRealTime();
 
+// Connections to the web server's "/jsonrpc", each keeping one request in flight, driven
+// by one io_context on the calling thread.
+class CWebSocketLoad {
+public:
+    CWebSocketLoad(unsigned short port, int connections) {
+        namespace asio = boost::asio;
+        for (int i = 0; i < connections; ++i) {
+            auto connection = std::make_unique<SConnection>(m_io);
+            connection->ws.next_layer().connect({asio::ip::make_address("127.0.0.1"), port});
+            connection->ws.next_layer().set_option(asio::ip::tcp::no_delay(true));
+            connection->ws.handshake("127.0.0.1", "/jsonrpc");
+            connection->ws.text(true);
+            m_connections.push_back(std::move(connection));
+        }
+    }
+
+    // Sends `request` `total` times over all connections; false when not all were answered
+    // within 5 s. The last reply of the first connection is kept (LastReply).
+    bool Run(const std::string& request, uint64_t total) {
+        m_request = request;
+        m_toSend = total;
+        m_answered = 0;
+        m_failed = false;
+        for (auto& connection : m_connections) {
+            Next(*connection);
+        }
+        m_io.restart();
+        m_io.run_for(std::chrono::seconds(5));
+        return !m_failed && m_answered == total;
+    }
+    const std::string& LastReply() const { return m_connections[0]->last; }
+
+private:
+    struct SConnection {
+        explicit SConnection(boost::asio::io_context& io) : ws(io) {}
+        boost::beast::websocket::stream<boost::asio::ip::tcp::socket> ws;
+        boost::beast::flat_buffer buffer;
+        std::string last;
+    };
+
+    void Next(SConnection& connection) {
+        if (m_toSend == 0) {
+            return;
+        }
+        --m_toSend;
+        connection.ws.async_write(boost::asio::buffer(m_request), [this, &connection](boost::beast::error_code error,
+                                                                                     size_t) {
+            if (error) {
+                m_failed = true;
+                return;
+            }
+            connection.ws.async_read(connection.buffer, [this, &connection](boost::beast::error_code readError,
+                                                                            size_t) {
+                if (readError) {
+                    m_failed = true;
+                    return;
+                }
+                if (&connection == m_connections[0].get()) {
+                    connection.last = boost::beast::buffers_to_string(connection.buffer.data());
+                }
+                connection.buffer.clear();
+                ++m_answered;
+                Next(connection);
+            });
+        });
+    }
+
+    boost::asio::io_context m_io;
+    std::vector<std::unique_ptr<SConnection>> m_connections;
+    std::string m_request;
+    uint64_t m_toSend = 0;
+    uint64_t m_answered = 0;
+    bool m_failed = false;
+};
+
+void BM_WebSocketGet(benchmark::State& state) {
+    const bool ownCore = state.range(1) != 0;
+    if (ownCore) {
+        UnpinFromOneCpu();  // the web server's thread, started below, goes where the scheduler puts it
+    } else {
+        PinToOneCpu();
+    }
+    CLogger log;
+    CJsonController controller;
+    SWebConfig config;
+    config.address = "127.0.0.1";
+    config.httpPort = 0;
+    config.httpsPort = -1;
+    config.root = SocketDir();
+    CWebServer web(config, log, [&controller](int fd, const std::string& peer) { controller.Adopt(fd, peer); });
+    web.Start();
+    PinToOneCpu();  // the load and the controller share the one CPU as on the TCP side
+    CWebSocketLoad load(web.GetHttpPort(), static_cast<int>(state.range(0)));
+    if (!load.Run(kGetRequest, 1) || load.LastReply() != kGetReply) {
+        state.SkipWithError(("unexpected reply: " + load.LastReply()).c_str());
+        return;
+    }
+    for (auto _ : state) {
+        if (!load.Run(kGetRequest, kRequestsPerIteration)) {
+            state.SkipWithError("the server stopped answering");
+            break;
+        }
+    }
+    state.counters["requests_per_s"] = benchmark::Counter(
+        static_cast<double>(state.iterations()) * kRequestsPerIteration, benchmark::Counter::kIsRate);
+}
+BENCHMARK(BM_JsonRpcGet)->Arg(1)->UseRealTime()->Name("BM_TcpBesideWebSocket");
+BENCHMARK(BM_WebSocketGet)->Args({1, 0})->UseRealTime();
+BENCHMARK(BM_JsonRpcGet)->Arg(16)->UseRealTime()->Name("BM_TcpBesideWebSocket");
+BENCHMARK(BM_WebSocketGet)->Args({16, 0})->Args({16, 1})->UseRealTime();
+
 void BM_NotifyHundredListeners(benchmark::State& state) {
     PinToOneCpu();
     CJsonController controller;
@@ -218,7 +354,10 @@ int main(int argc, char** argv) {
     const int result = RunBenchmarksWithRatios(argc, argv,
                                                {{"BM_JsonRpcGet/1", "BM_EchoGet/1", kGoal},
                                                 {"BM_JsonRpcGet/4", "BM_EchoGet/4", kGoal},
-                                                {"BM_JsonRpcGet/16", "BM_EchoGet/16", kGoal}});
+                                                {"BM_JsonRpcGet/16", "BM_EchoGet/16", kGoal},
+                                                {"BM_WebSocketGet/1/0", "BM_TcpBesideWebSocket/1", 1.0 / 0.8},
+                                                {"BM_WebSocketGet/16/0", "BM_TcpBesideWebSocket/16", 1.0 / 0.8},
+                                                {"BM_WebSocketGet/16/1", "BM_TcpBesideWebSocket/16", 1.0 / 0.8}});
     RemoveSocketDir();
     return result;
 }
