@@ -247,6 +247,16 @@ TEST_F(WebServerTest, WebSocketCarriesEachMessageAsOneNulFramedText) {
         EXPECT_EQ(expected, beast::buffers_to_string(buffer.data()));
     }
 
+    bool pong = false;
+    ws->control_callback([&](websocket::frame_type kind, beast::string_view) { pong |= kind == websocket::frame_type::pong; });
+    ws->ping({});
+    for (int message = 0; message < 3 && !pong; ++message) {  // the pong is seen while reading
+        ASSERT_EQ(3, write(pair, "{}\0", 3));
+        beast::flat_buffer buffer;
+        ws->read(buffer);
+    }
+    EXPECT_TRUE(pong);
+
     ws->close(websocket::close_code::normal);
     EXPECT_TRUE(PairEnds(pair));
 }
