@@ -28,9 +28,9 @@ iproute2
 ARMHF_TOOLS="g++-arm-linux-gnueabihf qemu-user"
 # headers, static libraries and CMake or pkg-config files, taken as they are;
 ARMHF_DEV="zlib1g-dev libssl-dev libboost1.74-dev libjsoncpp-dev libminizip-dev libgtest-dev libgmock-dev
-qtbase5-dev qt5-qmake clearsilver-dev"
+qtbase5-dev qt5-qmake clearsilver-dev libsnmp-dev"
 # the shared libraries the build links, taken with the libraries they need;
-ARMHF_RUNTIME="zlib1g libssl3 libjsoncpp25 libminizip1 libqt5core5a"
+ARMHF_RUNTIME="zlib1g libssl3 libjsoncpp25 libminizip1 libqt5core5a libsnmp40"
 # the C and C++ runtime, which the cross toolchain brings (/usr/arm-linux-gnueabihf).
 ARMHF_TOOLCHAIN="libc6 libgcc-s1 libstdc++6 gcc-12-base"
 # cmake/toolchain-armhf.cmake and scripts/qemu-armhf look here; the selection it holds is
@@ -109,6 +109,40 @@ if ! installed chromium; then
     $SUDO apt-get install -y -q --no-install-recommends chromium
 fi
 "$(dirname "$0")/build-web.sh"
+
+# SNMP: net-snmp's agent library for the SNMP front-end; the master agent, the trap
+# receiver and the tools its tests run; smilint for the MIB. Their system services are
+# neither started by the installation nor left enabled: the tests run a master agent of
+# their own on private ports and sockets, and a projector's own snmpd is its owner's
+# choice. The IETF base modules the MIB imports come from an npm package (Debian's are
+# non-free), fetched from its lockfile when software/bp/snmp/mibs/node_modules is
+# missing or older than the lockfile.
+SNMP_PACKAGES="libsnmp-dev snmp snmpd snmptrapd smitools"
+# shellcheck disable=SC2086
+missing=$(missing_of $SNMP_PACKAGES)
+if [ -n "$missing" ]; then
+    echo "installing:$missing"
+    update_index
+    policy=/usr/sbin/policy-rc.d
+    made_policy=0
+    if [ ! -e "$policy" ]; then
+        printf '#!/bin/sh\nexit 101\n' | $SUDO tee "$policy" >/dev/null
+        $SUDO chmod 755 "$policy"
+        made_policy=1
+    fi
+    # shellcheck disable=SC2086
+    $SUDO apt-get install -y -q --no-install-recommends $missing || status=$?
+    [ "$made_policy" -eq 0 ] || $SUDO rm -f "$policy"
+    [ "${status:-0}" -eq 0 ] || exit "$status"
+    if [ -d /run/systemd/system ]; then
+        $SUDO systemctl disable --now snmpd.service snmptrapd.service snmptrapd.socket 2>/dev/null || true
+    fi
+fi
+snmp_mibs="$(dirname "$0")/../software/bp/snmp/mibs"
+if [ ! -d "$snmp_mibs/node_modules" ] || [ "$snmp_mibs/package-lock.json" -nt "$snmp_mibs/node_modules" ]; then
+    (cd "$snmp_mibs" && npm ci --ignore-scripts --no-audit --no-fund)
+    touch "$snmp_mibs/node_modules"
+fi
 
 if [ "$armhf" -eq 0 ]; then
     exit 0
