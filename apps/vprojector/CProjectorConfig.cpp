@@ -87,7 +87,8 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
         if (member != "controls" && member != "statusGroups" && member != "users" && member != "menu" &&
             member != "formatter" && member != "laser" && member != "lamps" && member != "power" &&
             member != "family" && member != "multicast" && member != "unicast" && member != "pjlink" &&
-            member != "ipcAccess" && member != "udpAccessLevel" && member != "web") {
+            member != "ipcAccess" && member != "udpAccessLevel" && member != "web" &&
+            member != "snmp") {
             Fail("", "unknown member \"" + member + "\"");
         }
     }
@@ -122,6 +123,7 @@ CProjectorConfig::CProjectorConfig(const std::string& path) : m_path(path) {
     try {
         GetPjlink();
         GetIpcAccess();
+        GetSnmp();
     } catch (const CException& e) {
         Fail("", e.GetMessage());
     }
@@ -370,6 +372,8 @@ void CProjectorConfig::BuildStatus(CStatusDb& database) const {
 std::string CProjectorConfig::GetSequenceName() const { return m_root["formatter"].get("sequence", "").asString(); }
 
 CIpcAccessPolicy CProjectorConfig::GetIpcAccess() const { return CIpcAccessPolicy::FromJson(m_root["ipcAccess"]); }
+
+SSnmpConfig CProjectorConfig::GetSnmp() const { return SSnmpConfig::FromJson(m_root["snmp"]); }
 
 SPjlinkMapping CProjectorConfig::GetPjlink() const { return SPjlinkMapping::FromJson(m_root["pjlink"], m_root["lamps"]); }
 

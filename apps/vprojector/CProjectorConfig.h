@@ -20,7 +20,9 @@
 // port or the multicast group) and "web" (the web page: {"httpPort": 0..65535, default 0;
 // "httpsPort": -1..65535, default 0, -1 for none; "plainHttp": false to serve HTTPS only,
 // default true; "root": the page's folder, relative to the configuration file's, default
-// the page shipped with the build or the installation}). A port of 0 is any free one (the
+// the page shipped with the build or the installation}) and "snmp" (the SNMP front-end's
+// settings, see SSnmpConfig; without it the front-end runs only when --agentx names a
+// master agent). A port of 0 is any free one (the
 // ready line says which), so virtual projectors side by side never collide.
 // A control: "code", "type" (display type), and where its kind uses them: "persistent"
 // (false), "min", "max", "default" (a number, or a text for types 300..399), "access"
@@ -50,6 +52,7 @@
 #include "CSyncPlant.h"
 #include "CWebServer.h"
 #include "SPjlinkMapping.h"
+#include "SSnmpConfig.h"
 #include "control/CProjCon.h"
 #include "dispatch/CEventDispatcher.h"
 #include "dispatch/CIpcAccessPolicy.h"
@@ -102,6 +105,9 @@ public:
     unsigned int GetWarmupS() const { return m_root["power"].get("warmupS", 0).asUInt(); }
     // Throws CException for a mapping that is not right.
     SPjlinkMapping GetPjlink() const;
+    // Throws CException for settings that are not right.
+    SSnmpConfig GetSnmp() const;
+    bool HasSnmp() const { return m_root.isMember("snmp"); }
     // Throws CException for a policy that is not right (an unknown user, say).
     CIpcAccessPolicy GetIpcAccess() const;
     unsigned int GetFamily() const { return m_root.get("family", 1).asUInt(); }

@@ -10,7 +10,8 @@
 //                    session, macro, system, sim); simulated GPIO inputs feed the macros
 //   lamp plant: simulated NFC lamp tags and the power control "POW" behind them
 //   sync plant: the JSON-RPC multicast group and unicast server with the "sync" module
-//   child processes: the ASCII serial front-end and the PJLink front-end, each restarted
+//   child processes: the ASCII serial front-end, the PJLink front-end and the SNMP
+//                    front-end (with "snmp" configured or --agentx given), each restarted
 //                    when it dies
 //   laser plant: the configured laser bank module, or lbmsim run as a second child
 //   web server: the page and the WebSocket road to the JSON-RPC server, on a thread of
@@ -18,11 +19,13 @@
 //
 //   vprojector [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N]
 //              [--unicast-port N] [--pjlink-port N] [--http-port N] [--https-port N]
-//              [--log-level 3..7] [--no-serial] [--no-pjlink]
+//              [--log-level 3..7] [--no-serial] [--no-pjlink] [--agentx SOCKET]
 //
 // When every server listens it prints exactly one line to standard output:
 //   ready ascii=<port> jsonrpc=<port> ipc=<socket path> unicast=<port> pjlink=<port>
-//         http=<port> https=<port>
+//         http=<port> https=<port> [snmp=<socket path>]
+// (snmp= when the SNMP front-end runs: the line waits until it registered with the master
+// agent at that socket, or 20 s with a logged error when no master agent answers)
 // (a port of 0: that front-end is not run). A port option of 0 picks a free port.
 // SIGINT or SIGTERM: stop accepting, save stored values, stop the child, exit 0.
 // A bad configuration: one message on standard error, exit status 2.
@@ -37,6 +40,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <memory>
 #include <random>
@@ -49,6 +53,7 @@
 #include "CC4jSession.h"
 #include "CC4jStatus.h"
 #include "CChildSupervisor.h"
+#include "CControlCatalogHandler.h"
 #include "CC4jSystem.h"
 #include "CKeepAliveMonitor.h"
 #include "CLampPlant.h"
@@ -110,12 +115,14 @@ struct SOptions {
     int logLevel = LOG_LEVEL_INFO;
     bool serial = true;
     bool pjlink = true;
+    std::string agentx;  // empty: the configuration's, if any
 };
 
 int Usage(const char* program) {
     fprintf(stderr,
             "usage: %s [--root DIR] [--config FILE] [--ascii-port N] [--jsonrpc-port N] [--unicast-port N] "
-            "[--pjlink-port N] [--http-port N] [--https-port N] [--log-level 3..7] [--no-serial] [--no-pjlink]\n",
+            "[--pjlink-port N] [--http-port N] [--https-port N] [--log-level 3..7] [--no-serial] [--no-pjlink] "
+            "[--agentx SOCKET]\n",
             program);
     return 2;
 }
@@ -135,6 +142,11 @@ bool ParseOptions(int argc, char** argv, SOptions& options) {
             options.root = value;
         } else if (option == "--config") {
             options.config = value;
+        } else if (option == "--agentx") {
+            options.agentx = value;
+            if (options.agentx.empty()) {
+                return false;
+            }
         } else if (option == "--ascii-port") {
             if (!ParseNumber(value, 0, 65535, options.asciiPort)) {
                 return false;
@@ -224,9 +236,15 @@ bool IsListening(int port) {
 // Prints the ready line once the front-ends' servers accept connections.
 class CReadyAnnouncer : public IPeriodicTask {
 public:
-    // A port of 0 in `waitFor` is not waited for.
-    CReadyAnnouncer(ILog& log, const IMonotonicClock& clock, std::string line, std::vector<int> waitFor)
-        : m_log(log), m_timeout(clock, 20000), m_line(std::move(line)), m_waitFor(std::move(waitFor)) {}
+    // A port of 0 in `waitFor` is not waited for; `registered`, when given, is waited for
+    // until the time-out only.
+    CReadyAnnouncer(ILog& log, const IMonotonicClock& clock, std::string line, std::vector<int> waitFor,
+                    std::function<bool()> registered = nullptr)
+        : m_log(log),
+          m_timeout(clock, 20000),
+          m_line(std::move(line)),
+          m_waitFor(std::move(waitFor)),
+          m_registered(std::move(registered)) {}
 
     void Update() override {
         if (m_done) {
@@ -241,6 +259,12 @@ public:
                 return;
             }
         }
+        if (m_registered && !m_registered()) {
+            if (!m_timeout.IsExpired()) {
+                return;
+            }
+            m_log.LogError("The SNMP front-end has not registered with a master agent");
+        }
         printf("%s\n", m_line.c_str());
         fflush(stdout);
         m_done = true;
@@ -251,6 +275,7 @@ private:
     CTimer m_timeout;
     std::string m_line;
     std::vector<int> m_waitFor;
+    std::function<bool()> m_registered;
     bool m_done = false;
     bool m_warned = false;
 };
@@ -432,6 +457,7 @@ int main(int argc, char** argv) {
         dispatcher.AddPeriodicTask(lamps);
         CSimModule sim(json, *status, formatter.get(), &gpio, &lamps);
         CStatusRequestHandler statusRequests(dispatcher, *status);
+        CControlCatalogHandler catalog(dispatcher);
         CControllerLoop loop(dispatcher, ipc, &json);
         CSyncPlant::SConfig group = config->GetGroup();
         if (options.unicastPort >= 0) {
@@ -488,6 +514,23 @@ int main(int argc, char** argv) {
             dispatcher.AddPeriodicTask(*pjlink);
             keepAlive.Add(*pjlink);
         }
+        // The SNMP front-end, when configured or asked for; it prints "ready" once registered.
+        std::unique_ptr<CChildSupervisor> snmp;
+        std::string agentx = options.agentx;
+        if (agentx.empty() && config->HasSnmp()) {
+            agentx = config->GetSnmp().agentx;
+        }
+        if (!agentx.empty()) {
+            snmp = std::make_unique<CChildSupervisor>(
+                log, clock, SiblingPath("snmp_frontend"),
+                std::vector<std::string>{"--root", NRuntimeRoot::GetRoot(), "--config", config->GetPath(), "--agentx",
+                                         agentx, "--log-level", std::to_string(options.logLevel),
+                                         "--exit-with-parent"});
+            snmp->WatchReadyLine();
+            snmp->Start();
+            dispatcher.AddPeriodicTask(*snmp);
+            keepAlive.Add(*snmp);
+        }
         // The web page, its WebSockets handed to the controller loop's JSON-RPC server.
         SWebConfig webConfig = config->GetWeb();
         if (options.httpPort >= 0) {
@@ -516,8 +559,10 @@ int main(int argc, char** argv) {
                                       " unicast=" + std::to_string(sync.GetUnicastPort()) +
                                       " pjlink=" + std::to_string(pjlinkPort) +
                                       " http=" + std::to_string(web.GetHttpPort()) +
-                                      " https=" + std::to_string(web.GetHttpsPort());
-        CReadyAnnouncer ready(log, clock, readyLine, {shownAscii, pjlinkPort});
+                                      " https=" + std::to_string(web.GetHttpsPort()) +
+                                      (snmp ? " snmp=" + agentx : std::string());
+        CReadyAnnouncer ready(log, clock, readyLine, {shownAscii, pjlinkPort},
+                              snmp ? std::function<bool()>([&snmp] { return snmp->IsReady(); }) : nullptr);
         dispatcher.AddPeriodicTask(ready);
 
         g_loop = &loop;
@@ -548,6 +593,10 @@ int main(int argc, char** argv) {
         if (pjlink) {
             dispatcher.RemovePeriodicTask(*pjlink);
             pjlink->Stop();
+        }
+        if (snmp) {
+            dispatcher.RemovePeriodicTask(*snmp);
+            snmp->Stop();
         }
     } catch (const CException& e) {
         fprintf(stderr, "vprojector: %s\n", e.what());
