@@ -102,6 +102,7 @@ public:
         m_ipc = std::make_unique<CIpcEventDispatcher>(
             m_dispatcher, NRuntimeRoot::Path("/var/run/ui/main_controller.socket").c_str(), m_log);
         m_server = std::make_unique<CJsonRpcServer>(m_dispatcher, 0, m_clock, m_log, "127.0.0.1");
+        m_server->SetMaxClients(2 * kListeners);  // the listeners' benchmark holds 100 clients
         m_control = std::make_unique<CC4jControl>(*m_server);
         m_loop = std::make_unique<CControllerLoop>(m_dispatcher, *m_ipc, m_server.get());
         m_thread = std::thread([this] {

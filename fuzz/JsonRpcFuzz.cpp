@@ -9,7 +9,8 @@
 // Checked for every message (a violation aborts):
 //  - the framer accounts for every byte: messages, their NULs and the tail make the input;
 //  - Process does not throw;
-//  - a response serialises and parses back (strictly) to an equal value;
+//  - a response serialises and parses back (strictly) to an equal value, and the compact
+//    writer writes the request and the response byte for byte as jsoncpp's stream writer;
 //  - text that a reader with the handler's settings refuses is answered with the parse
 //    error, and only such text is;
 //  - a single request is answered, if at all, by an object with "jsonrpc":"2.0", an "id"
@@ -117,6 +118,18 @@ void CheckSingle(const Json::Value& request, const Json::Value& response) {
     }
 }
 
+// The replies' own writer against jsoncpp's, configured as the replies were written before.
+void CheckWriter(const Json::Value& value) {
+    static const Json::StreamWriterBuilder builder = [] {
+        Json::StreamWriterBuilder b;
+        b["indentation"] = "";
+        b["commentStyle"] = "None";
+        b["emitUTF8"] = true;
+        return b;
+    }();
+    Check(Json::Rpc::Handler::GetString(value) == Json::writeString(builder, value));
+}
+
 void CheckMessage(const std::string& text, int clientId) {
     static const std::unique_ptr<Json::CharReader> requestReader = MakeReader(Json::Rpc::Handler::kMaxDepth);
     static const std::unique_ptr<Json::CharReader> answerReader = MakeReader(4 * Json::Rpc::Handler::kMaxDepth);
@@ -131,6 +144,7 @@ void CheckMessage(const std::string& text, int clientId) {
         const std::string answer = Json::Rpc::Handler::GetString(response);
         Json::Value back;
         Check(Parse(*answerReader, answer, back) && back == response);
+        CheckWriter(response);
     }
 
     Json::Value request;
@@ -138,6 +152,7 @@ void CheckMessage(const std::string& text, int clientId) {
         Check(IsError(response, Json::Rpc::PARSE_ERROR) && response["id"].isNull());
         return;
     }
+    CheckWriter(request);
     Check(!IsError(response, Json::Rpc::PARSE_ERROR));
     if (!request.isArray()) {
         CheckSingle(request, response);

@@ -1,7 +1,8 @@
 #include "jsonrpc/Handler.h"
 
+#include "jsonrpc/CompactWriter.h"
+
 #include <new>
-#include <sstream>
 #include <string>
 #include <utility>
 
@@ -26,20 +27,6 @@ std::unique_ptr<Json::CharReader> MakeReader() {
     builder["skipBom"] = false;
     builder["stackLimit"] = Handler::kMaxDepth;
     return std::unique_ptr<Json::CharReader>(builder.newCharReader());
-}
-
-const Json::StreamWriterBuilder& Writer() {
-    static const Json::StreamWriterBuilder builder = [] {
-        Json::StreamWriterBuilder b;
-        b["indentation"] = "";
-        b["commentStyle"] = "None";
-        b["emitUTF8"] = true;  // raw bytes pass through, so any string value survives a round trip
-        b["useSpecialFloats"] = false;
-        b["enableYAMLCompatibility"] = false;
-        b["dropNullPlaceholders"] = false;
-        return b;
-    }();
-    return builder;
 }
 
 bool IsMember(const Json::Value& object, const char* name, const Json::Value*& member) {
@@ -194,14 +181,9 @@ void Handler::Call(CallbackMethod& method, Json::Value& request, Json::Value& re
 }
 
 std::string Handler::GetString(const Json::Value& value) {
-    // One writer and one stream per thread: building them per call cost more than writing
-    // a typical reply.
-    thread_local const std::unique_ptr<Json::StreamWriter> writer(Writer().newStreamWriter());
-    thread_local std::ostringstream stream;
-    stream.str(std::string());
-    stream.clear();
-    writer->write(value, &stream);
-    return stream.str();
+    std::string text;
+    AppendCompact(value, text);
+    return text;
 }
 
 Json::Value Handler::MakeError(const Json::Value& id, int code, const std::string& message) {
