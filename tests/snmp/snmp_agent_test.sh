@@ -158,6 +158,8 @@ check "a read-only control answers notWritable" \
     grep -q notWritable <<<"$(set_as private 'PROJECTOR-CONTROL-MIB::projControlText."SER"' s X)"
 check "the read-only community may not set" \
     grep -q noAccess <<<"$(set_as public PROJECTOR-CONTROL-MIB::projInput.0 i 1)"
+check "a control above the front-end's access level answers noAccess" \
+    grep -q noAccess <<<"$(set_as private 'PROJECTOR-CONTROL-MIB::projControlValue."FAC"' i 1)"
 
 # A change made over ASCII is seen by the next get.
 "$VPROJCTL" --ascii-port "$ascii_port" ascii "(BRI 42)" >/dev/null 2>&1
@@ -198,10 +200,12 @@ registered_again() {
 check "after snmpd restarts the subagent registers again" registered_again
 stop_projector
 
-# 2,000 controls walked with snmpbulkwalk, timed beside snmpd's own system group.
+# 2,000 controls walked with snmpbulkwalk, timed beside snmpd's own system group, under an
+# enterprise number of the configuration's.
 big="$tmp/big.json"
 {
-    sed -n '1,/"controls": *\[/p' "$SOURCE/config/vprojector.json"
+    echo '{"snmp": {"enterprise": 64000, "accessLevel": 2},'
+    sed -n '1,/"controls": *\[/p' "$SOURCE/config/vprojector.json" | tail -n +2
     n=0
     for first in J Q; do
         for second in 0 1 2 3 4 5 6 7 8 9 A B C D E F G H I J K L M N O P Q R S T U V W X Y Z; do
@@ -217,13 +221,20 @@ big="$tmp/big.json"
 check "a projector of 2,087 controls starts" start_projector "$big"
 ms() { echo $(($(date +%s%N) / 1000000)); }
 t0=$(ms)
-rows=$(snmpbulkwalk -Cr50 -On -c public "${TARGET[@]}" "$ENTERPRISE.1.5.1.3" 2>&1 | grep -c INTEGER)
+rows=$(snmpbulkwalk -Cr50 -On -c public "${TARGET[@]}" .1.3.6.1.4.1.64000.1.1.5.1.3 2>&1 | grep -c INTEGER)
 t1=$(ms)
 system=$(snmpbulkwalk -Cr50 -On -c public "${TARGET[@]}" .1.3.6.1.2.1.1 2>&1 | grep -c .)
 t2=$(ms)
 echo "bench: snmpbulkwalk of projControlValue, $rows rows: $((t1 - t0)) ms; of snmpd's system group, $system rows: $((t2 - t1)) ms"
 check "snmpbulkwalk lists every control's value" [ "$rows" -ge 2087 ]
 stop_projector
+
+# A bad "snmp" member: vprojector names it and does not start.
+bad="$tmp/bad.json"
+{ echo '{"snmp": {"enterprise": -1},'; tail -n +2 "$SOURCE/config/vprojector.json"; } >"$bad"
+"$VPROJECTOR" --root "$tmp/root" --config "$bad" >/dev/null 2>"$tmp/bad.err"
+check "a bad enterprise number stops vprojector with exit status 2" [ $? -eq 2 ]
+check "... and a message naming it" grep -q '"enterprise" must be' "$tmp/bad.err"
 
 echo "$passes passed, $failures failed"
 [ "$failures" -eq 0 ]
