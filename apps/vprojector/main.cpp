@@ -31,6 +31,7 @@
 // A bad configuration: one message on standard error, exit status 2.
 
 #include <arpa/inet.h>
+#include <malloc.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -565,6 +566,11 @@ int main(int argc, char** argv) {
                               snmp ? std::function<bool()>([&snmp] { return snmp->IsReady(); }) : nullptr);
         dispatcher.AddPeriodicTask(ready);
 
+        // Everything is built: the parsed configuration (a tree of values per control,
+        // several times the controls' own size) is not kept for the run, and the pages it
+        // and the start-up took go back to the system.
+        config.reset();
+        malloc_trim(0);
         g_loop = &loop;
         OnStopSignals(OnStopSignal);
 
