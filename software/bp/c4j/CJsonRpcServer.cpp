@@ -1,6 +1,8 @@
 #include "CJsonRpcServer.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <cstdio>
 
 #include "CException.h"
@@ -105,12 +107,21 @@ void CJsonRpcServer::ProcessOutOfBandMessage(const std::string& text, Json::Valu
 }
 
 int CJsonRpcServer::GetJsonClientDescriptorFromString(const std::string& address) {
-    int id = -1;
-    char tail = 0;
-    if (sscanf(address.c_str(), "JSON_TCP.%d%c", &id, &tail) != 1) {
+    // Read for every recipient of every notification: strtoll, not sscanf, which costs
+    // several times more.
+    static const char kPrefix[] = "JSON_TCP.";
+    const size_t prefix = sizeof kPrefix - 1;
+    if (address.compare(0, prefix, kPrefix) != 0 || address.size() == prefix) {
         return -1;
     }
-    return id;
+    const char* digits = address.c_str() + prefix;
+    char* end = nullptr;
+    errno = 0;
+    const long long id = strtoll(digits, &end, 10);
+    if (end == digits || *end != '\0' || errno == ERANGE || id < INT_MIN || id > INT_MAX) {
+        return -1;
+    }
+    return static_cast<int>(id);
 }
 
 void CJsonRpcServer::OnClientClosed(const SJsonRpcClient& client) {

@@ -33,6 +33,7 @@ void CJsonRpcTcpServer::Close() {
         close(client->fd);
     }
     m_clients.clear();
+    m_byId.clear();
     m_purge.clear();
     Json::Rpc::Server::Close();
 }
@@ -65,6 +66,7 @@ bool CJsonRpcTcpServer::Adopt(int fd, const std::string& peerName) {
     }
     m_refusing = false;
     m_clients.push_back(std::make_unique<SJsonRpcClient>(fd, peerName));
+    m_byId[m_clients.back()->id] = m_clients.back().get();
     m_log.Log("Accepted connection from %s [ID:%d]", peerName.c_str(), m_clients.back()->id);
     return true;
 }
@@ -240,12 +242,8 @@ void CJsonRpcTcpServer::Send(unsigned int clientId, const std::string& text, con
 }
 
 SJsonRpcClient* CJsonRpcTcpServer::FindClient(unsigned int clientId) const {
-    for (const auto& client : m_clients) {
-        if (client->id == clientId) {
-            return client.get();
-        }
-    }
-    return nullptr;
+    const auto found = m_byId.find(clientId);
+    return found == m_byId.end() ? nullptr : found->second;
 }
 
 void CJsonRpcTcpServer::MarkForPurge(SJsonRpcClient& client) {
@@ -255,6 +253,7 @@ void CJsonRpcTcpServer::MarkForPurge(SJsonRpcClient& client) {
 }
 
 void CJsonRpcTcpServer::CloseClient(std::unique_ptr<SJsonRpcClient>& client) {
+    m_byId.erase(client->id);
     OnClientClosed(*client);
     close(client->fd);
     client.reset();

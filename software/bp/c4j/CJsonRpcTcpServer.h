@@ -34,6 +34,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <unordered_map>
 
 #include "ipc/CPollSet.h"
 #include "jsonrpc/Server.h"
@@ -109,6 +110,8 @@ private:
     bool m_refusing = false;
     int m_reserveFd = -1;
     std::list<std::unique_ptr<SJsonRpcClient>> m_clients;
+    // The same clients by id: each notification looks up every recipient.
+    std::unordered_map<unsigned int, SJsonRpcClient*> m_byId;
     std::list<unsigned int> m_purge;
     char m_receiveArea[4096];
 };

@@ -284,3 +284,12 @@ TEST_F(JsonRpcServerTest, RunningOutOfDescriptorsRefusesTheConnectionInsteadOfSp
     EXPECT_EQ(log.Count("Refusing JSON-RPC connections: no descriptor left"), 1u);
     EXPECT_EQ(Result(*served, "getC4JVersion"), 2);
 }
+
+TEST(JsonRpcClientAddressTest, OnlyAWholeClientAddressGivesItsId) {
+    EXPECT_EQ(5, CJsonRpcServer::GetJsonClientDescriptorFromString("JSON_TCP.5"));
+    EXPECT_EQ(-1, CJsonRpcServer::GetJsonClientDescriptorFromString("JSON_TCP.-1"));
+    for (const char* address : {"JSON_TCP.", "JSON_TCP.5x", "JSON_TCP.x", "JSON_UDP.5", "IPC.5", "", "JSON_TCP",
+                                "JSON_TCP.99999999999999999999", "JSON_TCP.4294967296"}) {
+        EXPECT_EQ(-1, CJsonRpcServer::GetJsonClientDescriptorFromString(address)) << address;
+    }
+}
