@@ -189,9 +189,10 @@ CSnmpSubagent::CSnmpSubagent(CSnmpProjector& projector, const SSnmpConfig& confi
 }
 
 CSnmpSubagent::~CSnmpSubagent() {
-    snmp_shutdown(kAppName);
+    // Before the shutdown, which would free whatever callback arguments are left.
     snmp_unregister_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, &SAccess::Connection, this, 1);
     snmp_unregister_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, &SAccess::Connection, this, 1);
+    snmp_shutdown(kAppName);
     close(m_wake[0]);
     close(m_wake[1]);
     delete m_tables;
