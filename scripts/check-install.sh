@@ -15,6 +15,10 @@ root="$(pwd)/$build/example-root"
 
 rm -rf "$stage" "$example" "$root"
 cmake --install "$build" --prefix "$stage" > /dev/null
+if [ -f web/dist/index.html ] && ! cmp -s web/dist/index.html "$stage/usr/share/projector/www/index.html"; then
+    echo "check-install: the web page is not installed in usr/share/projector/www" >&2
+    exit 1
+fi
 config=$(find "$stage/usr/lib" -name projectorConfig.cmake | head -n 1)
 libdir=$(dirname "$(dirname "$(dirname "$config")")")
 
