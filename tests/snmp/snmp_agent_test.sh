@@ -119,9 +119,10 @@ start_projector() {  # start_projector CONFIG
     ascii_port=$(echo "$line" | sed -n 's/.*ascii=\([0-9]*\).*/\1/p')
     [[ "$line" == *" snmp=$tmp/agentx"* ]]
 }
-stop_projector() {
+stop_projector() {  # and no sanitizer report from the projector or its front-ends
     kill "$projector_pid" 2>/dev/null
     wait "$projector_pid" 2>/dev/null
+    ! grep -E "ERROR: (Address|Leak|UndefinedBehavior)Sanitizer|runtime error:" "$tmp/vprojector.err"
 }
 
 check "the ready line names the AgentX socket once registered" start_projector "$SOURCE/config/vprojector.json"
@@ -198,7 +199,7 @@ registered_again() {
     return 1
 }
 check "after snmpd restarts the subagent registers again" registered_again
-stop_projector
+check "the projector and its front-ends stop cleanly" stop_projector
 
 # 2,000 controls walked with snmpbulkwalk, timed beside snmpd's own system group, under an
 # enterprise number of the configuration's.
@@ -227,7 +228,7 @@ system=$(snmpbulkwalk -Cr50 -On -c public "${TARGET[@]}" .1.3.6.1.2.1.1 2>&1 | g
 t2=$(ms)
 echo "bench: snmpbulkwalk of projControlValue, $rows rows: $((t1 - t0)) ms; of snmpd's system group, $system rows: $((t2 - t1)) ms"
 check "snmpbulkwalk lists every control's value" [ "$rows" -ge 2087 ]
-stop_projector
+check "the large projector and its front-ends stop cleanly" stop_projector
 
 # A bad "snmp" member: vprojector names it and does not start.
 bad="$tmp/bad.json"
