@@ -40,3 +40,5 @@ void CBenchController::Serve() {
         }
     });
 }
+
+double CBenchController::GetCpuSeconds() { return ThreadCpuSeconds(m_thread); }

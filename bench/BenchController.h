@@ -26,6 +26,8 @@ public:
     void AddInteger(const std::string& code, int min, int max, int value);
     void Serve();
     CIpcEventDispatcher& Ipc() { return *m_ipc; }
+    // The CPU time the serving thread has used so far.
+    double GetCpuSeconds();
     ILog& Log() { return m_log; }
 
 private:

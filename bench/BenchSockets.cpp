@@ -1,5 +1,6 @@
 #include "BenchSockets.h"
 
+#include <pthread.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -7,6 +8,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 
 namespace {
@@ -35,6 +37,15 @@ void PinToOneCpu() {
             return;
         }
     }
+}
+
+double ThreadCpuSeconds(std::thread& thread) {
+    clockid_t clock;
+    timespec used{};
+    if (pthread_getcpuclockid(thread.native_handle(), &clock) != 0 || clock_gettime(clock, &used) != 0) {
+        return 0;
+    }
+    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
 }
 
 void UnpinFromOneCpu() { sched_setaffinity(0, sizeof StartingCpus(), &StartingCpus()); }

@@ -9,6 +9,8 @@
 // threads differ several-fold depending on whether they share a core, which would swamp
 // what is measured, so both sides of every measured exchange are pinned.
 void PinToOneCpu();
+// The CPU time a running thread has used so far, in seconds.
+double ThreadCpuSeconds(std::thread& thread);
 // Lets the calling thread (and the threads it starts from now on) run on every CPU the
 // process started with again.
 void UnpinFromOneCpu();

@@ -46,15 +46,6 @@ int CountNuls(const char* data, size_t length) {
 
 }  // namespace
 
-double ThreadCpuSeconds(std::thread& thread) {
-    clockid_t clock;
-    timespec used{};
-    if (pthread_getcpuclockid(thread.native_handle(), &clock) != 0 || clock_gettime(clock, &used) != 0) {
-        return 0;
-    }
-    return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
-}
-
 CJsonRpcLoad::CJsonRpcLoad(unsigned short port, int connections) {
     const sockaddr_in address = Loopback(port);
     m_connections.resize(static_cast<size_t>(connections));

@@ -30,8 +30,8 @@
 #include <thread>
 #include <vector>
 
-// The CPU time a running thread has used so far, in seconds.
-double ThreadCpuSeconds(std::thread& thread);
+#include "BenchSockets.h"
+
 
 class CJsonRpcLoad {
 public:
