@@ -345,9 +345,13 @@ void CC4jControl::SendNotification(const std::string& key, const std::list<std::
         return;
     }
     SJsonNotify notify;
-    for (const std::string& client : clients) {
-        if (IsAdmitted(CJsonRpcServer::GetJsonClientDescriptorFromString(client), *control)) {
-            notify.recipients.push_back(client);
+    if (control->GetAccessGroup() != ACCESS_PROTECTED) {
+        notify.recipients = clients;  // every client is admitted: no address need be read
+    } else {
+        for (const std::string& client : clients) {
+            if (IsAdmitted(CJsonRpcServer::GetJsonClientDescriptorFromString(client), *control)) {
+                notify.recipients.push_back(client);
+            }
         }
     }
     if (notify.recipients.empty()) {
