@@ -1,5 +1,6 @@
 #!/bin/sh
-# Builds (optimised, without sanitizers) and runs every benchmark in bench/. Each prints
+# Builds (optimised, without sanitizers) and runs every benchmark in bench/ (the SNMP walk's
+# too, bench/snmp_walk_bench.sh). Each prints
 # Google Benchmark's table and, at the end, RATIO lines: a measured figure divided by
 # its baseline from the same run, beside the goal.
 #   scripts/bench.sh [benchmark options, e.g. --benchmark_min_time=2]
@@ -12,3 +13,9 @@ for bench in build-bench/bin/bench/*; do
     echo "== $(basename "$bench")"
     "$bench" "$@"
 done
+echo "== snmp_walk_bench"
+status=0
+bench/snmp_walk_bench.sh build-bench || status=$?
+if [ "$status" -ne 0 ] && [ "$status" -ne 77 ]; then  # 77: the SNMP tools are missing, said why
+    exit "$status"
+fi

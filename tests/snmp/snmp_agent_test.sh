@@ -12,28 +12,8 @@ set -u
 VPROJECTOR=$1
 VPROJCTL=$2
 SOURCE=$3
-MIBS="$SOURCE/software/bp/snmp/mibs"
-BASE_MIBS="$MIBS/node_modules/net-snmp/lib/mibs"
-SKIP=77
 
-for tool in snmpd snmptrapd snmpget snmpwalk snmpset snmpbulkwalk; do
-    if ! command -v "$tool" >/dev/null 2>&1 && [ ! -x "/usr/sbin/$tool" ]; then
-        echo "SKIP: $tool is missing (scripts/install-deps.sh installs it)"
-        exit $SKIP
-    fi
-done
-PATH="$PATH:/usr/sbin"
-
-tmp=$(mktemp -d)
-pids=()
-cleanup() {
-    for pid in "${pids[@]}"; do
-        kill "$pid" 2>/dev/null
-    done
-    wait 2>/dev/null
-    rm -rf "$tmp"
-}
-trap cleanup EXIT
+. "$(dirname "$0")/snmp_lab.sh"
 
 failures=0
 passes=0
@@ -49,81 +29,11 @@ check() {  # check NAME COMMAND...: one case
     fi
 }
 
-free_udp_port() {  # a port no one has bound on 127.0.0.1 (UDP) now
-    local port
-    while :; do
-        port=$((20000 + RANDOM % 40000))
-        if ! grep -qi ":$(printf '%04X' "$port") " /proc/net/udp /proc/net/tcp 2>/dev/null; then
-            echo "$port"
-            return
-        fi
-    done
-}
-
-agent_port=$(free_udp_port)
-trap_port=$(free_udp_port)
-export SNMP_PERSISTENT_DIR="$tmp/persist"
-export SNMPCONFPATH="$tmp/none"
-mkdir -p "$SNMP_PERSISTENT_DIR" "$tmp/root"
-cat >"$tmp/snmpd.conf" <<EOF
-master agentx
-agentXSocket $tmp/agentx
-agentXTimeout 5
-agentaddress udp:127.0.0.1:$agent_port
-rocommunity public 127.0.0.1
-rwcommunity private 127.0.0.1
-trap2sink 127.0.0.1:$trap_port public
-EOF
-cat >"$tmp/snmptrapd.conf" <<EOF
-authCommunity log public
-EOF
-
-start_snmpd() {
-    snmpd -f -C -c "$tmp/snmpd.conf" -Lf "$tmp/snmpd.log" -p "$tmp/snmpd.pid" >/dev/null 2>&1 &
-    snmpd_pid=$!
-    pids+=("$snmpd_pid")
-}
-start_snmpd
-snmptrapd -f -C -c "$tmp/snmptrapd.conf" -On -Lf "$tmp/traps.log" "udp:127.0.0.1:$trap_port" >/dev/null 2>&1 &
-pids+=($!)
-
-# The module's objects by name, from the project's MIB and the base modules it imports.
-ENTERPRISE=.1.3.6.1.4.1.32473.1
-MIBOPTS=(-M "$MIBS:$BASE_MIBS" -m SNMPv2-MIB:PROJECTOR-CONTROL-MIB)
-if [ ! -d "$BASE_MIBS" ]; then
-    MIBOPTS=(-M "$MIBS" -m "")  # numeric OIDs only
-fi
-TARGET=(-v2c -t 3 -r 0 "127.0.0.1:$agent_port")
 get() { snmpget "${MIBOPTS[@]}" -Oqv -c public "${TARGET[@]}" "$@" 2>&1; }
 set_() { snmpset "${MIBOPTS[@]}" -Oqv -c private "${TARGET[@]}" "$@" 2>&1; }
 set_as() { local community=$1; shift; snmpset "${MIBOPTS[@]}" -c "$community" "${TARGET[@]}" "$@" 2>&1; }
 rpc() { "$VPROJCTL" --jsonrpc-port "$json_port" --login service:service rpc "$@" 2>&1; }
 rpc_value() { rpc control:get "{\"code\": \"$1\"}" | sed -n 's/.*"value" *: *"\{0,1\}\([^",]*\)"\{0,1\}.*/\1/p' | head -1; }
-
-# vprojector with its SNMP front-end: its ready line names the socket once registered.
-start_projector() {  # start_projector CONFIG
-    local config=$1
-    "$VPROJECTOR" --root "$tmp/root" --config "$config" --ascii-port 0 --jsonrpc-port 0 --unicast-port 0 \
-        --pjlink-port 0 --http-port 0 --https-port 0 --agentx "$tmp/agentx" >"$tmp/vprojector.out" 2>"$tmp/vprojector.err" &
-    projector_pid=$!
-    pids+=("$projector_pid")
-    for _ in $(seq 1 300); do
-        if grep -q '^ready ' "$tmp/vprojector.out"; then
-            break
-        fi
-        sleep 0.1
-    done
-    local line
-    line=$(grep '^ready ' "$tmp/vprojector.out")
-    json_port=$(echo "$line" | sed -n 's/.* jsonrpc=\([0-9]*\).*/\1/p')
-    ascii_port=$(echo "$line" | sed -n 's/.*ascii=\([0-9]*\).*/\1/p')
-    [[ "$line" == *" snmp=$tmp/agentx"* ]]
-}
-stop_projector() {  # and no sanitizer report from the projector or its front-ends
-    kill "$projector_pid" 2>/dev/null
-    wait "$projector_pid" 2>/dev/null
-    ! grep -E "ERROR: (Address|Leak|UndefinedBehavior)Sanitizer|runtime error:" "$tmp/vprojector.err"
-}
 
 check "the ready line names the AgentX socket once registered" start_projector "$SOURCE/config/vprojector.json"
 if [ -z "${json_port:-}" ]; then
@@ -201,32 +111,12 @@ registered_again() {
 check "after snmpd restarts the subagent registers again" registered_again
 check "the projector and its front-ends stop cleanly" stop_projector
 
-# 2,000 controls walked with snmpbulkwalk, timed beside snmpd's own system group, under an
+# 2,000 controls walked with snmpbulkwalk (bench/snmp_walk_bench.sh times it), under an
 # enterprise number of the configuration's.
 big="$tmp/big.json"
-{
-    echo '{"snmp": {"enterprise": 64000, "accessLevel": 2},'
-    sed -n '1,/"controls": *\[/p' "$SOURCE/config/vprojector.json" | tail -n +2
-    n=0
-    for first in J Q; do
-        for second in 0 1 2 3 4 5 6 7 8 9 A B C D E F G H I J K L M N O P Q R S T U V W X Y Z; do
-            for third in 0 1 2 3 4 5 6 7 8 9 A B C D E F G H I J K L M N O P Q R S T U V W X Y Z; do
-                [ $n -lt 2000 ] || continue
-                echo "{\"code\": \"$first$second$third\", \"type\": 200, \"min\": 0, \"max\": 100, \"default\": $((n % 100))},"
-                n=$((n + 1))
-            done
-        done
-    done
-    sed -n '/"controls": *\[/,$p' "$SOURCE/config/vprojector.json" | tail -n +2
-} >"$big"
+write_big_config "$big"
 check "a projector of 2,087 controls starts" start_projector "$big"
-ms() { echo $(($(date +%s%N) / 1000000)); }
-t0=$(ms)
 rows=$(snmpbulkwalk -Cr50 -On -c public "${TARGET[@]}" .1.3.6.1.4.1.64000.1.1.5.1.3 2>&1 | grep -c INTEGER)
-t1=$(ms)
-system=$(snmpbulkwalk -Cr50 -On -c public "${TARGET[@]}" .1.3.6.1.2.1.1 2>&1 | grep -c .)
-t2=$(ms)
-echo "bench: snmpbulkwalk of projControlValue, $rows rows: $((t1 - t0)) ms; of snmpd's system group, $system rows: $((t2 - t1)) ms"
 check "snmpbulkwalk lists every control's value" [ "$rows" -ge 2087 ]
 check "the large projector and its front-ends stop cleanly" stop_projector
 
