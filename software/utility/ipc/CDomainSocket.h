@@ -76,6 +76,8 @@ public:
 
     int GetDescriptor() const { return m_fd; }
     std::string GetPath() const { return m_address.sun_path; }
+    // The same without a copy, valid while this object is and its address unchanged.
+    const char* GetPathCStr() const { return m_address.sun_path; }
 
     // Writes the system-wide datagram queue length to "/proc/sys/net/unix/max_dgram_qlen"
     // under the runtime root. Throws CException when the file cannot be written.

@@ -54,7 +54,7 @@ bool CIpcClient::MessageWait(CIpcMessage& reply, unsigned int timeoutMs) {
             return false;
         }
         if (received > 0 &&
-            reply.DeserializeMessage(m_buffer.get(), static_cast<unsigned>(received), sender.GetPath().c_str())) {
+            reply.DeserializeMessage(m_buffer.get(), static_cast<unsigned>(received), sender.GetPathCStr())) {
             if (reply.GetSequence() == m_sequence) {
                 return true;
             }

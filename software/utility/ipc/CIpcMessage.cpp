@@ -1,6 +1,8 @@
 #include "CIpcMessage.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -26,6 +28,8 @@ std::string UnpackCode(uint32_t packed, unsigned length) {
     return text;
 }
 
+bool IdBelow(const std::pair<unsigned short, SMessageArgs>& arg, unsigned short id) { return arg.first < id; }
+
 uint16_t ReadU16(const unsigned char* at) {
     uint16_t value;
     memcpy(&value, at, sizeof value);
@@ -36,18 +40,18 @@ uint16_t ReadU16(const unsigned char* at) {
 
 CIpcMessage::CIpcMessage(EMessageType type)
     : m_header{kMagic, 0, static_cast<uint32_t>(type), PackCode("!!!"), PackCode("!!!!"), 0, 0, 0},
-      m_cursor(m_args.begin()), m_sourceAddress(0), m_destinationAddress(0) {}
+      m_cursor(0), m_sourceAddress(0), m_destinationAddress(0), m_bufferSize(0) {}
 
 CIpcMessage::CIpcMessage(const CIpcMessage& other)
-    : m_header(other.m_header), m_args(other.m_args), m_cursor(m_args.begin()),
+    : m_header(other.m_header), m_args(other.m_args), m_cursor(0),
       m_sourceAddress(other.m_sourceAddress), m_destinationAddress(other.m_destinationAddress),
-      m_replyAddress(other.m_replyAddress) {}
+      m_bufferSize(0), m_replyAddress(other.m_replyAddress) {}
 
 CIpcMessage& CIpcMessage::operator=(const CIpcMessage& other) {
     if (this != &other) {
         m_header = other.m_header;
         m_args = other.m_args;
-        m_cursor = m_args.begin();
+        m_cursor = 0;
         m_sourceAddress = other.m_sourceAddress;
         m_destinationAddress = other.m_destinationAddress;
         m_replyAddress = other.m_replyAddress;
@@ -88,16 +92,16 @@ void CIpcMessage::CheckRoomFor(unsigned short id) const {
 void CIpcMessage::AddArg(unsigned short id, int value, EParmFlags flags, unsigned char modifier) {
     CheckRoomFor(id);
     char text[16];
-    snprintf(text, sizeof text, "%d", value);
+    char* end = std::to_chars(text, text + sizeof text, value).ptr;
     if (flags == PARM_TEXT) {
-        const unsigned digits = static_cast<unsigned>(strlen(text)) - (value < 0 ? 1u : 0u);
+        const unsigned digits = static_cast<unsigned>(end - text) - (value < 0 ? 1u : 0u);
         flags = static_cast<EParmFlags>(PARM_NUMBER | (digits >= 3 ? digits : 3u));
     }
-    SMessageArgs& arg = m_args[id];
+    SMessageArgs& arg = Slot(id);
     arg.flags = flags;
     arg.modifier = modifier;
-    arg.text = text;
-    m_cursor = m_args.begin();
+    arg.text.assign(text, end);
+    m_cursor = 0;
 }
 
 void CIpcMessage::AddArg(unsigned short id, const std::string& text, unsigned char modifier) {
@@ -105,16 +109,29 @@ void CIpcMessage::AddArg(unsigned short id, const std::string& text, unsigned ch
     if (text.find('\0') != std::string::npos) {
         THROW_EXCEPTION("Argument %d text holds a NUL character", id);
     }
-    SMessageArgs& arg = m_args[id];
+    SMessageArgs& arg = Slot(id);
     arg.flags = PARM_TEXT;
     arg.modifier = modifier;
     arg.text = text;
-    m_cursor = m_args.begin();
+    m_cursor = 0;
 }
 
 const SMessageArgs* CIpcMessage::Find(unsigned short id) const {
-    const auto it = m_args.find(id);
-    return it == m_args.end() ? nullptr : &it->second;
+    const auto it = std::lower_bound(m_args.begin(), m_args.end(), id, IdBelow);
+    return it == m_args.end() || it->first != id ? nullptr : &it->second;
+}
+
+SMessageArgs& CIpcMessage::Slot(unsigned short id) {
+    // Arguments mostly arrive in ascending order: appending needs no search.
+    if (m_args.empty() || m_args.back().first < id) {
+        m_args.emplace_back(id, SMessageArgs());
+        return m_args.back().second;
+    }
+    auto it = std::lower_bound(m_args.begin(), m_args.end(), id, IdBelow);
+    if (it == m_args.end() || it->first != id) {
+        it = m_args.emplace(it, id, SMessageArgs());
+    }
+    return it->second;
 }
 
 bool CIpcMessage::GetArg(unsigned short id, std::string& text) const {
@@ -166,36 +183,39 @@ bool CIpcMessage::IsTextArg(unsigned short id) const {
 }
 
 void CIpcMessage::SetCharDelimiter(unsigned short id) {
-    const auto it = m_args.find(id);
-    if (it != m_args.end()) {
+    const auto it = std::lower_bound(m_args.begin(), m_args.end(), id, IdBelow);
+    if (it != m_args.end() && it->first == id) {
         it->second.flags |= PARM_CHAR_DELIMITER;
     }
 }
 
 bool CIpcMessage::GetFirstArg(unsigned short& id, std::string& text) {
-    m_cursor = m_args.begin();
+    m_cursor = 0;
     return GetNextArg(id, text);
 }
 
 bool CIpcMessage::GetNextArg(unsigned short& id, std::string& text) {
-    if (m_cursor == m_args.end()) {
+    if (m_cursor >= m_args.size()) {
         return false;
     }
-    id = m_cursor->first;
-    text = m_cursor->second.text;
+    id = m_args[m_cursor].first;
+    text = m_args[m_cursor].second.text;
     ++m_cursor;
     return true;
 }
 
 void CIpcMessage::RemoveArg(unsigned short id) {
-    m_args.erase(id);
-    m_cursor = m_args.begin();
+    const auto it = std::lower_bound(m_args.begin(), m_args.end(), id, IdBelow);
+    if (it != m_args.end() && it->first == id) {
+        m_args.erase(it);
+    }
+    m_cursor = 0;
 }
 
 void CIpcMessage::ClearArgs() {
     m_args.clear();
     m_header.argCount = 0;
-    m_cursor = m_args.begin();
+    m_cursor = 0;
 }
 
 void CIpcMessage::MakeReply(unsigned short address) {
@@ -237,7 +257,10 @@ int CIpcMessage::SerializeMessage(unsigned char*& out) {
 
     m_header.argCount = static_cast<uint16_t>(m_args.size());
     m_header.totalSize = static_cast<uint16_t>(total);
-    m_buffer.reset(new unsigned char[total]);
+    if (total > m_bufferSize) {
+        m_buffer.reset(new unsigned char[total]);
+        m_bufferSize = total;
+    }
     unsigned char* at = m_buffer.get();
     memcpy(at, &m_header, kHeaderSize);
     at += kHeaderSize;
@@ -280,13 +303,13 @@ bool CIpcMessage::DeserializeMessage(const unsigned char* buffer, unsigned int l
     memcpy(&m_header, buffer, kHeaderSize);
     const unsigned char* at = buffer + kHeaderSize;
     for (unsigned i = 0; i < m_header.argCount; ++i) {
-        SMessageArgs& arg = m_args[ReadU16(at + 2)];
+        SMessageArgs& arg = Slot(ReadU16(at + 2));
         arg.flags = at[0];
         arg.modifier = at[1];
         arg.text = reinterpret_cast<const char*>(at + 4);
         at += arg.text.size() + 5;
     }
-    m_cursor = m_args.begin();
+    m_cursor = 0;
     m_replyAddress = from ? from : "";
     return true;
 }

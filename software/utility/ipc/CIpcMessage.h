@@ -19,9 +19,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 // Carried unchanged between processes; every message this system builds has type 0.
 enum EMessageType : uint32_t {
@@ -174,14 +175,23 @@ private:
     };
     static_assert(sizeof(SHeader) == kHeaderSize, "the header is copied to and from the wire as it is");
 
+    using Arg = std::pair<unsigned short, SMessageArgs>;
+
     void CheckRoomFor(unsigned short id) const;
     const SMessageArgs* Find(unsigned short id) const;
+    // The argument with this id, made empty at its place in the order when there is none.
+    SMessageArgs& Slot(unsigned short id);
 
     SHeader m_header;
-    std::map<unsigned short, SMessageArgs> m_args;
-    std::map<unsigned short, SMessageArgs>::const_iterator m_cursor;
+    // Sorted by id. A vector rather than a map: a message holds a handful of arguments,
+    // and a received message refills the same vector (short texts stay in the strings'
+    // own storage), so receiving and answering allocate nothing once warmed up.
+    std::vector<Arg> m_args;
+    size_t m_cursor;
     uint16_t m_sourceAddress;
     uint16_t m_destinationAddress;
+    // The wire form, grown to the largest message built so far and reused after that.
     std::unique_ptr<unsigned char[]> m_buffer;
+    size_t m_bufferSize;
     std::string m_replyAddress;
 };

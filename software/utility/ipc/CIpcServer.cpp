@@ -15,7 +15,7 @@ bool CIpcServer::GetMessage(CIpcMessage& message, bool* complete) {
     m_sender = CDomainSocket();
     const int received = m_socket.RecvFrom(m_buffer.get(), CIpcMessage::kMaxMessageSize, 0, &m_sender);
     const bool whole = received > 0 && message.DeserializeMessage(m_buffer.get(), static_cast<unsigned>(received),
-                                                                  m_sender.GetPath().c_str());
+                                                                  m_sender.GetPathCStr());
     if (complete) {
         *complete = whole;
     }

@@ -347,6 +347,25 @@ TEST(CIpcMessageDamageEach, RepeatedIdKeepsTheLastRecord) {
     EXPECT_EQ(message.GetNumArgs(), 1u);
 }
 
+TEST(CIpcMessageDamageEach, RecordsOutOfOrderAreHeldInIdOrder) {
+    CIpcMessage source;
+    source.AddArg(1, "aaa");
+    source.AddArg(5, "bbb");
+    source.AddArg(9, "ccc");
+    Bytes bytes = Serialize(source);
+    bytes[24 + 2] = 9;  // records of 8 bytes each, their ids now 9, 5, 1
+    bytes[24 + 16 + 2] = 1;
+    CIpcMessage message;
+    ASSERT_TRUE(Read(message, bytes));
+    std::string walked;
+    unsigned short id = 0;
+    std::string text;
+    for (bool more = message.GetFirstArg(id, text); more; more = message.GetNextArg(id, text)) {
+        walked += std::to_string(id) + "=" + text + " ";
+    }
+    EXPECT_EQ(walked, "1=ccc 5=bbb 9=aaa ");
+}
+
 TEST(CIpcMessageLimits, TooLargeMessageIsNotBuilt) {
     CIpcMessage message;
     message.AddArg(0, "small");
@@ -356,6 +375,10 @@ TEST(CIpcMessageLimits, TooLargeMessageIsNotBuilt) {
     unsigned char* second = nullptr;
     EXPECT_EQ(message.SerializeMessage(second), 24 + 10 + 4101);
     EXPECT_EQ(second, first);  // the previous buffer is handed back unchanged
+    message.RemoveArg(1);
+    message.SetSequence(9);
+    EXPECT_EQ(Serialize(message), (Bytes{0xFE, 0x13, 0, 0, 0, 0, 0, 0, '!', '!', '!', 0, '!', '!', '!', '!', 9, 0,
+                                         0, 0, 1, 0, 34, 0, 0, 0, 0, 0, 's', 'm', 'a', 'l', 'l', 0}));
 
     CIpcMessage limit;
     limit.AddArg(0, std::string(4096 - 24 - 5 - 1, 'y'));
