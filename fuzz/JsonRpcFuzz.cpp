@@ -12,7 +12,8 @@
 //  - a response serialises and parses back (strictly) to an equal value, and the compact
 //    writer writes the request and the response byte for byte as jsoncpp's stream writer;
 //  - text that a reader with the handler's settings refuses is answered with the parse
-//    error, and only such text is;
+//    error, and only such text is; text the quick reader takes, that reader takes too,
+//    and to an equal value;
 //  - a single request is answered, if at all, by an object with "jsonrpc":"2.0", an "id"
 //    and one of "result" or "error"; a request with an id to any method but "silent" is
 //    answered, with that id when it is a string, number or null; a valid notification is
@@ -29,6 +30,7 @@
 
 #include "jsonrpc/Handler.h"
 #include "jsonrpc/NulFramer.h"
+#include "jsonrpc/QuickReader.h"
 #include "jsonrpc/RpcMethod.h"
 
 namespace {
@@ -148,7 +150,12 @@ void CheckMessage(const std::string& text, int clientId) {
     }
 
     Json::Value request;
-    if (!Parse(*requestReader, text, request)) {
+    const bool parsed = Parse(*requestReader, text, request);
+    Json::Value quick;
+    if (Json::Rpc::ReadQuick(text.data(), text.data() + text.size(), quick)) {
+        Check(parsed && quick == request);
+    }
+    if (!parsed) {
         Check(IsError(response, Json::Rpc::PARSE_ERROR) && response["id"].isNull());
         return;
     }

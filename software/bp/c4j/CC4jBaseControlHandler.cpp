@@ -1,6 +1,7 @@
 #include "CC4jBaseControlHandler.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "CException.h"
 #include "text/NText.h"
@@ -41,9 +42,9 @@ bool CC4jBaseControlHandler::AddValueToResult(const CProjCon& control, Json::Val
         value = control.GetValue();
     }
     if (result.isObject()) {
-        result["value"] = value;
+        result["value"] = std::move(value);
     } else {
-        result = value;
+        result = std::move(value);
     }
     return true;
 }

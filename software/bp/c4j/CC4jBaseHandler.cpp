@@ -28,8 +28,9 @@ void CC4jBaseHandler::InitResponseObj(const Json::Value& request, Json::Value& r
         response = Json::Value();
         return;
     }
-    response["id"] = request["id"];
-    response["jsonrpc"] = "2.0";
+    // Names and the version as static strings: jsoncpp keeps the literal instead of a copy.
+    response[Json::StaticString("id")] = request["id"];
+    response[Json::StaticString("jsonrpc")] = Json::StaticString("2.0");
 }
 
 void CC4jBaseHandler::MakeResultResponse(const Json::Value& request, Json::Value& response, const Json::Value& result) {

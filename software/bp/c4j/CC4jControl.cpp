@@ -1,5 +1,7 @@
 #include "CC4jControl.h"
 
+#include <utility>
+
 #include "CException.h"
 #include "control/CCustomEventHandler.h"
 #include "dispatch/CNotificationManager.h"
@@ -40,9 +42,9 @@ CC4jControl::CC4jControl(CJsonRpcServer& server) : CC4jBaseControlHandler(server
 
 CC4jControl::~CC4jControl() { GetDispatcher().SetJsonNotifier(nullptr); }
 
-bool CC4jControl::TryCustomHandler(const Json::Value& request, Json::Value& response, bool command) {
+bool CC4jControl::TryCustomHandler(const Json::Value& request, Json::Value& response, const std::string& code,
+                                   bool command) {
     const Json::Value& params = request["params"];
-    const std::string code = NJsonValueParser::GetCodeFromParams(params);
     CCustomEventHandler* handler = GetDispatcher().GetCustomHandler(code.substr(0, 3));
     if (!handler) {
         return false;
@@ -112,12 +114,12 @@ bool CC4jControl::Get(const Json::Value& request, Json::Value& response) {
     const bool debug = GetLog().IsLevelEnabled(LOG_LEVEL_DEBUG);
     const std::string client = debug ? GetClientIdString(request) : std::string();
     GetLog().LogDebug("Recv'd 'get' from %s: %s", client.c_str(), code.c_str());
-    if (!TryCustomHandler(request, response, false)) {
+    if (!TryCustomHandler(request, response, code, false)) {
         if (CProjCon* control = FindControl(request, response, code)) {
             InitResponseObj(request, response);
             Json::Value result = params.isObject() ? Json::Value(Json::objectValue) : Json::Value();
             AddValueToResult(*control, result);
-            response["result"] = result;
+            response[Json::StaticString("result")] = std::move(result);
         }
     }
     GetLog().LogDebug("Completed 'get' from %s: %s", client.c_str(), code.c_str());
@@ -128,7 +130,7 @@ bool CC4jControl::Set(const Json::Value& request, Json::Value& response) {
     const Json::Value& params = request["params"];
     const std::string code = NJsonValueParser::GetCodeFromParams(params);
     const std::string client = GetClientIdString(request);
-    if (TryCustomHandler(request, response, true)) {
+    if (TryCustomHandler(request, response, code, true)) {
         return true;
     }
     CProjCon* control = FindControl(request, response, code);

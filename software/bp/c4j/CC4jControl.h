@@ -63,6 +63,6 @@ private:
     bool Describe(const Json::Value& request, Json::Value& response,
                   const std::function<bool(const CProjCon&, Json::Value&)>& build);
     // Answers through the custom handler of the code, when there is one.
-    bool TryCustomHandler(const Json::Value& request, Json::Value& response, bool command);
+    bool TryCustomHandler(const Json::Value& request, Json::Value& response, const std::string& code, bool command);
     Json::Value MakeNotifyText(const CProjCon& control) const;
 };

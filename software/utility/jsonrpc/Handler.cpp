@@ -1,6 +1,7 @@
 #include "jsonrpc/Handler.h"
 
 #include "jsonrpc/CompactWriter.h"
+#include "jsonrpc/QuickReader.h"
 
 #include <new>
 #include <string>
@@ -32,6 +33,15 @@ std::unique_ptr<Json::CharReader> MakeReader() {
 bool IsMember(const Json::Value& object, const char* name, const Json::Value*& member) {
     member = object.find(name, name + std::char_traits<char>::length(name));
     return member != nullptr;
+}
+
+// A string value equal to text, read in place.
+bool IsText(const Json::Value& value, const char* text) {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    const size_t length = std::char_traits<char>::length(text);
+    return value.getString(&begin, &end) && static_cast<size_t>(end - begin) == length &&
+           std::char_traits<char>::compare(begin, text, length) == 0;
 }
 
 bool IsValidId(const Json::Value& id) {
@@ -80,7 +90,11 @@ void Handler::Process(const std::string& text, Json::Value& response, int client
     if (text.find('\0') == std::string::npos) {
         try {
             // No error text asked for: the answer carries none, and formatting it is slow.
-            parsed = m_reader->parse(text.data(), text.data() + text.size(), &request, nullptr);
+            parsed = ReadQuick(text.data(), text.data() + text.size(), request);
+            if (!parsed) {
+                request = Json::Value();  // what the quick reader declined, the full one decides
+                parsed = m_reader->parse(text.data(), text.data() + text.size(), &request, nullptr);
+            }
         } catch (const std::exception&) {
             parsed = false;  // the reader throws, rather than fails, past its stack limit
         }
@@ -136,8 +150,7 @@ void Handler::ProcessOne(Json::Value& request, Json::Value& response, int client
     const Json::Value* name = nullptr;
     const Json::Value* params = nullptr;
     const bool hasId = IsMember(request, "id", id);
-    if ((hasId && !IsValidId(*id)) || !IsMember(request, "jsonrpc", version) || !version->isString() ||
-        version->asString() != "2.0" || !IsMember(request, "method", name) || !name->isString()) {
+    if ((hasId && !IsValidId(*id)) || !IsMember(request, "jsonrpc", version) || !IsText(*version, "2.0") || !IsMember(request, "method", name) || !name->isString()) {
         response = MakeError(hasId && IsValidId(*id) ? *id : Json::Value(), INVALID_REQUEST, "Invalid Request");
         return;
     }
@@ -164,7 +177,8 @@ void Handler::ProcessOne(Json::Value& request, Json::Value& response, int client
 void Handler::Call(CallbackMethod& method, Json::Value& request, Json::Value& response, int clientId) {
     // Written into the handler's own copy of the request, so no method sees another
     // client's id and no request is copied again for it.
-    request["fd"] = clientId;
+    // Names and fixed texts given as static strings are kept as the literal, not copied.
+    request[Json::StaticString("fd")] = clientId;
     Json::Value answer;
     bool ran = false;
     try {
@@ -188,8 +202,8 @@ std::string Handler::GetString(const Json::Value& value) {
 
 Json::Value Handler::MakeError(const Json::Value& id, int code, const std::string& message) {
     Json::Value error(Json::objectValue);
-    error["jsonrpc"] = "2.0";
-    error["id"] = id;
+    error[Json::StaticString("jsonrpc")] = Json::StaticString("2.0");
+    error[Json::StaticString("id")] = id;
     error["error"]["code"] = code;
     error["error"]["message"] = message;
     return error;
