@@ -14,12 +14,26 @@ bool CIpcServer::IsMessageAvailable(unsigned int timeoutMs) {
 bool CIpcServer::GetMessage(CIpcMessage& message, bool* complete) {
     m_sender = CDomainSocket();
     const int received = m_socket.RecvFrom(m_buffer.get(), CIpcMessage::kMaxMessageSize, 0, &m_sender);
+    Take(received, message, complete);
+    return received > 0;
+}
+
+bool CIpcServer::TryGetMessage(CIpcMessage& message, bool* complete) {
+    m_sender = CDomainSocket();
+    const int received = m_socket.RecvFromTimed(m_buffer.get(), CIpcMessage::kMaxMessageSize, &m_sender, 0);
+    if (received < 0) {
+        return false;
+    }
+    Take(received, message, complete);
+    return true;
+}
+
+void CIpcServer::Take(int received, CIpcMessage& message, bool* complete) {
     const bool whole = received > 0 && message.DeserializeMessage(m_buffer.get(), static_cast<unsigned>(received),
                                                                   m_sender.GetPathCStr());
     if (complete) {
         *complete = whole;
     }
-    return received > 0;
 }
 
 bool CIpcServer::ResponseMessage(CIpcMessage& message) { return SendMessage(message, message.GetReplyAddress()); }

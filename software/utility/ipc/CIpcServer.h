@@ -22,6 +22,10 @@ public:
     // deserialised into message with the sender's path as reply address; an incomplete
     // one is dropped and message is left unchanged. `complete`, when given, tells which.
     bool GetMessage(CIpcMessage& message, bool* complete = nullptr);
+    // The same without waiting: false when no datagram is waiting. Draining a socket this
+    // way costs one system call per message and one at the end, where asking first
+    // (IsMessageAvailable) costs two per message.
+    bool TryGetMessage(CIpcMessage& message, bool* complete = nullptr);
 
     // From now on the kernel vouches for the sender of every message (CDomainSocket).
     void EnableCredentials() { m_socket.EnableCredentials(); }
@@ -42,6 +46,9 @@ public:
     std::string GetPath() const { return m_socket.GetPath(); }
 
 private:
+    // Reads a received datagram of `received` bytes (0 or less: none) into message.
+    void Take(int received, CIpcMessage& message, bool* complete);
+
     CDomainSocket m_socket;
     CDomainSocket m_sender;  // the address of the last message's sender
     std::unique_ptr<unsigned char[]> m_buffer;

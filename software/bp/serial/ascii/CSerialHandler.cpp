@@ -1,7 +1,6 @@
 #include "ascii/CSerialHandler.h"
 
 #include <fcntl.h>
-#include <sched.h>
 #include <unistd.h>
 
 #include <vector>
@@ -185,7 +184,6 @@ void CSerialHandler::RunOnce(unsigned int timeoutMs) {
     if (poll.IsReadable(notifyFd)) {
         ProcessNotifications();
     }
-    sched_yield();
 }
 
 void CSerialHandler::AcceptConnection() {

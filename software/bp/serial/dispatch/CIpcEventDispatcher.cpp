@@ -93,13 +93,12 @@ EAccessLevel CIpcEventDispatcher::SenderCap(const CIpcMessage& message) {
 }
 
 bool CIpcEventDispatcher::ProcessEvents() {
-    if (!m_server.IsMessageAvailable(0)) {
-        return false;
-    }
     CIpcMessage message;
     bool complete = false;
     try {
-        m_server.GetMessage(message, &complete);
+        if (!m_server.TryGetMessage(message, &complete)) {
+            return false;
+        }
     } catch (const CException& e) {
         m_log.LogError("Receiving on the controller socket failed: %s", e.GetMessage().c_str());
         return true;

@@ -358,10 +358,9 @@ EError CEventLink::NotifyUnregisterAll(const std::string& address) {
 
 bool CEventLink::ProcessNotify(std::list<CIpcMessage>& out) {
     bool any = false;
-    while (m_notifyServer->IsMessageAvailable(0)) {
-        CIpcMessage notification;
-        bool complete = false;
-        m_notifyServer->GetMessage(notification, &complete);
+    CIpcMessage notification;
+    bool complete = false;
+    while (m_notifyServer->TryGetMessage(notification, &complete)) {
         if (complete) {
             out.push_back(notification);
             any = true;
