@@ -30,6 +30,13 @@ std::string UnpackCode(uint32_t packed, unsigned length) {
 
 bool IdBelow(const std::pair<unsigned short, SMessageArgs>& arg, unsigned short id) { return arg.first < id; }
 
+// The argument with this id in a sorted argument list, or null.
+template <class Args>
+auto Matching(Args& args, unsigned short id) -> decltype(&args.front()) {
+    const auto it = std::lower_bound(args.begin(), args.end(), id, IdBelow);
+    return it == args.end() || it->first != id ? nullptr : &*it;
+}
+
 uint16_t ReadU16(const unsigned char* at) {
     uint16_t value;
     memcpy(&value, at, sizeof value);
@@ -117,8 +124,8 @@ void CIpcMessage::AddArg(unsigned short id, const std::string& text, unsigned ch
 }
 
 const SMessageArgs* CIpcMessage::Find(unsigned short id) const {
-    const auto it = std::lower_bound(m_args.begin(), m_args.end(), id, IdBelow);
-    return it == m_args.end() || it->first != id ? nullptr : &it->second;
+    const Arg* arg = Matching(m_args, id);
+    return arg ? &arg->second : nullptr;
 }
 
 SMessageArgs& CIpcMessage::Slot(unsigned short id) {
@@ -183,9 +190,8 @@ bool CIpcMessage::IsTextArg(unsigned short id) const {
 }
 
 void CIpcMessage::SetCharDelimiter(unsigned short id) {
-    const auto it = std::lower_bound(m_args.begin(), m_args.end(), id, IdBelow);
-    if (it != m_args.end() && it->first == id) {
-        it->second.flags |= PARM_CHAR_DELIMITER;
+    if (Arg* arg = Matching(m_args, id)) {
+        arg->second.flags |= PARM_CHAR_DELIMITER;
     }
 }
 
@@ -205,9 +211,8 @@ bool CIpcMessage::GetNextArg(unsigned short& id, std::string& text) {
 }
 
 void CIpcMessage::RemoveArg(unsigned short id) {
-    const auto it = std::lower_bound(m_args.begin(), m_args.end(), id, IdBelow);
-    if (it != m_args.end() && it->first == id) {
-        m_args.erase(it);
+    if (const Arg* arg = Matching(m_args, id)) {
+        m_args.erase(m_args.begin() + (arg - m_args.data()));
     }
     m_cursor = 0;
 }

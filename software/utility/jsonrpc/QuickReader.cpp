@@ -143,22 +143,31 @@ private:
         }
     }
 
-    // After a member or element: a comma, or the closing character (closed).
-    bool ReadSeparator(char close, bool& closed) {
+    // Makes value an empty container of this type at its opening character; true when the
+    // closing character follows at once.
+    bool OpenEmpty(Json::Value& value, Json::ValueType type, char close) {
+        ++m_at;
+        value = Json::Value(type);
         SkipBlanks();
-        if (m_at == m_end || (*m_at != ',' && *m_at != close)) {
+        if (m_at == m_end || *m_at != close) {
             return false;
         }
-        closed = *m_at++ == close;
+        ++m_at;
         return true;
     }
 
-    bool ReadObject(Json::Value& object, unsigned depth) {
-        ++m_at;
-        object = Json::Value(Json::objectValue);
+    // After a member or element: the comma or the closing character read, '\0' for
+    // anything else.
+    char ReadSeparator(char close) {
         SkipBlanks();
-        if (m_at != m_end && *m_at == '}') {
-            ++m_at;
+        if (m_at == m_end || (*m_at != ',' && *m_at != close)) {
+            return '\0';
+        }
+        return *m_at++;
+    }
+
+    bool ReadObject(Json::Value& object, unsigned depth) {
+        if (OpenEmpty(object, Json::objectValue, '}')) {
             return true;
         }
         std::string name;
@@ -179,31 +188,21 @@ private:
             if (object.size() == before) {
                 return false;  // a name given twice is refused, by the full reader
             }
-            bool closed = false;
-            if (!ReadValue(member, depth) || !ReadSeparator('}', closed)) {
-                return false;
-            }
-            if (closed) {
-                return true;
+            const char next = ReadValue(member, depth) ? ReadSeparator('}') : '\0';
+            if (next != ',') {
+                return next == '}';
             }
         }
     }
 
     bool ReadArray(Json::Value& array, unsigned depth) {
-        ++m_at;
-        array = Json::Value(Json::arrayValue);
-        SkipBlanks();
-        if (m_at != m_end && *m_at == ']') {
-            ++m_at;
+        if (OpenEmpty(array, Json::arrayValue, ']')) {
             return true;
         }
         for (;;) {
-            bool closed = false;
-            if (!ReadValue(array.append(Json::Value()), depth) || !ReadSeparator(']', closed)) {
-                return false;
-            }
-            if (closed) {
-                return true;
+            const char next = ReadValue(array.append(Json::Value()), depth) ? ReadSeparator(']') : '\0';
+            if (next != ',') {
+                return next == ']';
             }
         }
     }
