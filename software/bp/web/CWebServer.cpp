@@ -64,6 +64,9 @@ struct CWebServer::SImpl {
     };
 
     void Listen(std::unique_ptr<tcp::acceptor>& acceptor, int port);
+    // The TLS context, made at the first HTTPS connection (web thread); false, logged,
+    // when the certificate no longer loads.
+    bool MakeTls();
     void Accept(tcp::acceptor& acceptor, bool secure);
 
     SWebConfig config;
@@ -75,7 +78,9 @@ struct CWebServer::SImpl {
     size_t connections = 0;
     bool refusing = false;
     asio::io_context io{1};
-    asio::ssl::context tls{asio::ssl::context::tls_server};
+    std::optional<asio::ssl::context> tls;
+    std::string certificatePath;
+    std::string keyPath;
     std::unique_ptr<tcp::acceptor> plain;
     std::unique_ptr<tcp::acceptor> secure;
     std::string fingerprint;
@@ -278,7 +283,7 @@ public:
 private:
     static Stream Make(CWebServer::SImpl& server, tcp::socket& socket) {
         if constexpr (kSecure) {
-            return Stream(std::move(socket), server.tls);
+            return Stream(std::move(socket), *server.tls);
         } else {
             (void)server;
             return Stream(std::move(socket));
@@ -417,7 +422,9 @@ void CWebServer::SImpl::Accept(tcp::acceptor& acceptor, bool isSecure) {
                 socket.set_option(tcp::no_delay(true), error);
                 const std::string peer = PeerName(socket);
                 if (isSecure) {
-                    std::make_shared<CHttpSession<TSecure>>(*this, std::move(socket), peer)->Start();
+                    if (MakeTls()) {
+                        std::make_shared<CHttpSession<TSecure>>(*this, std::move(socket), peer)->Start();
+                    }
                 } else {
                     std::make_shared<CHttpSession<TPlain>>(*this, std::move(socket), peer)->Start();
                 }
@@ -425,6 +432,27 @@ void CWebServer::SImpl::Accept(tcp::acceptor& acceptor, bool isSecure) {
         }
         Accept(acceptor, isSecure);
     });
+}
+
+bool CWebServer::SImpl::MakeTls() {
+    if (tls) {
+        return true;
+    }
+    asio::ssl::context context(asio::ssl::context::tls_server);
+    beast::error_code error;
+    context.set_options(asio::ssl::context::default_workarounds | asio::ssl::context::no_sslv2 |
+                        asio::ssl::context::no_sslv3 | asio::ssl::context::no_tlsv1 | asio::ssl::context::no_tlsv1_1);
+    context.use_certificate_chain_file(certificatePath, error);
+    if (!error) {
+        context.use_private_key_file(keyPath, asio::ssl::context::pem, error);
+    }
+    if (error) {
+        log.LogError("Web: TLS: %s: %s; HTTPS connections are closed until it loads", certificatePath.c_str(),
+                     error.message().c_str());
+        return false;
+    }
+    tls.emplace(std::move(context));
+    return true;
 }
 
 CWebServer::CWebServer(SWebConfig config, ILog& log, TAdopt adopt)
@@ -439,18 +467,9 @@ void CWebServer::Start() {
     }
     if (impl.config.httpsPort >= 0) {
         const NTlsCertificate::SResult certificate =
-            NTlsCertificate::LoadOrMake(impl.config.tlsFolder, impl.config.name);
-        beast::error_code error;
-        impl.tls.set_options(asio::ssl::context::default_workarounds | asio::ssl::context::no_sslv2 |
-                             asio::ssl::context::no_sslv3 | asio::ssl::context::no_tlsv1 |
-                             asio::ssl::context::no_tlsv1_1);
-        impl.tls.use_certificate_chain_file(certificate.certificatePath, error);
-        if (!error) {
-            impl.tls.use_private_key_file(certificate.keyPath, asio::ssl::context::pem, error);
-        }
-        if (error) {
-            THROW_EXCEPTION("Web: TLS: %s", error.message().c_str());
-        }
+            NTlsCertificate::LoadOrMakeApart(impl.config.tlsFolder, impl.config.name);
+        impl.certificatePath = certificate.certificatePath;
+        impl.keyPath = certificate.keyPath;
         impl.fingerprint = certificate.fingerprint;
         if (certificate.made) {
             impl.log.Log("Web: made a self-signed certificate %s, SHA-256 fingerprint %s",

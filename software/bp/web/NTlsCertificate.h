@@ -10,6 +10,14 @@
 // overwritten: that is an operator's mistake to mend, reported by the exception.
 //
 // Any thread; nothing is kept between calls.
+//
+// LoadOrMakeApart does the same work in a child process made by fork, which then leaves
+// with _exit; only the result comes back, through a pipe. The pages libcrypto touches to
+// set itself up, read PEM and make a key (about 2 MiB here) are then the child's, and a
+// server whose HTTPS port is never used never has them. The child calls only OpenSSL, the
+// file system and malloc (which glibc keeps usable after fork), so it must be called while
+// no other thread of the process is inside OpenSSL: the web server calls it from Start,
+// before its own thread runs.
 
 #include <string>
 
@@ -24,5 +32,8 @@ struct SResult {
 
 // Throws CException "TLS: ..." when the pair cannot be read, made or written.
 SResult LoadOrMake(const std::string& folder, const std::string& name);
+// Throws the child's CException "TLS: ...", or "TLS: the certificate check ..." when the
+// child cannot be made or ends without an answer.
+SResult LoadOrMakeApart(const std::string& folder, const std::string& name);
 
 }  // namespace NTlsCertificate

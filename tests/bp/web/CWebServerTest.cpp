@@ -389,6 +389,23 @@ TEST_F(WebServerTest, HttpsPresentsTheCertificateItMadeAndKeepsIt) {
     EXPECT_FALSE(m_log.Logged("made a self-signed certificate"));
 }
 
+TEST_F(WebServerTest, ACertificateThatStopsLoadingClosesHttpsUntilItLoadsAgain) {
+    Start();  // checked here; the TLS context waits for the first HTTPS connection
+    const std::string path = m_root.Path("/etc/projector/tls/cert.pem");
+    std::filesystem::rename(path, path + ".away");
+    asio::ssl::context client(asio::ssl::context::tls_client);
+    beast::ssl_stream<tcp::socket> refused(Connect(m_server->GetHttpsPort()), client);
+    beast::error_code error;
+    refused.handshake(asio::ssl::stream_base::client, error);
+    EXPECT_TRUE(error);
+    EXPECT_TRUE(m_log.Logged("HTTPS connections are closed until it loads"));
+
+    std::filesystem::rename(path + ".away", path);
+    beast::ssl_stream<tcp::socket> served(Connect(m_server->GetHttpsPort()), client);
+    served.handshake(asio::ssl::stream_base::client, error);
+    EXPECT_FALSE(error) << error.message();
+}
+
 TEST_F(WebServerTest, AKeyWithoutItsCertificateIsReportedNotReplaced) {
     m_root.WriteFile("/etc/projector/tls/key.pem", "not a key");
     CWebServer server(Config(), m_log, [](int fd, const std::string&) { close(fd); });
