@@ -18,7 +18,9 @@
 #include <cstdint>
 #include <string>
 
-class CStaticFiles {
+#include "WebApi.h"
+
+class PROJ_WEB_API CStaticFiles {
 public:
     static constexpr uint32_t kMaxFileBytes = 16 * 1024 * 1024;
 

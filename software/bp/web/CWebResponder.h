@@ -23,8 +23,9 @@
 #include <boost/beast/http.hpp>
 
 #include "CStaticFiles.h"
+#include "WebApi.h"
 
-class CWebResponder {
+class PROJ_WEB_API CWebResponder {
 public:
     using TRequest = boost::beast::http::request<boost::beast::http::empty_body>;
     using TResponse = boost::beast::http::response<boost::beast::http::string_body>;

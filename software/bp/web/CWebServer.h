@@ -50,6 +50,7 @@
 #include <string>
 
 #include "log/ILog.h"
+#include "WebApi.h"
 
 struct SWebConfig {
     std::string address = "0.0.0.0";
@@ -63,7 +64,7 @@ struct SWebConfig {
     int writeTimeoutS = 20;   // for an answer, or one WebSocket message, to leave
 };
 
-class CWebServer {
+class PROJ_WEB_API CWebServer {
 public:
     static constexpr size_t kMaxConnections = 128;
     static constexpr unsigned int kMaxHeadBytes = 8 * 1024;

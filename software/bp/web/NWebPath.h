@@ -15,12 +15,14 @@
 
 #include <string>
 
+#include "WebApi.h"
+
 namespace NWebPath {
 
 constexpr size_t kMaxTargetBytes = 2048;
 
 // The relative path ("index.html", "assets/app.js") in `path`; false (path untouched) for
 // a refused target.
-bool Resolve(const std::string& target, std::string& path);
+PROJ_WEB_API bool Resolve(const std::string& target, std::string& path);
 
 }  // namespace NWebPath

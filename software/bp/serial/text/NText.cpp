@@ -1,10 +1,7 @@
 #include "NText.h"
 
+#include <dlfcn.h>
 #include <unistd.h>
-
-#include <QCoreApplication>
-#include <QString>
-#include <QTranslator>
 
 #include <algorithm>
 #include <array>
@@ -14,6 +11,7 @@
 #include <vector>
 
 #include "CException.h"
+#include "ITextTranslator.h"
 #include "NFileUtil.h"
 #include "RuntimeRoot.h"
 
@@ -157,7 +155,7 @@ const char* const kFileSuffixes[] = {"fr", "de", "es", "it", "zh", "ja", "ko", "
 // One translator per language, loaded when first needed; guarded by Mutex().
 struct STranslators {
     ELanguage current = LANG_ENGLISH;
-    std::array<std::unique_ptr<QTranslator>, 10> loaded;
+    std::array<std::unique_ptr<ITextTranslator>, 10> loaded;
 };
 
 std::mutex& Mutex() {
@@ -165,9 +163,11 @@ std::mutex& Mutex() {
     return mutex;
 }
 
+// Never destroyed: Qt comes with the module, after this object may have been made, and
+// is torn down at exit before it; a translator destroyed then would outlive Qt.
 STranslators& Translators() {
-    static STranslators translators;
-    return translators;
+    static STranslators* const translators = new STranslators;
+    return *translators;
 }
 
 const char* SourceText(int id) {
@@ -190,13 +190,40 @@ std::vector<std::string>& FallbackDirs() {
     return dirs;
 }
 
+// The Qt translation module's entry point, loading the module on first use (beside the
+// library holding this code). Mutex() must be held.
+TLoadTextTranslator ModuleLocked() {
+    static TLoadTextTranslator load = nullptr;
+    if (load) {
+        return load;
+    }
+    Dl_info self{};
+    std::string path = kTextTranslatorModule;
+    if (dladdr(reinterpret_cast<void*>(&ModuleLocked), &self) && self.dli_fname) {
+        const std::string library = self.dli_fname;
+        const size_t slash = library.rfind('/');
+        if (slash != std::string::npos) {
+            path = library.substr(0, slash + 1) + kTextTranslatorModule;
+        }
+    }
+    void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    if (!module) {
+        THROW_EXCEPTION("Unable to load the translation module: %s", dlerror());
+    }
+    load = reinterpret_cast<TLoadTextTranslator>(dlsym(module, kTextTranslatorEntry));
+    if (!load) {
+        THROW_EXCEPTION("Unable to load the translation module: %s has no %s", path.c_str(), kTextTranslatorEntry);
+    }
+    return load;
+}
+
 // The translator of lang, loading it on first use. Mutex() must be held.
-QTranslator& TranslatorLocked(ELanguage lang) {
+ITextTranslator& TranslatorLocked(ELanguage lang) {
     const std::string path = GetTranslationFile(lang);  // rejects a language before it indexes the table
-    std::unique_ptr<QTranslator>& slot = Translators().loaded[static_cast<size_t>(lang)];
+    std::unique_ptr<ITextTranslator>& slot = Translators().loaded[static_cast<size_t>(lang)];
     if (!slot) {
-        auto translator = std::make_unique<QTranslator>();
-        if (!translator->load(QString::fromStdString(path))) {
+        std::unique_ptr<ITextTranslator> translator(ModuleLocked()(path.c_str()));
+        if (!translator) {
             THROW_EXCEPTION("Unable to load translator file");
         }
         slot = std::move(translator);
@@ -249,8 +276,8 @@ std::string GetString(int id, ELanguage lang) {
     if (lang == LANG_ENGLISH || source[0] == '\0') {
         return source;
     }
-    const QString translated = TranslatorLocked(lang).translate(kContext, source);
-    return translated.isEmpty() ? std::string(source) : translated.toStdString();
+    const std::string translated = TranslatorLocked(lang).Translate(kContext, source);
+    return translated.empty() ? std::string(source) : translated;
 }
 
 void SetLanguage(ELanguage lang) {
@@ -260,14 +287,12 @@ void SetLanguage(ELanguage lang) {
         return;
     }
     // Load the new translator before touching the old one: a failure changes nothing.
-    QTranslator* next = lang == LANG_ENGLISH ? nullptr : &TranslatorLocked(lang);
-    if (QCoreApplication::instance()) {
-        if (next && !QCoreApplication::installTranslator(next)) {
-            THROW_EXCEPTION("Unable to install QtTranslator");
-        }
-        if (translators.current != LANG_ENGLISH) {
-            QCoreApplication::removeTranslator(translators.loaded[static_cast<size_t>(translators.current)].get());
-        }
+    ITextTranslator* next = lang == LANG_ENGLISH ? nullptr : &TranslatorLocked(lang);
+    if (next && !next->Install()) {
+        THROW_EXCEPTION("Unable to install QtTranslator");
+    }
+    if (translators.current != LANG_ENGLISH) {
+        translators.loaded[static_cast<size_t>(translators.current)]->Remove();
     }
     translators.current = lang;
 }

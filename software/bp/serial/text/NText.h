@@ -5,7 +5,9 @@
 // Every identifier has an English source text; identifiers without a known text (and 0
 // and 2341) have the empty text. A text is translated with the Qt translator of its
 // language (context "NText", the English text as source); a text without a translation
-// stays English.
+// stays English. Qt is loaded with its translation module (ITextTranslator.h) the first
+// time another language is needed; English needs neither. A missing module throws
+// "Unable to load the translation module: ...".
 //
 // Translation files, one per language, lie under the runtime root:
 //   "/usr/bin/translations/prototype_<xx>.qm" with xx = fr, de, es, it, zh, ja, ko, ru, fo.
