@@ -1,7 +1,13 @@
 #include "CSimFpgaPort.h"
 
+#include <new>
+
 void CSimFpgaPort::AddMemory(unsigned int addressRegister, unsigned int dataRegister, uint32_t words) {
-    m_memories[dataRegister & 0x3FF] = SMemory{addressRegister & 0x3FF, std::vector<uint32_t>(words, 0)};
+    uint32_t* zeroed = static_cast<uint32_t*>(std::calloc(words ? words : 1, sizeof(uint32_t)));
+    if (!zeroed) {
+        throw std::bad_alloc();
+    }
+    m_memories[dataRegister & 0x3FF] = SMemory{addressRegister & 0x3FF, words, {zeroed, SFreeWords()}};
 }
 
 CSimFpgaPort::SMemory* CSimFpgaPort::MemoryAtData(unsigned int address) {
@@ -12,7 +18,7 @@ CSimFpgaPort::SMemory* CSimFpgaPort::MemoryAtData(unsigned int address) {
 void CSimFpgaPort::Write(unsigned int address, uint32_t value) {
     if (SMemory* memory = MemoryAtData(address)) {
         uint32_t& pointer = Register(memory->addressRegister);
-        if (pointer < memory->words.size()) {
+        if (pointer < memory->size) {
             memory->words[pointer] = value;
         }
         ++pointer;
@@ -24,7 +30,7 @@ void CSimFpgaPort::Write(unsigned int address, uint32_t value) {
 uint32_t CSimFpgaPort::Read(unsigned int address) {
     if (SMemory* memory = MemoryAtData(address)) {
         uint32_t& pointer = Register(memory->addressRegister);
-        const uint32_t value = pointer < memory->words.size() ? memory->words[pointer] : 0;
+        const uint32_t value = pointer < memory->size ? memory->words[pointer] : 0;
         ++pointer;
         return value;
     }
@@ -33,5 +39,5 @@ uint32_t CSimFpgaPort::Read(unsigned int address) {
 
 uint32_t CSimFpgaPort::PeekMemory(unsigned int dataRegister, uint32_t index) const {
     const auto it = m_memories.find(dataRegister & 0x3FF);
-    return it == m_memories.end() || index >= it->second.words.size() ? 0 : it->second.words[index];
+    return it == m_memories.end() || index >= it->second.size ? 0 : it->second.words[index];
 }

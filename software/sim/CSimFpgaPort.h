@@ -10,8 +10,9 @@
 // Thread contract: the device's, one thread.
 
 #include <cstdint>
+#include <cstdlib>
 #include <map>
-#include <vector>
+#include <memory>
 
 class CSimFpgaPort {
 public:
@@ -34,9 +35,15 @@ protected:
     uint32_t& Register(unsigned int address) { return m_registers[(address & 0x3FF) / 4]; }
 
 private:
+    struct SFreeWords {
+        void operator()(uint32_t* words) const { std::free(words); }
+    };
     struct SMemory {
         unsigned int addressRegister;
-        std::vector<uint32_t> words;
+        uint32_t size;
+        // From calloc: the pages of a large memory are the system's zero pages until
+        // written, so a simulated table costs the process only what the plant writes.
+        std::unique_ptr<uint32_t[], SFreeWords> words;
     };
     SMemory* MemoryAtData(unsigned int address);
 
