@@ -155,9 +155,16 @@ void CFlashStorage::Update() {
         if (m_saveTimer.IsExpired()) {
             m_pendingSeen = false;
             Save(false);
+            m_rescan = true;  // a control whose write failed is still pending: try again later
         }
         return;
     }
+    const uint32_t noted = m_dispatcher.GetSavesNoted();
+    if (noted == m_savesSeen && !m_rescan) {
+        return;
+    }
+    m_savesSeen = noted;
+    m_rescan = false;
     for (const std::string& code : m_bound) {
         const CProjCon* control = m_dispatcher.GetControl(code);
         if (control && control->IsSavePending()) {

@@ -18,7 +18,9 @@
 //
 // As a periodic task of the dispatcher, Update() saves the controls whose save-pending
 // flag is set once the save delay has passed since a pending change was first seen, so a
-// burst of changes costs one write per control.
+// burst of changes costs one write per control. It looks at its controls only when the
+// dispatcher has noted a change that left a save pending since it last looked (and once
+// after each save, for a write that failed), not at every turn of the loop.
 //
 // Controls are bound by code and looked up at each load or save, so a control may be
 // destroyed before the storage. Thread contract: the controller's event thread only.
@@ -71,4 +73,6 @@ private:
     std::set<std::string> m_bound;
     CTimer m_saveTimer;
     bool m_pendingSeen = false;
+    uint32_t m_savesSeen = 0;  // the dispatcher's GetSavesNoted() when last looked
+    bool m_rescan = true;      // look at the next Update whatever the count
 };

@@ -191,6 +191,7 @@ void CProjCon::Announce(ENotifyType type) {
 void CProjCon::MarkChanged() {
     if (m_persistent) {
         m_savePending = true;
+        m_dispatcher.NoteSavePending();
     }
     Announce(NOTIFY_VALUE);
 }

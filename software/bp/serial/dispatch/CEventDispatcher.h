@@ -15,6 +15,7 @@
 // nothing locks. Controls, handlers and attached objects must be removed before the
 // dispatcher is destroyed.
 
+#include <cstdint>
 #include <list>
 #include <map>
 #include <string>
@@ -68,6 +69,12 @@ public:
     ILog& GetLog() const { return m_log; }
     void Update();
 
+    // Counts the accepted changes that left a persistent control's save pending (called by
+    // the control), so that the storage, a periodic task run at every turn of the loop,
+    // can tell without a look at each of its controls that there is nothing new to save.
+    void NoteSavePending() { ++m_savesNoted; }
+    uint32_t GetSavesNoted() const { return m_savesNoted; }
+
 private:
     ILog& m_log;
     std::map<std::string, CProjCon*> m_controls;
@@ -76,4 +83,5 @@ private:
     CIpcEventDispatcher* m_ipc = nullptr;
     IControlNotifier* m_json = nullptr;
     std::vector<IPeriodicTask*> m_tasks;
+    uint32_t m_savesNoted = 0;
 };

@@ -193,6 +193,22 @@ TEST_F(CFlashStorageTest, FailedSaveKeepsOldFileAndSavePending) {
     EXPECT_EQ(CTempRoot::ReadFile(m_root.Path("/var/data/controls")), "not a directory");
 }
 
+TEST_F(CFlashStorageTest, AWriteThatFailedInTheLoopIsTriedAgainAfterTheDelay) {
+    m_root.MakeDir(kDir + ".BRI.tmp");
+    m_bri.SetValue(80);
+    m_dispatcher.Update();
+    m_clock.AdvanceMs(1000);
+    m_dispatcher.Update();
+    EXPECT_TRUE(Logged("Save value of BRI error: "));
+
+    fs::remove(m_root.Path(kDir + ".BRI.tmp"));
+    m_dispatcher.Update();  // no change since: still pending all the same
+    m_clock.AdvanceMs(1000);
+    m_dispatcher.Update();
+    EXPECT_EQ(CTempRoot::ReadFile(File("BRI")), "80");
+    EXPECT_FALSE(m_bri.IsSavePending());
+}
+
 TEST_F(CFlashStorageTest, DispatcherUpdateSavesBurstOnceAfterTheDelay) {
     m_bri.SetValue(60);
     m_dispatcher.Update();
