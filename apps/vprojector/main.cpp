@@ -39,13 +39,10 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <fstream>
 #include <memory>
-#include <random>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -75,6 +72,7 @@
 #include "control/CFlashStorage.h"
 #include "log/CLogConsole.h"
 #include "log/CLogger.h"
+#include "net/NFreePort.h"
 #include "security/CSecurityManager.h"
 #include "status/CStatusRequestHandler.h"
 #include "text/NText.h"
@@ -177,50 +175,6 @@ bool ParseOptions(int argc, char** argv, SOptions& options) {
         }
     }
     return true;
-}
-
-// True when both a TCP and a UDP socket can be bound to the port on every address now.
-bool IsPortFree(int port) {
-    bool free = true;
-    for (int type : {SOCK_STREAM, SOCK_DGRAM}) {
-        const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<unsigned short>(port));
-        free = free && fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-        close(fd);
-    }
-    return free;
-}
-
-// A port no one uses now (TCP and UDP) and not handed out before, for a port option of
-// 0. It is taken below the kernel's range of ports for outgoing connections, so that no
-// connection made before the child binds it can take it; the kernel's own choice is the
-// fallback.
-int FreeTcpPort() {
-    static std::minstd_rand random(static_cast<unsigned int>(getpid()) ^ static_cast<unsigned int>(time(nullptr)));
-    static std::set<int> handedOut;
-    int firstOutgoing = 32768;
-    std::ifstream("/proc/sys/net/ipv4/ip_local_port_range") >> firstOutgoing;
-    const int low = 10000;
-    for (int attempt = 0; attempt < 64 && firstOutgoing > low + 1000; ++attempt) {
-        const int port = low + static_cast<int>(random() % static_cast<unsigned int>(firstOutgoing - low));
-        if (handedOut.count(port) == 0 && IsPortFree(port)) {
-            handedOut.insert(port);
-            return port;
-        }
-    }
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    socklen_t length = sizeof address;
-    int port = 0;
-    if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
-        port = ntohs(address.sin_port);
-    }
-    close(fd);
-    return port;
 }
 
 bool IsListening(int port) {
@@ -427,7 +381,7 @@ int main(int argc, char** argv) {
         }
 
         CProjCon* port = dispatcher.GetControl("NET+PORT");
-        int asciiPort = options.asciiPort == 0 ? FreeTcpPort() : options.asciiPort;
+        int asciiPort = options.asciiPort == 0 ? NFreePort::Pick() : options.asciiPort;
         if (port && asciiPort > 0) {
             port->SetValue(asciiPort, CHANGE_STORE_ONLY);
             port->ClearSavePending();  // an option for this run, not a stored setting
@@ -487,7 +441,7 @@ int main(int argc, char** argv) {
             unsigned short laserPort = config->GetLaserPort();
             if (laserHost.empty()) {
                 laserHost = "127.0.0.1";
-                laserPort = static_cast<unsigned short>(FreeTcpPort());
+                laserPort = static_cast<unsigned short>(NFreePort::Pick());
                 laserSim = std::make_unique<CChildSupervisor>(
                     log, clock, SiblingPath("lbmsim"),
                     std::vector<std::string>{"--port", std::to_string(laserPort), "--exit-with-parent"});
@@ -509,7 +463,7 @@ int main(int argc, char** argv) {
         std::unique_ptr<CChildSupervisor> pjlink;
         if (options.pjlink) {
             pjlinkPort = options.pjlinkPort < 0   ? config->GetPjlink().port
-                         : options.pjlinkPort == 0 ? FreeTcpPort()
+                         : options.pjlinkPort == 0 ? NFreePort::Pick()
                                                    : options.pjlinkPort;
             pjlink = std::make_unique<CChildSupervisor>(
                 log, clock, SiblingPath("pjlink_frontend"),

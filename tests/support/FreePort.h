@@ -1,10 +1,8 @@
 #pragma once
-// FreeUdpPort: a UDP port no socket on this host uses right now, for a test's servers.
+// FreeUdpPort: a port for a test's servers that no socket on this host uses right now, for
+// TCP or UDP, and that no outgoing connection of a test running beside it can take before
+// the server binds it (NFreePort).
 
-#include "jsonrpc/UdpServer.h"
+#include "net/NFreePort.h"
 
-inline unsigned short FreeUdpPort() {
-    Json::Rpc::UdpServer probe("0.0.0.0", 0);
-    probe.Bind();
-    return probe.GetPort();
-}
+inline unsigned short FreeUdpPort() { return static_cast<unsigned short>(NFreePort::Pick()); }
