@@ -19,7 +19,9 @@
 # It builds nothing: the cross build (scripts/test.sh --armhf makes build-armhf) and, in
 # the benchmark build (scripts/bench.sh makes build-bench), vprojctl and the plugin.
 #   bench/arm_instructions.sh [ARMHF_BUILD_DIR] [HOST_BUILD_DIR]   (build-armhf, build-bench)
-# Environment: REQUESTS (default 200), IDLE_SECONDS (default 5).
+# Environment: REQUESTS (default 200), IDLE_SECONDS (default 5), PROFILE (a path: each
+# process also writes where its instructions went to PROFILE.<pid> when it ends, for
+# bench/arm_profile.py).
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -57,7 +59,7 @@ root="$work/root"
 mkdir -p "$root/etc"
 cp config/menu.json "$root/etc/menu.json"
 export VPROJECTOR_EMULATOR="$(pwd)/scripts/qemu-armhf"
-QEMU_PLUGIN="file=$plugin,counter=$counter" \
+QEMU_PLUGIN="file=$plugin,counter=$counter${PROFILE:+,profile=$PROFILE}" \
     "$VPROJECTOR_EMULATOR" "$armhf/bin/vprojector" --root "$root" --config config/vprojector.json \
     --ascii-port 0 --jsonrpc-port 0 --no-pjlink --log-level 3 >"$work/out" 2>"$work/err" &
 pid=$!
