@@ -433,6 +433,30 @@ int main(int argc, char** argv) {
             dispatcher.AddPeriodicTask(frontend);
             keepAlive.Add(frontend);
         }
+        // The web page, its WebSockets handed to the controller loop's JSON-RPC server. Started
+        // before the laser plant's thread: its certificate check forks, which is safest while
+        // the process has one thread.
+        SWebConfig webConfig = config->GetWeb();
+        if (options.httpPort >= 0) {
+            webConfig.httpPort = options.httpPort;
+        }
+        if (options.httpsPort >= 0) {
+            webConfig.httpsPort = options.httpsPort;
+        }
+        if (webConfig.root.empty()) {
+            webConfig.root = ShippedPath(VPROJECTOR_WEB_ROOT, "share/projector/www");
+        }
+        webConfig.tlsFolder = NRuntimeRoot::Path("/etc/projector/tls");
+        const CProjCon* name = dispatcher.GetControl(config->GetPjlink().name);
+        webConfig.name = name ? name->GetText() : std::string();
+        CWebServer web(webConfig, log, [&loop, &json](int fd, const std::string& peer) {
+            loop.Post([&json, fd, peer] { json.Adopt(fd, peer); });
+        });
+        web.Start();
+        if (access((webConfig.root + "/index.html").c_str(), F_OK) != 0) {
+            log.LogError("Web: no page in %s (scripts/build-web.sh builds it)", webConfig.root.c_str());
+        }
+
         // The laser: the configured module, or a simulated one run (and restarted) here.
         std::unique_ptr<CChildSupervisor> laserSim;
         std::unique_ptr<CLaserPlant> laser;
@@ -491,28 +515,6 @@ int main(int argc, char** argv) {
             dispatcher.AddPeriodicTask(*snmp);
             keepAlive.Add(*snmp);
         }
-        // The web page, its WebSockets handed to the controller loop's JSON-RPC server.
-        SWebConfig webConfig = config->GetWeb();
-        if (options.httpPort >= 0) {
-            webConfig.httpPort = options.httpPort;
-        }
-        if (options.httpsPort >= 0) {
-            webConfig.httpsPort = options.httpsPort;
-        }
-        if (webConfig.root.empty()) {
-            webConfig.root = ShippedPath(VPROJECTOR_WEB_ROOT, "share/projector/www");
-        }
-        webConfig.tlsFolder = NRuntimeRoot::Path("/etc/projector/tls");
-        const CProjCon* name = dispatcher.GetControl(config->GetPjlink().name);
-        webConfig.name = name ? name->GetText() : std::string();
-        CWebServer web(webConfig, log, [&loop, &json](int fd, const std::string& peer) {
-            loop.Post([&json, fd, peer] { json.Adopt(fd, peer); });
-        });
-        web.Start();
-        if (access((webConfig.root + "/index.html").c_str(), F_OK) != 0) {
-            log.LogError("Web: no page in %s (scripts/build-web.sh builds it)", webConfig.root.c_str());
-        }
-
         const int shownAscii = options.serial ? asciiPort : 0;
         const std::string readyLine = "ready ascii=" + std::to_string(shownAscii) +
                                       " jsonrpc=" + std::to_string(json.GetPort()) + " ipc=" + ipcPath +

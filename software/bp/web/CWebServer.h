@@ -39,7 +39,8 @@
 //
 // Threads: Start starts one thread of its own, the web thread, which runs every
 // connection, TLS handshake and file read; the caller's thread only constructs, starts
-// and stops. `adopt` is called on the web thread. The log must take calls from any
+// and stops. With HTTPS, Start forks for the certificate check (NTlsCertificate): start
+// the server before the process starts other threads. `adopt` is called on the web thread. The log must take calls from any
 // thread (CLogger does).
 //
 // Errors: Start throws CException "Web: ..." when a port cannot be bound or the TLS

@@ -15,9 +15,10 @@
 // with _exit; only the result comes back, through a pipe. The pages libcrypto touches to
 // set itself up, read PEM and make a key (about 2 MiB here) are then the child's, and a
 // server whose HTTPS port is never used never has them. The child calls only OpenSSL, the
-// file system and malloc (which glibc keeps usable after fork), so it must be called while
-// no other thread of the process is inside OpenSSL: the web server calls it from Start,
-// before its own thread runs.
+// file system and malloc. glibc keeps malloc usable after fork, but AddressSanitizer's
+// allocator (gcc 12) does not: a child forked while another thread allocates can hang
+// there. So call it while the process has no other thread (vprojector starts its web
+// server before its laser plant's thread), or at least none inside OpenSSL.
 
 #include <string>
 
