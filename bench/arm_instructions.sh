@@ -37,17 +37,8 @@ for program in "$armhf/bin/vprojector" "$armhf/bin/serial_frontend" "$host/bin/v
     fi
 done
 
-work="$(mktemp -d "${TMPDIR:-/tmp}/arm-instructions-XXXXXX")"
-pid=""
-cleanup() {
-    if [ -n "$pid" ]; then
-        kill "$pid" 2>/dev/null || true
-        wait "$pid" 2>/dev/null || true
-    fi
-    rm -rf "$work"
-}
-trap cleanup EXIT
-trap 'exit 130' INT TERM
+lab_name=arm-instructions
+. bench/vprojector_lab.sh
 
 counter="$work/counter"
 head -c 8 /dev/zero > "$counter"
@@ -63,16 +54,7 @@ QEMU_PLUGIN="file=$plugin,counter=$counter${PROFILE:+,profile=$PROFILE}" \
     "$VPROJECTOR_EMULATOR" "$armhf/bin/vprojector" --root "$root" --config config/vprojector.json \
     --ascii-port 0 --jsonrpc-port 0 --no-pjlink --log-level 3 >"$work/out" 2>"$work/err" &
 pid=$!
-tries=0
-until grep -q '^ready ' "$work/out"; do
-    if ! kill -0 "$pid" 2>/dev/null || [ "$tries" -ge 600 ]; then
-        echo "vprojector did not get ready:" >&2
-        cat "$work/err" >&2
-        exit 1
-    fi
-    tries=$((tries + 1))
-    sleep 0.1
-done
+wait_ready "$work/out" "$work/err" 60
 ascii=$(sed -n 's/^ready ascii=\([0-9]*\) jsonrpc=\([0-9]*\) .*/\1/p' "$work/out")
 json=$(sed -n 's/^ready ascii=\([0-9]*\) jsonrpc=\([0-9]*\) .*/\2/p' "$work/out")
 sleep "$idle"

@@ -21,17 +21,8 @@ if [ ! -x "$vprojector" ]; then
     exit 1
 fi
 
-work="$(mktemp -d "${TMPDIR:-/tmp}/vprojector-memory-XXXXXX")"
-pid=""
-cleanup() {
-    if [ -n "$pid" ]; then
-        kill "$pid" 2>/dev/null || true
-        wait "$pid" 2>/dev/null || true
-    fi
-    rm -rf "$work"
-}
-trap cleanup EXIT
-trap 'exit 130' INT TERM
+lab_name=vprojector-memory
+. bench/vprojector_lab.sh
 
 # The shipped configuration plus $added integer controls.
 python3 - config/vprojector.json "$work/added.json" "$added" <<'PY'
@@ -58,16 +49,7 @@ measure() {
     "$vprojector" --root "$root" --config "$2" --ascii-port 0 --jsonrpc-port 0 --no-serial --log-level 3 \
         >"$root/out" 2>"$root/err" &
     pid=$!
-    tries=0
-    until grep -q '^ready ' "$root/out"; do
-        if ! kill -0 "$pid" 2>/dev/null || [ "$tries" -ge 150 ]; then
-            echo "vprojector ($1) did not get ready:" >&2
-            cat "$root/err" >&2
-            exit 1
-        fi
-        tries=$((tries + 1))
-        sleep 0.1
-    done
+    wait_ready "$root/out" "$root/err" 15
     sleep "$settle"
     awk '/^VmRSS:/ { rss = $2 } /^VmHWM:/ { hwm = $2 } END { print rss, hwm }' "/proc/$pid/status"
     kill -TERM "$pid"
