@@ -25,6 +25,17 @@ function(proj_add_library name)
             COMPONENT development FILES_MATCHING PATTERN "*.h" PATTERN "translations" EXCLUDE)
 endfunction()
 
+# proj_add_module(<name> <library> <sources...>): a module the library <library> opens with
+# dlopen from its own folder (module/NModule.h), built beside it, installed with it and
+# exporting nothing but what its entry point marks.
+function(proj_add_module name library)
+    add_library(${name} MODULE ${ARGN})
+    set_target_properties(${name} PROPERTIES OUTPUT_NAME projector_${name} CXX_VISIBILITY_PRESET hidden
+                                             VISIBILITY_INLINES_HIDDEN ON)
+    install(TARGETS ${name} LIBRARY DESTINATION ${PROJ_INSTALL_LIBDIR} COMPONENT runtime)
+    add_dependencies(${library} ${name})
+endfunction()
+
 # After every library: the export set and the package configuration.
 function(proj_install_package_config)
     install(EXPORT projectorTargets NAMESPACE projector:: DESTINATION ${PROJ_INSTALL_CMAKEDIR}

@@ -1,8 +1,8 @@
 #include "CPjlinkSession.h"
 
-#include <openssl/evp.h>
-
 #include <cctype>
+
+#include "crypto/NCrypto.h"
 
 namespace {
 
@@ -26,18 +26,7 @@ std::string CPjlinkSession::Greeting() const {
     return m_password.empty() ? "PJLINK 0\r" : "PJLINK 1 " + m_random + "\r";
 }
 
-std::string CPjlinkSession::Md5Hex(const std::string& text) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    EVP_Digest(text.data(), text.size(), digest, &length, EVP_md5(), nullptr);
-    static const char kHex[] = "0123456789abcdef";
-    std::string hex;
-    for (unsigned int i = 0; i < length; ++i) {
-        hex += kHex[digest[i] >> 4];
-        hex += kHex[digest[i] & 0x0F];
-    }
-    return hex;
-}
+std::string CPjlinkSession::Md5Hex(const std::string& text) { return NCrypto::Md5Hex(text); }
 
 std::string CPjlinkSession::Receive(const char* data, size_t size, uint64_t nowMs) {
     std::string out;

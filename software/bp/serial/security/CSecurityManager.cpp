@@ -2,10 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
-#include <openssl/rand.h>
-
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -18,6 +14,7 @@
 #include "CException.h"
 #include "NFileUtil.h"
 #include "RuntimeRoot.h"
+#include "crypto/NCrypto.h"
 
 namespace {
 
@@ -38,12 +35,8 @@ std::string ForLog(const std::string& name) {
 }
 
 bool Derive(const std::string& password, const SUserRecord& record, TKey& key) {
-    if (password.size() > INT_MAX) {
-        return false;
-    }
-    return PKCS5_PBKDF2_HMAC(password.data(), static_cast<int>(password.size()), record.salt.data(),
-                             static_cast<int>(record.salt.size()), static_cast<int>(record.iterations), EVP_sha256(),
-                             static_cast<int>(key.size()), key.data()) == 1;
+    return NCrypto::Pbkdf2Sha256(password, record.salt.data(), record.salt.size(), record.iterations, key.data(),
+                                 key.size());
 }
 
 template <size_t N>
@@ -162,7 +155,7 @@ SUserRecord CSecurityManager::MakeRecord(const std::string& name, const std::str
     record.name = name;
     record.access = level;
     record.iterations = m_iterations;
-    if (RAND_bytes(record.salt.data(), static_cast<int>(record.salt.size())) != 1) {
+    if (!NCrypto::RandomBytes(record.salt.data(), record.salt.size())) {
         THROW_EXCEPTION("Cannot draw a random salt for user %s", name.c_str());
     }
     if (!Derive(password, record, record.hash)) {
@@ -177,9 +170,9 @@ bool CSecurityManager::Login(const std::string& user, const std::string& passwor
     const SUserRecord& record = known ? found->second : m_dummy;
     TKey key{};
     const bool derived = Derive(password, record, key);
-    const bool match = CRYPTO_memcmp(key.data(), record.hash.data(), key.size()) == 0 && derived && known &&
+    const bool match = NCrypto::EqualInConstantTime(key.data(), record.hash.data(), key.size()) && derived && known &&
                        password.find('\0') == std::string::npos;
-    OPENSSL_cleanse(key.data(), key.size());
+    NCrypto::Cleanse(key.data(), key.size());
     if (!match) {
         m_log.LogFYI(FYI_LOGIN, "Login of user \"%s\" refused", ForLog(user).c_str());
         return false;

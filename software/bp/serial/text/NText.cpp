@@ -1,6 +1,5 @@
 #include "NText.h"
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include "ITextTranslator.h"
 #include "NFileUtil.h"
 #include "RuntimeRoot.h"
+#include "module/NModule.h"
 
 namespace NText {
 namespace {
@@ -197,23 +197,9 @@ TLoadTextTranslator ModuleLocked() {
     if (load) {
         return load;
     }
-    Dl_info self{};
-    std::string path = kTextTranslatorModule;
-    if (dladdr(reinterpret_cast<void*>(&ModuleLocked), &self) && self.dli_fname) {
-        const std::string library = self.dli_fname;
-        const size_t slash = library.rfind('/');
-        if (slash != std::string::npos) {
-            path = library.substr(0, slash + 1) + kTextTranslatorModule;
-        }
-    }
-    void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    if (!module) {
-        THROW_EXCEPTION("Unable to load the translation module: %s", dlerror());
-    }
-    load = reinterpret_cast<TLoadTextTranslator>(dlsym(module, kTextTranslatorEntry));
-    if (!load) {
-        THROW_EXCEPTION("Unable to load the translation module: %s has no %s", path.c_str(), kTextTranslatorEntry);
-    }
+    load = reinterpret_cast<TLoadTextTranslator>(NModule::LoadEntry(reinterpret_cast<const void*>(&ModuleLocked),
+                                                                     kTextTranslatorModule, kTextTranslatorEntry,
+                                                                     "the translation module"));
     return load;
 }
 
