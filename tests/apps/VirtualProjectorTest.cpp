@@ -459,6 +459,17 @@ TEST_F(CVirtualProjectorTest, AFrontEndThatMissesItsKeepAliveIsRestartedWhileJso
     EXPECT_TRUE(Eventually([this] { return Ascii("(BRI?)", ")") == "(BRI!050)"; })) << Log();
 }
 
+TEST_F(CVirtualProjectorTest, OpenSslIsMappedOnlyOnceAPasswordIsChecked) {
+    ASSERT_NO_FATAL_FAILURE(Start());
+    const std::string maps = "/proc/" + std::to_string(projector) + "/maps";
+    const std::string atStart = CTempRoot::ReadFile(maps);
+    EXPECT_EQ(atStart.find("libcrypto"), std::string::npos);
+    EXPECT_EQ(atStart.find("libssl"), std::string::npos);
+    CRpc rpc(jsonPort);
+    ASSERT_EQ(rpc.Call("session:connect", kServiceLogin)["result"]["access"], 3);
+    EXPECT_NE(CTempRoot::ReadFile(maps).find("libprojector_crypto.so"), std::string::npos);
+}
+
 TEST_F(CVirtualProjectorTest, SimulatedStatusRaisesAndClearsAnAlarm) {
     ASSERT_NO_FATAL_FAILURE(Start());
     CRpc rpc(jsonPort);

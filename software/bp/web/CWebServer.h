@@ -16,11 +16,12 @@
 //              answered like any unreadable text, with a parse error. A client gets a ping
 //              after kIdleTimeoutS of silence and is closed if it does not answer.
 //   HTTPS      the certificate and key from NTlsCertificate (made at first start when
-//              there are none); TLS 1.2 and later. Start checks them in a child process
-//              and the TLS context is made at the first HTTPS connection, so a server
-//              whose HTTPS port is not used never sets up OpenSSL (about 2 MiB of the
-//              process's memory). Should the files no longer load by then, that is
-//              logged and each HTTPS connection is closed until they do.
+//              there are none); TLS 1.2 and later. Everything that calls OpenSSL lives in
+//              the TLS module (ITlsModule.h): Start checks the pair in a child process that
+//              loads it, and this process loads it at the first HTTPS connection, so a
+//              server whose HTTPS port is not used never maps libssl or libcrypto. Should
+//              the files no longer load by then, or the module not load, that is logged
+//              and each HTTPS connection is closed until they do.
 //   limits     at most kMaxConnections connections at once over both ports (one more is
 //              accepted and closed at once, logged once until there is room again).
 //

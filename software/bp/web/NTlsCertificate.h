@@ -11,14 +11,8 @@
 //
 // Any thread; nothing is kept between calls.
 //
-// LoadOrMakeApart does the same work in a child process made by fork, which then leaves
-// with _exit; only the result comes back, through a pipe. The pages libcrypto touches to
-// set itself up, read PEM and make a key (about 2 MiB here) are then the child's, and a
-// server whose HTTPS port is never used never has them. The child calls only OpenSSL, the
-// file system and malloc. glibc keeps malloc usable after fork, but AddressSanitizer's
-// allocator (gcc 12) does not: a child forked while another thread allocates can hang
-// there. So call it while the process has no other thread (vprojector starts its web
-// server before its laser plant's thread), or at least none inside OpenSSL.
+// This is the TLS module's code (ITlsModule.h): the web library runs it through
+// NWebTls, in a child process at start.
 
 #include <string>
 
@@ -33,8 +27,5 @@ struct SResult {
 
 // Throws CException "TLS: ..." when the pair cannot be read, made or written.
 SResult LoadOrMake(const std::string& folder, const std::string& name);
-// Throws the child's CException "TLS: ...", or "TLS: the certificate check ..." when the
-// child cannot be made or ends without an answer.
-SResult LoadOrMakeApart(const std::string& folder, const std::string& name);
 
 }  // namespace NTlsCertificate
