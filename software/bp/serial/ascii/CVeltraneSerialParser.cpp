@@ -568,13 +568,18 @@ bool CVeltraneSerialParser::RxdPreProcessMsg(CIpcMessage& message) {
 }
 
 bool CVeltraneSerialParser::RxdProcessMsg(CIpcMessage& message) {
-    if (m_user != kDefaultUser && m_inactivity.IsExpired()) {
-        m_log.LogFYI(FYI_LOGIN, "%s logged out after an hour without messages on %s", m_user.c_str(),
-                     GetPort().GetName().c_str());
-        m_user = kDefaultUser;
-        m_accessLevel = m_defaultAccessGroup;
+    // Only a login has an hour to run out (which Login starts), so the clock is read only
+    // then: each reading is a system call on this clock.
+    if (m_user != kDefaultUser) {
+        if (m_inactivity.IsExpired()) {
+            m_log.LogFYI(FYI_LOGIN, "%s logged out after an hour without messages on %s", m_user.c_str(),
+                         GetPort().GetName().c_str());
+            m_user = kDefaultUser;
+            m_accessLevel = m_defaultAccessGroup;
+        } else {
+            m_inactivity.Restart();
+        }
     }
-    m_inactivity.Restart();
 
     const uint16_t flags = message.GetFlags();
     const bool query = (flags & ASCII_QUERY) != 0;

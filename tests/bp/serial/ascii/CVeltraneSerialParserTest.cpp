@@ -193,8 +193,10 @@ TEST_F(CParserTest, LoginKeepsTheUserForAnHourOfSilence) {
     EXPECT_EQ(Exchange("(UID \"service\")"), "(65535 ERR00003 \"System Error: Missing user/password or quotes\")");
     EXPECT_EQ(Exchange("(UID? 1)"), "(65535 ERR00004 \"System Warning: No parameters required\")");
     EXPECT_EQ(Exchange("($UID \"service\" \"s3cret\")(UID?)"), "$(UID!\"service\" 03)");
-    clock.AdvanceMs(3599u * 1000u);
-    EXPECT_EQ(Exchange("(UID?)"), "(UID!\"service\" 03)");
+    for (int message = 0; message < 2; ++message) {  // each message starts the hour again
+        clock.AdvanceMs(3599u * 1000u);
+        EXPECT_EQ(Exchange("(UID?)"), "(UID!\"service\" 03)");
+    }
     clock.AdvanceMs(3601u * 1000u);
     EXPECT_EQ(Exchange("(UID?)"), "(UID!\"Default User\" 02)");
     EXPECT_FALSE(log.Logged("s3cret"));
