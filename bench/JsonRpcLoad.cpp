@@ -265,10 +265,21 @@ CJsonRpcLoad::SPercentiles CJsonRpcLoad::TakePercentiles() {
     return result;
 }
 
-CNulEchoServer::CNulEchoServer(std::string reply, std::function<void()> onStart)
-    : m_reply(std::move(reply)), m_onStart(std::move(onStart)) {
+double CWorkTimer::MeanMicroseconds(uint64_t count) const {
+    for (int wait = 0; m_count.load() < count; ++wait) {
+        if (wait == 1000) {
+            return 0;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return count == 0 ? 0 : static_cast<double>(m_ns.load()) / 1e3 / static_cast<double>(count);
+}
+
+CNulEchoServer::CNulEchoServer(std::string reply, std::function<void()> onStart, std::string notification)
+    : m_reply(std::move(reply)), m_notification(std::move(notification)), m_onStart(std::move(onStart)) {
     m_reply.push_back('\0');
-    if (pipe2(m_stopPipe, O_CLOEXEC) != 0) {
+    m_notification.push_back('\0');
+    if (pipe2(m_stopPipe, O_CLOEXEC) != 0 || pipe2(m_broadcastPipe, O_CLOEXEC) != 0) {
         Fail("pipe");
     }
     sockaddr_in address = Loopback(0);
@@ -290,6 +301,13 @@ CNulEchoServer::~CNulEchoServer() {
     close(m_listener);
     close(m_stopPipe[0]);
     close(m_stopPipe[1]);
+    close(m_broadcastPipe[0]);
+    close(m_broadcastPipe[1]);
+}
+
+void CNulEchoServer::Broadcast() {
+    const char go = 1;
+    [[maybe_unused]] const ssize_t written = write(m_broadcastPipe[1], &go, 1);
 }
 
 void CNulEchoServer::Serve() {
@@ -324,6 +342,7 @@ void CNulEchoServer::Serve() {
         fds.clear();
         fds.push_back({m_stopPipe[0], POLLIN, 0});
         fds.push_back({m_listener, POLLIN, 0});
+        fds.push_back({m_broadcastPipe[0], POLLIN, 0});
         for (const SClient& client : clients) {
             fds.push_back({client.fd, static_cast<short>(POLLIN | (client.output.empty() ? 0 : POLLOUT)), 0});
         }
@@ -343,10 +362,21 @@ void CNulEchoServer::Serve() {
                 clients.push_back({fd, std::string(), 0});
             }
         }
+        if (fds[2].revents & POLLIN) {
+            char go = 0;
+            if (read(m_broadcastPipe[0], &go, 1) == 1) {
+                const auto start = std::chrono::steady_clock::now();
+                for (SClient& client : clients) {
+                    client.output.append(m_notification);
+                    flush(client);
+                }
+                m_broadcastTime.Add(std::chrono::steady_clock::now() - start);
+            }
+        }
         // Only the clients that were polled (a client accepted above has no entry yet).
-        const size_t polled = fds.size() - 2;
+        const size_t polled = fds.size() - 3;
         for (size_t i = 0; i < polled; ++i) {
-            const short events = fds[i + 2].revents;
+            const short events = fds[i + 3].revents;
             SClient& client = clients[i];
             bool open = true;
             if (events & POLLOUT) {

@@ -14,7 +14,8 @@
 // CNulEchoServer is the least a server of this framing can do: one thread, one poll()
 // over the listening socket and its clients, and a fixed reply to every NUL-terminated
 // message it receives. Measured with the same load, it is the floor that a real server's
-// transport, parsing and dispatch are compared against.
+// transport, parsing and dispatch are compared against. Broadcast has it send a fixed
+// notification to every client, one send() each: the floor of announcing a change.
 //
 // Failures to set up (connect, listen), to send or to poll abort the process: a benchmark
 // cannot go on without its connections. A server that closes a connection or goes silent
@@ -22,6 +23,7 @@
 
 #include <poll.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -103,11 +105,33 @@ private:
     char m_receiveArea[16384];
 };
 
+// The mean time of work timed on another thread: that thread Adds, the reader waits in
+// MeanMicroseconds until the count it expects has been added.
+class CWorkTimer {
+public:
+    void Add(std::chrono::steady_clock::duration took) {
+        m_ns += static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(took).count());
+        ++m_count;
+    }
+    void Reset() {
+        m_ns = 0;
+        m_count = 0;
+    }
+    // The mean of `count` timings since Reset in microseconds; 0 when they are not all in
+    // within a second.
+    double MeanMicroseconds(uint64_t count) const;
+
+private:
+    std::atomic<uint64_t> m_ns{0};
+    std::atomic<uint64_t> m_count{0};
+};
+
 class CNulEchoServer {
 public:
     // Listens on 127.0.0.1 at a free port and serves on its own thread until destroyed;
-    // the thread first calls onStart (where the caller pins it), when given.
-    CNulEchoServer(std::string reply, std::function<void()> onStart);
+    // the thread first calls onStart (where the caller pins it), when given. notification:
+    // what Broadcast sends.
+    CNulEchoServer(std::string reply, std::function<void()> onStart, std::string notification = std::string());
     ~CNulEchoServer();
     CNulEchoServer(const CNulEchoServer&) = delete;
     CNulEchoServer& operator=(const CNulEchoServer&) = delete;
@@ -115,13 +139,20 @@ public:
     unsigned short GetPort() const { return m_port; }
     // The CPU time the server's thread has used so far.
     double GetCpuSeconds() { return ThreadCpuSeconds(m_thread); }
+    // Has the server's thread send the notification to every client, timing there how
+    // long that takes until the last send() returns (in BroadcastTime).
+    void Broadcast();
+    CWorkTimer& BroadcastTime() { return m_broadcastTime; }
 
 private:
     void Serve();
 
-    std::string m_reply;  // the reply text with its NUL
+    std::string m_reply;         // the reply text with its NUL
+    std::string m_notification;  // the notification text with its NUL
+    CWorkTimer m_broadcastTime;
     int m_listener = -1;
     int m_stopPipe[2] = {-1, -1};
+    int m_broadcastPipe[2] = {-1, -1};
     unsigned short m_port = 0;
     std::function<void()> m_onStart;
     std::thread m_thread;
