@@ -49,7 +49,8 @@ void CControllerLoop::Run() {
 }
 
 void CControllerLoop::RunOnce(int timeoutMs) {
-    CPollSet poll;
+    CPollSet& poll = m_poll;
+    poll.Clear();
     m_ipc.AddDescriptors(poll);
     poll.Add(m_wakePipe[0], true, false);
     int wait = std::min(timeoutMs, kMaxWaitMs);
@@ -86,14 +87,14 @@ void CControllerLoop::RunOnce(int timeoutMs) {
     for (ILoopSource* source : m_sources) {
         source->ProcessReady(poll);
     }
-    std::deque<std::function<void()>> work;
     {
         std::lock_guard<std::mutex> lock(m_workMutex);
-        work.swap(m_work);
+        m_running.swap(m_work);
     }
-    for (auto& item : work) {
+    for (auto& item : m_running) {
         item();
     }
+    m_running.clear();
     m_dispatcher.Update();
     if (m_json) {
         m_json->Update();

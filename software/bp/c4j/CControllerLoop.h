@@ -76,4 +76,8 @@ private:
     std::mutex m_workMutex;  // guards m_work, the only state other threads touch
     std::deque<std::function<void()>> m_work;
     std::vector<ILoopSource*> m_sources;
+    // A turn's wait and the work it takes over, kept from turn to turn so that a turn
+    // allocates nothing once they have grown to the loop's size (loop thread only).
+    CPollSet m_poll;
+    std::deque<std::function<void()>> m_running;
 };

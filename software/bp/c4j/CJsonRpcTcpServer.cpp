@@ -104,13 +104,13 @@ void CJsonRpcTcpServer::ProcessReady(const CPollSet& poll) {
     }
     // Ready clients are taken by identifier first: handling one request may close others.
     // Clients accepted in this pass are not in the poll result; they are served next pass.
-    std::vector<unsigned int> ready;
+    m_ready.clear();
     for (const auto& client : m_clients) {
         if (poll.IsWritable(client->fd) || poll.IsReadable(client->fd)) {
-            ready.push_back(client->id);
+            m_ready.push_back(client->id);
         }
     }
-    for (unsigned int id : ready) {
+    for (unsigned int id : m_ready) {
         SJsonRpcClient* client = FindClient(id);
         if (!client || std::find(m_purge.begin(), m_purge.end(), id) != m_purge.end()) {
             continue;

@@ -35,6 +35,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "ipc/CPollSet.h"
 #include "jsonrpc/Server.h"
@@ -113,5 +114,6 @@ private:
     // The same clients by id: each notification looks up every recipient.
     std::unordered_map<unsigned int, SJsonRpcClient*> m_byId;
     std::list<unsigned int> m_purge;
+    std::vector<unsigned int> m_ready;  // ProcessReady's clients of this turn, kept from turn to turn
     char m_receiveArea[4096];
 };

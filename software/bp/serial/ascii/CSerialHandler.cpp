@@ -126,7 +126,8 @@ void CSerialHandler::RunOnce(unsigned int timeoutMs) {
         AddUsbPort();
     }
 
-    CPollSet poll;
+    CPollSet& poll = m_poll;
+    poll.Clear();
     for (const SConnection& connection : m_connections) {
         if (connection.parser->IsSelectable()) {
             poll.Add(connection.port->GetFd(), true, connection.port->HasQueuedOutput());

@@ -42,6 +42,7 @@
 
 #include "ascii/CSerialParser.h"
 #include "ipc/CDomainSocket.h"
+#include "ipc/CPollSet.h"
 #include "log/ILog.h"
 #include "port/CServerSocket.h"
 
@@ -143,6 +144,7 @@ private:
     std::map<std::string, int> m_remoteAccess;
     std::atomic<bool> m_stop{false};
     int m_wakePipe[2] = {-1, -1};  // Stop() writes a byte so that select returns at once
+    CPollSet m_poll;               // a turn's wait, kept so that a turn allocates nothing
 
     static std::atomic<bool> s_usbPlugged;
 };
