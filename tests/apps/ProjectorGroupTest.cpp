@@ -160,37 +160,53 @@ protected:
             EXPECT_EQ(answer["result"]["value"], 77);
         }
         for (bool relayed : {false, true}) {
-            const int value = relayed ? 44 : 55;
-            Ask("sync:queueRequests",
-                R"({"requests": [{"method": "control:set", "params": {"code": "BRI", "value": )" + std::to_string(value) + "}}]}");
-            for (const Json::Value& answer : Ask("sync:prepareToExecute")) {
-                EXPECT_EQ(answer["result"]["ready"], true) << answer;
+            // Members whose commit arrives on either side of a v-sync rightly pick different
+            // frames (the execution window allows for it); on a loaded machine that can happen
+            // even from mid-frame, so a round is run again, at most three times, until both
+            // members ran it on the same v-sync.
+            bool together = false;
+            for (int attempt = 0; attempt < 3 && !together; ++attempt) {
+                together = RunRound(controllerNamespace, relayed, (relayed ? 44 : 55) + attempt);
             }
-            WaitForMidFrame();
-            if (relayed) {  // one member relays the commit to the group
-                std::unique_ptr<CUnicastUdpClient> unicast;
-                InNamespace(controllerNamespace, [&] {
-                    unicast = std::make_unique<CUnicastUdpClient>(members.front().address, members.front().unicastPort);
-                    unicast->UnicastConnect("");
-                    unicast->SetRecvTimeout(2000);
-                });
-                std::string answer;
-                ASSERT_TRUE(unicast->Call(R"({"jsonrpc": "2.0", "method": "sync:execute", "params": {"delayMs": 300}, "id": 1})",
-                                          answer));
-                EXPECT_EQ(J(answer)["result"]["relayed"], true) << answer;
-            } else {
-                Ask("sync:execute", R"({"delayMs": 300})");
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(500));
-            std::vector<Json::Value> results = Ask("sync:getExecutionResult");
-            ASSERT_EQ(results.size(), 2u);
-            for (const Json::Value& result : results) {
-                EXPECT_EQ(result["result"]["state"], "executed") << result;
-                EXPECT_EQ(result["result"]["late"], false) << result;
-                EXPECT_EQ(result["result"]["results"][0]["response"]["result"]["value"], value) << result;
-            }
-            EXPECT_EQ(results[0]["result"]["results"][0]["vsync"], results[1]["result"]["results"][0]["vsync"]);
+            EXPECT_TRUE(together) << (relayed ? "relayed" : "committed on the group") << ": never on the same v-sync";
         }
+    }
+
+    // Queues a set of BRI to `value`, commits it and checks every member ran it, in time.
+    // True when both ran it on the same v-sync.
+    bool RunRound(const std::string& controllerNamespace, bool relayed, int value) {
+        Ask("sync:queueRequests",
+            R"({"requests": [{"method": "control:set", "params": {"code": "BRI", "value": )" + std::to_string(value) + "}}]}");
+        for (const Json::Value& answer : Ask("sync:prepareToExecute")) {
+            EXPECT_EQ(answer["result"]["ready"], true) << answer;
+        }
+        WaitForMidFrame();
+        if (relayed) {  // one member relays the commit to the group
+            std::unique_ptr<CUnicastUdpClient> unicast;
+            InNamespace(controllerNamespace, [&] {
+                unicast = std::make_unique<CUnicastUdpClient>(members.front().address, members.front().unicastPort);
+                unicast->UnicastConnect("");
+                unicast->SetRecvTimeout(2000);
+            });
+            std::string answer;
+            EXPECT_TRUE(unicast->Call(R"({"jsonrpc": "2.0", "method": "sync:execute", "params": {"delayMs": 300}, "id": 1})",
+                                      answer));
+            EXPECT_EQ(J(answer)["result"]["relayed"], true) << answer;
+        } else {
+            Ask("sync:execute", R"({"delayMs": 300})");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        std::vector<Json::Value> results = Ask("sync:getExecutionResult");
+        if (results.size() != 2) {
+            ADD_FAILURE() << results.size() << " members answered";
+            return true;
+        }
+        for (const Json::Value& result : results) {
+            EXPECT_EQ(result["result"]["state"], "executed") << result;
+            EXPECT_EQ(result["result"]["late"], false) << result;
+            EXPECT_EQ(result["result"]["results"][0]["response"]["result"]["value"], value) << result;
+        }
+        return results[0]["result"]["results"][0]["vsync"] == results[1]["result"]["results"][0]["vsync"];
     }
 
     CTempRoot root;
