@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "CPjlinkSession.h"
+#include "crypto/NCrypto.h"
 #include "ChildProcess.h"
 #include "FreePort.h"
 #include "RpcClient.h"
@@ -280,7 +280,7 @@ TEST_F(CPjlinkFrontendTest, PasswordDigestRightWrongOrUnsafeFile) {
         ASSERT_EQ(greeting.rfind("PJLINK 1 ", 0), 0u) << greeting;
         const std::string random = greeting.substr(9);
         EXPECT_EQ(random.size(), 8u);
-        const std::string digest = test.secret ? CPjlinkSession::Md5Hex(random + test.secret) : "";
+        const std::string digest = test.secret ? NCrypto::Md5Hex(random + test.secret) : "";
         EXPECT_EQ(client.Ask(digest + "%1POWR ?"), test.answer) << test.name;
         if (std::string(test.answer) == "PJLINK ERRA") {
             EXPECT_EQ(client.Line(), "<closed>") << test.name;

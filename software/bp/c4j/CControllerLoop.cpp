@@ -49,43 +49,42 @@ void CControllerLoop::Run() {
 }
 
 void CControllerLoop::RunOnce(int timeoutMs) {
-    CPollSet& poll = m_poll;
-    poll.Clear();
-    m_ipc.AddDescriptors(poll);
-    poll.Add(m_wakePipe[0], true, false);
+    m_poll.Clear();
+    m_ipc.AddDescriptors(m_poll);
+    m_poll.Add(m_wakePipe[0], true, false);
     int wait = std::min(timeoutMs, kMaxWaitMs);
     if (m_json) {
-        m_json->AddDescriptors(poll);
+        m_json->AddDescriptors(m_poll);
         const int due = m_json->GetNextDeadlineMs();
         if (due >= 0) {
             wait = std::min(wait, due);
         }
     }
     for (ILoopSource* source : m_sources) {
-        source->AddDescriptors(poll);
+        source->AddDescriptors(m_poll);
         const int due = source->GetNextDeadlineMs();
         if (due >= 0) {
             wait = std::min(wait, due);
         }
     }
-    poll.Wait(wait);
+    m_poll.Wait(wait);
 
-    if (poll.IsReadable(m_wakePipe[0])) {
+    if (m_poll.IsReadable(m_wakePipe[0])) {
         char drained[64];
         while (read(m_wakePipe[0], drained, sizeof drained) > 0) {
         }
     }
-    if (poll.IsReadable(m_ipc.GetDescriptor())) {
+    if (m_poll.IsReadable(m_ipc.GetDescriptor())) {
         // A bounded batch per turn, so a flood of IPC messages cannot starve the JSON clients.
         for (int handled = 0; handled < kMaxIpcPerTurn && m_ipc.ProcessEvents(); ++handled) {
         }
     }
-    m_ipc.ProcessReady(poll);
+    m_ipc.ProcessReady(m_poll);
     if (m_json) {
-        m_json->ProcessReady(poll);
+        m_json->ProcessReady(m_poll);
     }
     for (ILoopSource* source : m_sources) {
-        source->ProcessReady(poll);
+        source->ProcessReady(m_poll);
     }
     {
         std::lock_guard<std::mutex> lock(m_workMutex);

@@ -26,7 +26,6 @@ std::string CPjlinkSession::Greeting() const {
     return m_password.empty() ? "PJLINK 0\r" : "PJLINK 1 " + m_random + "\r";
 }
 
-std::string CPjlinkSession::Md5Hex(const std::string& text) { return NCrypto::Md5Hex(text); }
 
 std::string CPjlinkSession::Receive(const char* data, size_t size, uint64_t nowMs) {
     std::string out;
@@ -57,7 +56,7 @@ std::string CPjlinkSession::HandleLine(std::string line) {
     }
     if (!m_authenticated) {
         if (m_password == kRefuseAll || line.size() < kDigestLength ||
-            line.compare(0, kDigestLength, Md5Hex(m_random + m_password)) != 0) {
+            line.compare(0, kDigestLength, NCrypto::Md5Hex(m_random + m_password)) != 0) {
             m_closed = true;
             m_refused = m_password != kRefuseAll;
             return "PJLINK ERRA\r";

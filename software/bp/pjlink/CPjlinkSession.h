@@ -47,9 +47,6 @@ public:
     bool IsRefused() const { return m_refused; }
     bool IsIdle(uint64_t nowMs, uint64_t idleMs = kIdleMs) const { return nowMs - m_lastCommandMs >= idleMs; }
 
-    // MD5 of a text as 32 lower-case hex digits.
-    static std::string Md5Hex(const std::string& text);
-
 private:
     std::string HandleLine(std::string line);
 

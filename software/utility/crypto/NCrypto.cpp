@@ -29,16 +29,21 @@ bool NCrypto::EqualInConstantTime(const uint8_t* a, const uint8_t* b, size_t len
 
 void NCrypto::Cleanse(void* data, size_t length) { Module().Cleanse(data, length); }
 
+std::string NCrypto::ToHex(const uint8_t* bytes, size_t length) {
+    static const char kDigits[] = "0123456789abcdef";
+    std::string text;
+    text.reserve(2 * length);
+    for (size_t i = 0; i < length; ++i) {
+        text += kDigits[bytes[i] >> 4];
+        text += kDigits[bytes[i] & 0x0F];
+    }
+    return text;
+}
+
 std::string NCrypto::Md5Hex(const std::string& text) {
     std::array<uint8_t, 16> digest{};
     if (!Module().Md5(text.data(), text.size(), digest.data())) {
         return std::string();
     }
-    static const char kHex[] = "0123456789abcdef";
-    std::string hex;
-    for (uint8_t byte : digest) {
-        hex += kHex[byte >> 4];
-        hex += kHex[byte & 0x0F];
-    }
-    return hex;
+    return ToHex(digest.data(), digest.size());
 }

@@ -21,6 +21,8 @@ bool RandomBytes(uint8_t* out, size_t length);
 bool EqualInConstantTime(const uint8_t* a, const uint8_t* b, size_t length);
 // Overwrites a secret with zeros in a way the compiler keeps.
 void Cleanse(void* data, size_t length);
+// length bytes in lower-case hexadecimal, two digits each; needs no module.
+std::string ToHex(const uint8_t* bytes, size_t length);
 // The MD5 digest of text, in lower-case hexadecimal (32 characters); empty when OpenSSL
 // refuses, which matches no digest a peer sends.
 std::string Md5Hex(const std::string& text);

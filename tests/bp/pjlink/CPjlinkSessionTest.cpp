@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "CPjlinkSession.h"
+#include "crypto/NCrypto.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ std::string Feed(CPjlinkSession& session, const std::string& bytes, uint64_t now
 }  // namespace
 
 TEST(CPjlinkSession, APasswordIsCheckedOnceThroughTheDigestOfTheChallenge) {
-    EXPECT_EQ(CPjlinkSession::Md5Hex("a572f60cpassword"), "e3d97429adffa11bce1f7275813d4bde");
+    EXPECT_EQ(NCrypto::Md5Hex("a572f60cpassword"), "e3d97429adffa11bce1f7275813d4bde");
     SProjector projector;
     CPjlinkSession open(projector, "", "", 0);
     EXPECT_EQ(open.Greeting(), "PJLINK 0\r");

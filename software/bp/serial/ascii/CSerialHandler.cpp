@@ -126,21 +126,20 @@ void CSerialHandler::RunOnce(unsigned int timeoutMs) {
         AddUsbPort();
     }
 
-    CPollSet& poll = m_poll;
-    poll.Clear();
+    m_poll.Clear();
     for (const SConnection& connection : m_connections) {
         if (connection.parser->IsSelectable()) {
-            poll.Add(connection.port->GetFd(), true, connection.port->HasQueuedOutput());
+            m_poll.Add(connection.port->GetFd(), true, connection.port->HasQueuedOutput());
         }
     }
     const int notifyFd = m_link ? m_link->GetNotifyDescriptor() : -1;
     const int serverFd = m_server ? m_server->GetFd() : -1;
     const int errorFd = m_errorSocket ? m_errorSocket->GetDescriptor() : -1;
     for (int fd : {notifyFd, serverFd, errorFd, m_wakePipe[0]}) {
-        poll.Add(fd, true, false);
+        m_poll.Add(fd, true, false);
     }
-    poll.Wait(static_cast<int>(timeoutMs));
-    if (poll.IsReadable(m_wakePipe[0])) {
+    m_poll.Wait(static_cast<int>(timeoutMs));
+    if (m_poll.IsReadable(m_wakePipe[0])) {
         char drained[16];
         while (read(m_wakePipe[0], drained, sizeof drained) > 0) {
         }
@@ -155,12 +154,12 @@ void CSerialHandler::RunOnce(unsigned int timeoutMs) {
             remove = true;
         } else if (!parser.IsSelectable()) {
             remove = true;  // closed after a failed write
-        } else if (poll.IsReadable(fd) || poll.IsWritable(fd)) {
+        } else if (m_poll.IsReadable(fd) || m_poll.IsWritable(fd)) {
             try {
-                if (poll.IsWritable(fd)) {
+                if (m_poll.IsWritable(fd)) {
                     it->port->WriteQueued();
                 }
-                remove = poll.IsReadable(fd) && parser.ProcessData() == PARSE_NO_DATA;
+                remove = m_poll.IsReadable(fd) && parser.ProcessData() == PARSE_NO_DATA;
             } catch (const CException& e) {
                 m_log.LogError("Closing %s: %s", it->port->GetName().c_str(), e.GetMessage().c_str());
                 remove = true;
@@ -176,13 +175,13 @@ void CSerialHandler::RunOnce(unsigned int timeoutMs) {
         }
     }
 
-    if (poll.IsReadable(errorFd)) {
+    if (m_poll.IsReadable(errorFd)) {
         ProcessErrorSocket();
     }
-    if (poll.IsReadable(serverFd)) {
+    if (m_poll.IsReadable(serverFd)) {
         AcceptConnection();
     }
-    if (poll.IsReadable(notifyFd)) {
+    if (m_poll.IsReadable(notifyFd)) {
         ProcessNotifications();
     }
 }

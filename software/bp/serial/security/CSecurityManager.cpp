@@ -39,17 +39,6 @@ bool Derive(const std::string& password, const SUserRecord& record, TKey& key) {
                                  key.size());
 }
 
-template <size_t N>
-std::string ToHex(const std::array<unsigned char, N>& bytes) {
-    static const char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (unsigned char byte : bytes) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 0x0f];
-    }
-    return text;
-}
-
 int HexDigit(char c) {
     if (c >= '0' && c <= '9') return c - '0';
     if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -323,8 +312,8 @@ void CSecurityManager::Save(const std::string& path) const {
         Json::Value item(Json::objectValue);
         item["name"] = record.name;
         item["access"] = static_cast<int>(record.access);
-        item["salt"] = ToHex(record.salt);
-        item["hash"] = ToHex(record.hash);
+        item["salt"] = NCrypto::ToHex(record.salt.data(), record.salt.size());
+        item["hash"] = NCrypto::ToHex(record.hash.data(), record.hash.size());
         item["iterations"] = record.iterations;
         root.append(item);
     }
