@@ -52,7 +52,9 @@ void CControllerLoop::RunOnce(int timeoutMs) {
     m_poll.Clear();
     m_ipc.AddDescriptors(m_poll);
     m_poll.Add(m_wakePipe[0], true, false);
-    int wait = std::min(timeoutMs, kMaxWaitMs);
+    // Messages already received in a batch leave the socket looking empty.
+    const bool received = m_ipc.HasReceivedMessages();
+    int wait = received ? 0 : std::min(timeoutMs, kMaxWaitMs);
     if (m_json) {
         m_json->AddDescriptors(m_poll);
         const int due = m_json->GetNextDeadlineMs();
@@ -74,7 +76,7 @@ void CControllerLoop::RunOnce(int timeoutMs) {
         while (read(m_wakePipe[0], drained, sizeof drained) > 0) {
         }
     }
-    if (m_poll.IsReadable(m_ipc.GetDescriptor())) {
+    if (received || m_poll.IsReadable(m_ipc.GetDescriptor())) {
         // A bounded batch per turn, so a flood of IPC messages cannot starve the JSON clients.
         for (int handled = 0; handled < kMaxIpcPerTurn && m_ipc.ProcessEvents(); ++handled) {
         }

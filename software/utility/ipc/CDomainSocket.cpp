@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -11,6 +12,14 @@
 #include "RuntimeRoot.h"
 
 static_assert(sizeof(sockaddr_un) == 110, "the address is a 2-byte family and a 108-character path");
+
+namespace {
+
+// Room for the credentials and for a few descriptors a sender might pass, which are closed
+// at once (what does not fit is discarded by the kernel).
+constexpr size_t kControlSpace = CMSG_SPACE(sizeof(ucred)) + CMSG_SPACE(16 * sizeof(int));
+
+}  // namespace
 
 CDomainSocket::CDomainSocket() : m_fd(-1), m_address{}, m_credentials{}, m_hasCredentials(false), m_receiveTimeoutMs(~0u) {
     m_address.sun_family = AF_UNIX;
@@ -103,9 +112,7 @@ int CDomainSocket::Receive(unsigned char* buffer, int length, int flags, CDomain
         THROW_EXCEPTION("Uninitialized socket");
     }
     sockaddr_un sender{};
-    // Room for the credentials and for a few descriptors a sender might pass, which are
-    // closed below (what does not fit is discarded by the kernel).
-    alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof(ucred)) + CMSG_SPACE(16 * sizeof(int))];
+    alignas(cmsghdr) unsigned char control[kControlSpace];
     for (;;) {
         iovec data{buffer, static_cast<size_t>(length)};
         msghdr header{};
@@ -119,35 +126,86 @@ int CDomainSocket::Receive(unsigned char* buffer, int length, int flags, CDomain
         if (received >= 0) {
             bool hasCredentials = false;
             ucred credentials{};
-            for (cmsghdr* part = CMSG_FIRSTHDR(&header); part; part = CMSG_NXTHDR(&header, part)) {
-                if (part->cmsg_level != SOL_SOCKET) {
-                    continue;
-                }
-                if (part->cmsg_type == SCM_CREDENTIALS && part->cmsg_len >= CMSG_LEN(sizeof(ucred))) {
-                    memcpy(&credentials, CMSG_DATA(part), sizeof credentials);
-                    hasCredentials = true;
-                } else if (part->cmsg_type == SCM_RIGHTS) {
-                    const size_t count = (part->cmsg_len - CMSG_LEN(0)) / sizeof(int);
-                    for (size_t i = 0; i < count; ++i) {
-                        int fd = -1;
-                        memcpy(&fd, CMSG_DATA(part) + i * sizeof(int), sizeof fd);
-                        close(fd);
-                    }
-                }
-            }
+            TakeControl(header, credentials, hasCredentials);
             if (from) {
-                // An unbound sender has an empty path; a 108-character path loses its last
-                // character so that the path stays terminated.
-                sender.sun_family = AF_UNIX;
-                sender.sun_path[kMaxPathLength] = '\0';
-                from->m_address = sender;
-                from->m_credentials = credentials;
-                from->m_hasCredentials = hasCredentials;
+                SetSender(sender, credentials, hasCredentials, *from);
             }
             return static_cast<int>(received);
         }
         if (errno == EAGAIN || errno == EWOULDBLOCK) {
             return -1;
+        }
+        if (errno != EINTR) {
+            THROW_ERRNO_EXCEPTION("Socket recvfrom failed on %s", m_address.sun_path);
+        }
+    }
+}
+
+void CDomainSocket::TakeControl(msghdr& header, ucred& credentials, bool& hasCredentials) {
+    hasCredentials = false;
+    for (cmsghdr* part = CMSG_FIRSTHDR(&header); part; part = CMSG_NXTHDR(&header, part)) {
+        if (part->cmsg_level != SOL_SOCKET) {
+            continue;
+        }
+        if (part->cmsg_type == SCM_CREDENTIALS && part->cmsg_len >= CMSG_LEN(sizeof(ucred))) {
+            memcpy(&credentials, CMSG_DATA(part), sizeof credentials);
+            hasCredentials = true;
+        } else if (part->cmsg_type == SCM_RIGHTS) {
+            const size_t count = (part->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+            for (size_t i = 0; i < count; ++i) {
+                int fd = -1;
+                memcpy(&fd, CMSG_DATA(part) + i * sizeof(int), sizeof fd);
+                close(fd);
+            }
+        }
+    }
+}
+
+void CDomainSocket::SetSender(sockaddr_un& sender, const ucred& credentials, bool hasCredentials, CDomainSocket& from) {
+    // An unbound sender has an empty path; a 108-character path loses its last character so
+    // that the path stays terminated.
+    sender.sun_family = AF_UNIX;
+    sender.sun_path[kMaxPathLength] = '\0';
+    from.m_address = sender;
+    from.m_credentials = credentials;
+    from.m_hasCredentials = hasCredentials;
+}
+
+int CDomainSocket::RecvBatchNoBlock(SDomainDatagram* slots, int count) {
+    if (m_fd == -1) {
+        THROW_EXCEPTION("Uninitialized socket");
+    }
+    count = std::min(count, kMaxBatch);
+    sockaddr_un senders[kMaxBatch];
+    iovec data[kMaxBatch];
+    mmsghdr headers[kMaxBatch];
+    alignas(cmsghdr) unsigned char control[kMaxBatch][kControlSpace];
+    for (int i = 0; i < count; ++i) {
+        senders[i] = sockaddr_un{};
+        data[i] = iovec{slots[i].buffer, static_cast<size_t>(slots[i].capacity)};
+        headers[i] = mmsghdr{};
+        headers[i].msg_hdr.msg_name = &senders[i];
+        headers[i].msg_hdr.msg_namelen = sizeof senders[i];
+        headers[i].msg_hdr.msg_iov = &data[i];
+        headers[i].msg_hdr.msg_iovlen = 1;
+        headers[i].msg_hdr.msg_control = control[i];
+        headers[i].msg_hdr.msg_controllen = sizeof control[i];
+    }
+    for (;;) {
+        const int received = recvmmsg(m_fd, headers, static_cast<unsigned>(count), MSG_DONTWAIT | MSG_CMSG_CLOEXEC,
+                                      nullptr);
+        if (received >= 0) {
+            for (int i = 0; i < received; ++i) {
+                bool hasCredentials = false;
+                ucred credentials{};
+                TakeControl(headers[i].msg_hdr, credentials, hasCredentials);
+                SetSender(senders[i], credentials, hasCredentials, slots[i].from);
+                slots[i].length = static_cast<int>(headers[i].msg_len);
+            }
+            return received;
+        }
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            return 0;
         }
         if (errno != EINTR) {
             THROW_ERRNO_EXCEPTION("Socket recvfrom failed on %s", m_address.sun_path);

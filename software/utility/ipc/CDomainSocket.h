@@ -26,6 +26,8 @@
 
 #include <string>
 
+struct SDomainDatagram;
+
 class CDomainSocket {
 public:
     static constexpr size_t kMaxPathLength = sizeof(sockaddr_un::sun_path) - 1;
@@ -60,6 +62,11 @@ public:
     // or -1 when nothing arrived in time. One system call when the time-out is the same
     // as on the previous call, which is what keeps a request-reply round trip cheap.
     int RecvFromTimed(unsigned char* buffer, int length, CDomainSocket* from, unsigned int timeoutMs);
+    // Receives, with one system call and without waiting, the datagrams that are queued, at
+    // most count (up to kMaxBatch) of them, into slots[0..n) with their senders; returns n,
+    // 0 when none was waiting. Throws as RecvFrom.
+    static constexpr int kMaxBatch = 8;
+    int RecvBatchNoBlock(SDomainDatagram* slots, int count);
 
     // Sends one datagram. Returns the byte count sent. Throws "Uninitialized socket",
     // "Socket path too long: %s" or "Socket sendto failed from %s to %s" (with errno).
@@ -85,6 +92,10 @@ public:
 
 private:
     static sockaddr_un MakeAddress(const char* path);
+    // Takes the credentials out of a received header and closes any descriptors it carries.
+    static void TakeControl(msghdr& header, ucred& credentials, bool& hasCredentials);
+    // Makes `from` the address of a datagram's sender.
+    static void SetSender(sockaddr_un& sender, const ucred& credentials, bool hasCredentials, CDomainSocket& from);
     // One receive; -1 when it would block or its time-out ran out.
     int Receive(unsigned char* buffer, int length, int flags, CDomainSocket* from);
     void Close();
@@ -95,4 +106,13 @@ private:
     bool m_hasCredentials;
     // The receive time-out last set on the descriptor; ~0u when none was set.
     unsigned int m_receiveTimeoutMs;
+};
+
+// One datagram of a batch: the caller's buffer of `capacity` bytes, the byte count
+// received into it (a longer datagram is cut) and who sent it.
+struct SDomainDatagram {
+    unsigned char* buffer = nullptr;
+    int capacity = 0;
+    int length = 0;
+    CDomainSocket from;
 };

@@ -1,10 +1,13 @@
 // Unix-domain datagram transport on real sockets under a temporary runtime root:
 // socket file lifetime, server and client exchanges, reply matching by sequence,
-// incomplete datagrams, time-outs and transport errors.
+// incomplete datagrams, draining in batches, time-outs and transport errors.
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstring>
 #include <functional>
 #include <string>
 #include <thread>
@@ -32,6 +35,28 @@ std::vector<unsigned char> Wire(CIpcMessage& message) {
 
 void Send(CDomainSocket& from, const std::vector<unsigned char>& bytes, const std::string& to) {
     from.SendTo(bytes.data(), static_cast<int>(bytes.size()), to.c_str(), 0);
+}
+
+// Sends bytes with a descriptor attached (SCM_RIGHTS), as any local process may.
+void SendWithDescriptor(CDomainSocket& from, const std::vector<unsigned char>& bytes, const std::string& to, int fd) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    to.copy(address.sun_path, sizeof address.sun_path - 1);
+    iovec data{const_cast<unsigned char*>(bytes.data()), bytes.size()};
+    alignas(cmsghdr) unsigned char control[CMSG_SPACE(sizeof fd)] = {};
+    msghdr header{};
+    header.msg_name = &address;
+    header.msg_namelen = sizeof address;
+    header.msg_iov = &data;
+    header.msg_iovlen = 1;
+    header.msg_control = control;
+    header.msg_controllen = sizeof control;
+    cmsghdr* part = CMSG_FIRSTHDR(&header);
+    part->cmsg_level = SOL_SOCKET;
+    part->cmsg_type = SCM_RIGHTS;
+    part->cmsg_len = CMSG_LEN(sizeof fd);
+    memcpy(CMSG_DATA(part), &fd, sizeof fd);
+    ASSERT_EQ(sendmsg(from.GetDescriptor(), &header, 0), static_cast<ssize_t>(bytes.size()));
 }
 
 class CIpcTransport : public ::testing::Test {
@@ -221,6 +246,59 @@ TEST_F(CIpcTransport, IncompleteDatagramsAreIgnoredOnBothSides) {
     CIpcMessage reply;
     ASSERT_TRUE(client.MessageWait(reply, 5000));
     EXPECT_EQ(ValueOf(reply), "whole");
+}
+
+TEST_F(CIpcTransport, ADrainHandsOutEveryDatagramInOrderWithItsOwnSender) {
+    CIpcServer server(serverPath.c_str());
+    server.EnableCredentials();
+    CDomainSocket first(root.Path("/var/run/ui/first").c_str());
+    CDomainSocket second(root.Path("/var/run/ui/second").c_str());
+    int pipeFds[2];
+    ASSERT_EQ(pipe(pipeFds), 0);
+    // More than a batch, from two senders by turns; the fifth is cut short and the sixth
+    // carries a descriptor, which the server must close.
+    constexpr int kSent = CDomainSocket::kMaxBatch + 3;
+    for (int i = 0; i < kSent; ++i) {
+        CIpcMessage message = Command();
+        message.AddArg(0, i);
+        auto bytes = Wire(message);
+        if (i == 4) {
+            bytes.pop_back();
+        }
+        CDomainSocket& from = i % 2 ? second : first;
+        if (i == 5) {
+            SendWithDescriptor(from, bytes, serverPath, pipeFds[1]);
+        } else {
+            Send(from, bytes, serverPath);
+        }
+    }
+    close(pipeFds[1]);
+
+    for (int i = 0; i < kSent; ++i) {
+        CIpcMessage received;
+        bool complete = false;
+        ASSERT_TRUE(server.TryGetMessage(received, &complete)) << i;
+        EXPECT_EQ(complete, i != 4) << i;
+        if (complete) {
+            EXPECT_EQ(ValueOf(received), std::to_string(i));
+            EXPECT_EQ(received.GetReplyAddress(), (i % 2 ? second : first).GetPath());
+        }
+        ucred sender{};
+        ASSERT_TRUE(server.GetSenderCredentials(sender)) << i;
+        EXPECT_EQ(sender.pid, getpid());
+    }
+    CIpcMessage received;
+    EXPECT_FALSE(server.HasReceivedMessages());
+    EXPECT_FALSE(server.TryGetMessage(received));  // the drain ends without asking the kernel
+    EXPECT_FALSE(server.TryGetMessage(received));  // which then finds nothing waiting
+    pollfd writers{pipeFds[0], POLLIN, 0};
+    EXPECT_EQ(poll(&writers, 1, 0), 1);
+    EXPECT_TRUE(writers.revents & POLLHUP) << "the passed descriptor is still open";
+    close(pipeFds[0]);
+
+    CIpcMessage late = Command();
+    Send(first, Wire(late), serverPath);
+    EXPECT_TRUE(server.TryGetMessage(received));
 }
 
 TEST_F(CIpcTransport, NothingWaitingIsATimeOutNotAnError) {

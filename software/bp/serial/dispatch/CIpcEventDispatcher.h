@@ -66,8 +66,12 @@ public:
     CIpcEventDispatcher(const CIpcEventDispatcher&) = delete;
     CIpcEventDispatcher& operator=(const CIpcEventDispatcher&) = delete;
 
-    // Handles at most one waiting message; returns at once (false) when none is waiting.
+    // Handles at most one waiting message; returns at once (false) when none is waiting
+    // (CIpcServer::TryGetMessage: a drain ends without a system call to find it empty).
     bool ProcessEvents();
+    // True while messages received in one batch wait to be handled: the socket may then
+    // poll as empty, so the loop must not wait for it.
+    bool HasReceivedMessages() const { return m_server.HasReceivedMessages(); }
     // The controller socket's descriptor, for the event loop's select.
     int GetDescriptor() const { return m_server.GetDescriptor(); }
     // The controller socket for reading and the outbox's waiting receivers for writing.
