@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -111,7 +112,7 @@ int CDomainSocket::Receive(unsigned char* buffer, int length, int flags, CDomain
     if (m_fd == -1) {
         THROW_EXCEPTION("Uninitialized socket");
     }
-    sockaddr_un sender{};
+    sockaddr_un sender;
     alignas(cmsghdr) unsigned char control[kControlSpace];
     for (;;) {
         iovec data{buffer, static_cast<size_t>(length)};
@@ -128,7 +129,7 @@ int CDomainSocket::Receive(unsigned char* buffer, int length, int flags, CDomain
             ucred credentials{};
             TakeControl(header, credentials, hasCredentials);
             if (from) {
-                SetSender(sender, credentials, hasCredentials, *from);
+                SetSender(sender, header.msg_namelen, credentials, hasCredentials, *from);
             }
             return static_cast<int>(received);
         }
@@ -161,11 +162,14 @@ void CDomainSocket::TakeControl(msghdr& header, ucred& credentials, bool& hasCre
     }
 }
 
-void CDomainSocket::SetSender(sockaddr_un& sender, const ucred& credentials, bool hasCredentials, CDomainSocket& from) {
-    // An unbound sender has an empty path; a 108-character path loses its last character so
-    // that the path stays terminated.
+void CDomainSocket::SetSender(sockaddr_un& sender, socklen_t length, const ucred& credentials, bool hasCredentials,
+                              CDomainSocket& from) {
+    // The kernel writes only as much of the address as the sender bound: nothing of the path
+    // for an unbound sender, which so has an empty one, and a path without its terminator,
+    // which gets one here (a 108-character path loses its last character to it).
+    const size_t pathLength = length > offsetof(sockaddr_un, sun_path) ? length - offsetof(sockaddr_un, sun_path) : 0;
     sender.sun_family = AF_UNIX;
-    sender.sun_path[kMaxPathLength] = '\0';
+    sender.sun_path[std::min(pathLength, kMaxPathLength)] = '\0';
     from.m_address = sender;
     from.m_credentials = credentials;
     from.m_hasCredentials = hasCredentials;
@@ -180,10 +184,9 @@ int CDomainSocket::RecvBatchNoBlock(SDomainDatagram* slots, int count) {
     iovec data[kMaxBatch];
     mmsghdr headers[kMaxBatch];
     alignas(cmsghdr) unsigned char control[kMaxBatch][kControlSpace];
+    // Only what the kernel reads is set: it writes the rest, up to the lengths it reports.
     for (int i = 0; i < count; ++i) {
-        senders[i] = sockaddr_un{};
         data[i] = iovec{slots[i].buffer, static_cast<size_t>(slots[i].capacity)};
-        headers[i] = mmsghdr{};
         headers[i].msg_hdr.msg_name = &senders[i];
         headers[i].msg_hdr.msg_namelen = sizeof senders[i];
         headers[i].msg_hdr.msg_iov = &data[i];
@@ -199,7 +202,7 @@ int CDomainSocket::RecvBatchNoBlock(SDomainDatagram* slots, int count) {
                 bool hasCredentials = false;
                 ucred credentials{};
                 TakeControl(headers[i].msg_hdr, credentials, hasCredentials);
-                SetSender(senders[i], credentials, hasCredentials, slots[i].from);
+                SetSender(senders[i], headers[i].msg_hdr.msg_namelen, credentials, hasCredentials, slots[i].from);
                 slots[i].length = static_cast<int>(headers[i].msg_len);
             }
             return received;

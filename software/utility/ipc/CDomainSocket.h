@@ -94,8 +94,9 @@ private:
     static sockaddr_un MakeAddress(const char* path);
     // Takes the credentials out of a received header and closes any descriptors it carries.
     static void TakeControl(msghdr& header, ucred& credentials, bool& hasCredentials);
-    // Makes `from` the address of a datagram's sender.
-    static void SetSender(sockaddr_un& sender, const ucred& credentials, bool hasCredentials, CDomainSocket& from);
+    // Makes `from` the address of a datagram's sender, of which the kernel wrote `length` bytes.
+    static void SetSender(sockaddr_un& sender, socklen_t length, const ucred& credentials, bool hasCredentials,
+                          CDomainSocket& from);
     // One receive; -1 when it would block or its time-out ran out.
     int Receive(unsigned char* buffer, int length, int flags, CDomainSocket* from);
     void Close();

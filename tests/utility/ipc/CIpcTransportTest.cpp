@@ -252,11 +252,12 @@ TEST_F(CIpcTransport, ADrainHandsOutEveryDatagramInOrderWithItsOwnSender) {
     CIpcServer server(serverPath.c_str());
     server.EnableCredentials();
     CDomainSocket first(root.Path("/var/run/ui/first").c_str());
-    CDomainSocket second(root.Path("/var/run/ui/second").c_str());
+    CDomainSocket second;  // unbound: its messages carry no reply address
+    second.Create("");
     int pipeFds[2];
     ASSERT_EQ(pipe(pipeFds), 0);
-    // More than a batch, from two senders by turns; the fifth is cut short and the sixth
-    // carries a descriptor, which the server must close.
+    // More than a batch, from a bound and an unbound sender by turns; the fifth is cut
+    // short and the sixth carries a descriptor, which the server must close.
     constexpr int kSent = CDomainSocket::kMaxBatch + 3;
     for (int i = 0; i < kSent; ++i) {
         CIpcMessage message = Command();
