@@ -26,7 +26,6 @@ std::string CPjlinkSession::Greeting() const {
     return m_password.empty() ? "PJLINK 0\r" : "PJLINK 1 " + m_random + "\r";
 }
 
-
 std::string CPjlinkSession::Receive(const char* data, size_t size, uint64_t nowMs) {
     std::string out;
     for (size_t i = 0; i < size && !m_closed; ++i) {
