@@ -17,6 +17,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <list>
@@ -129,6 +130,9 @@ private:
             m_checker->Feed(reinterpret_cast<const unsigned char*>(m_lastEcho.data()), m_lastEcho.size());
         if (result != PARSE_COMPLETE || m_checker->GetCompleted() != before + 1 ||
             m_checker->GetLastEcho() != m_lastEcho) {
+            fprintf(stderr, "round trip failed: result %d, %d messages, echo [%s], read back as [%s]\n",
+                    static_cast<int>(result), m_checker->GetCompleted() - before, m_lastEcho.c_str(),
+                    m_checker->GetLastEcho().c_str());
             abort();
         }
     }

@@ -168,6 +168,7 @@ void CVeltraneSerialParser::StartMessage() {
     m_afterCode = false;
     m_afterSubcode = false;
     m_lastParamIsNumber = false;
+    m_sourceGiven = false;
     m_state = HEADER;
 }
 
@@ -428,40 +429,37 @@ EParseResult CVeltraneSerialParser::ParseHeader() {
         }
     }
 
+    // 65534 ("this projector") stays as it is until the message is complete: the address
+    // it stands for is read then (ResolveOwnAddress).
     uint16_t destination = 0;
-    uint16_t source = 0;
-    bool broadcast = numbers.empty();
-    if (!numbers.empty()) {
-        const long dest = numbers[0];
-        if (dest == 65535) {
-            broadcast = true;
-            destination = 65535;
-        } else if (dest == 65534) {
-            destination = static_cast<uint16_t>(s_address);
-        } else if (dest >= 1024) {
-            return SyntaxError("dest address out of range", static_cast<int>(dest));
-        } else {
-            destination = static_cast<uint16_t>(dest);
-        }
-    }
-    if (numbers.size() > 1) {
-        if (numbers[1] >= 1024) {
-            return SyntaxError("source address out of range", static_cast<int>(numbers[1]));
-        }
-        source = static_cast<uint16_t>(numbers[1]);
-        if (source == s_address) {
-            destination = static_cast<uint16_t>(s_address);
-            broadcast = false;
-        }
-    }
-    if (broadcast) {
+    if (numbers.empty() || numbers[0] == 65535) {
         flags |= ASCII_BROADCAST;
+        destination = numbers.empty() ? 0 : 65535;
+    } else if (numbers[0] == 65534 || numbers[0] < 1024) {
+        destination = static_cast<uint16_t>(numbers[0]);
+    } else {
+        return SyntaxError("dest address out of range", static_cast<int>(numbers[0]));
+    }
+    m_sourceGiven = numbers.size() > 1;
+    if (m_sourceGiven && numbers[1] >= 1024) {
+        return SyntaxError("source address out of range", static_cast<int>(numbers[1]));
     }
     m_message->SetFlags(flags);
     m_message->SetDestinationAddress(destination);
-    m_message->SetSourceAddress(source);
+    m_message->SetSourceAddress(m_sourceGiven ? static_cast<uint16_t>(numbers[1]) : 0);
     m_token.clear();
     return PARSE_INCOMPLETE;
+}
+
+void CVeltraneSerialParser::ResolveOwnAddress(CIpcMessage& message) const {
+    const auto own = static_cast<uint16_t>(s_address);
+    if (m_sourceGiven && message.GetSourceAddress() == own) {
+        // Sent from this projector's own address: it is for this projector alone.
+        message.SetDestinationAddress(own);
+        message.SetFlags(static_cast<uint16_t>(message.GetFlags() & ~ASCII_BROADCAST));
+    } else if (message.GetDestinationAddress() == 65534) {
+        message.SetDestinationAddress(own);
+    }
 }
 
 EParseResult CVeltraneSerialParser::AddNumber() {
@@ -546,6 +544,7 @@ EParseResult CVeltraneSerialParser::CompleteMessage() {
         }
         message->RemoveArg(last);
     }
+    ResolveOwnAddress(*message);
     if (RxdPreProcessMsg(*message)) {
         RxdProcessMsg(*message);
     }

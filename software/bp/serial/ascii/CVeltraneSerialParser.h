@@ -155,6 +155,9 @@ private:
     EParseResult HandleParamStart(unsigned char c);
     EParseResult SyntaxError(const std::string& reason, int value);
     EParseResult ParseHeader();
+    // The projector's address may change while a message arrives in pieces, so the header's
+    // references to it are resolved once, against the address when the message is complete.
+    void ResolveOwnAddress(CIpcMessage& message) const;
     EParseResult AddNumber();
     EParseResult AddText();
     EParseResult CompleteMessage();
@@ -193,6 +196,7 @@ private:
     uint8_t m_savedChecksum = 0;
     uint8_t m_lastNumberChecksum = 0;
     bool m_lastParamIsNumber = false;
+    bool m_sourceGiven = false;
 
     std::string m_transmit;
 

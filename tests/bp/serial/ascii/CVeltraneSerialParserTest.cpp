@@ -91,6 +91,15 @@ TEST_F(CParserTest, ControllerRefusalsBecomeErrorReplies) {
     EXPECT_EQ(Exchange("(00001 00002 FAC 1)"), "(00002 00001 ERR00117 \"System Error: FAC: Invalid Access Group\")");
 }
 
+TEST_F(CParserTest, OwnAddressIsTheOneInForceWhenTheMessageCompletes) {
+    Exchange("(65534 FAC");  // "this projector", while its address is 0
+    CVeltraneSerialParser::UpdateAddress(1);
+    EXPECT_EQ(Exchange(" 1)"), "(65535 00001 ERR00117 \"System Error: FAC: Invalid Access Group\")");
+    Exchange("(00003 00002 FAC");  // from 2 to 3: for another projector, for now
+    CVeltraneSerialParser::UpdateAddress(2);
+    EXPECT_EQ(Exchange(" 1)"), "(00002 00002 ERR00117 \"System Error: FAC: Invalid Access Group\")");
+}
+
 TEST_F(CParserTest, EverySplitOfTheStreamGivesTheSameAnswers) {
     const std::string stream = "noise(BRI 080)(#BRI?)(SUMM)(NAM \"a\\(b\\)\")(NAM?)";
     const std::string expected = Exchange(stream);
