@@ -20,7 +20,8 @@ extern char** environ;
 
 CChildSupervisor::CChildSupervisor(ILog& log, const IMonotonicClock& clock, const std::string& program,
                                    const std::vector<std::string>& arguments)
-    : m_log(log), m_clock(clock), m_program(program), m_arguments(arguments), m_restart(clock, kRestartDelayMs) {}
+    : m_log(log), m_clock(clock), m_program(program), m_arguments(arguments), m_restart(clock, kRestartDelayMs),
+      m_check(clock, kCheckIntervalMs) {}
 
 bool CChildSupervisor::Watch(pid_t pid, unsigned int seconds, const std::string& name) {
     if (!m_running || pid != m_pid || seconds == 0) {
@@ -76,6 +77,10 @@ bool CChildSupervisor::Start() {
 }
 
 void CChildSupervisor::Update() {
+    if (!m_check.IsExpired()) {
+        return;
+    }
+    m_check.Restart();
     ReadOutput();
     if (m_running) {
         int status = 0;

@@ -2,7 +2,8 @@
 // CChildSupervisor: runs one helper program as a child process and keeps it running: a
 // child that dies is started again (after kRestartDelayMs, with a log line), while the
 // controller goes on serving. As a periodic task of the dispatcher it looks at the child
-// once per loop turn without blocking.
+// without blocking, at most once every kCheckIntervalMs: a loop that is busy turns once per
+// request, and looking at every turn would cost each request a waitpid and a read.
 //
 // Stop ends the child with SIGTERM, waits up to kStopWaitMs for it, then SIGKILLs it, and
 // removes the IPC sockets it may have left under "/var/run/ui/" (files named
@@ -38,6 +39,8 @@ class CChildSupervisor : public IPeriodicTask {
 public:
     static constexpr unsigned int kRestartDelayMs = 1000;
     static constexpr unsigned int kStopWaitMs = 5000;
+    // The loop's longest wait, so an idle loop looks at the child as often as before.
+    static constexpr unsigned int kCheckIntervalMs = 100;
     static constexpr const char* kEmulatorVariable = "VPROJECTOR_EMULATOR";
 
     CChildSupervisor(ILog& log, const IMonotonicClock& clock, const std::string& program,
@@ -67,6 +70,7 @@ private:
     pid_t m_pid = -1;
     bool m_running = false;
     CTimer m_restart;
+    CTimer m_check;
     bool m_watched = false;
     std::string m_watchName;
     uint32_t m_watchSince = 0;
