@@ -82,8 +82,8 @@ class CPjlinkFrontendTest : public ::testing::Test {
 protected:
     CPjlinkFrontendTest() {
         prctl(PR_SET_CHILD_SUBREAPER, 1);
-        port = FreeUdpPort();
-        noticePort = FreeUdpPort();
+        port = FreePort();
+        noticePort = FreePort();
         listener = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         const sockaddr_in own = Address("127.0.0.2", noticePort);
         bound = bind(listener, reinterpret_cast<const sockaddr*>(&own), sizeof own) == 0;
@@ -112,8 +112,6 @@ protected:
         config["pjlink"]["errors"] = J(R"({"lamp": ["LAMP"], "other": ["SYST"]})");
         root.WriteFile("/etc/menu.json", CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/menu.json"));
         const std::string file = root.WriteFile("/test.json", Json::writeString(Json::StreamWriterBuilder(), config));
-        int out[2];
-        ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
         std::vector<std::string> arguments = {VPROJECTOR,       "--root",         root.GetDir(), "--config",
                                               file,             "--ascii-port",   "0",           "--jsonrpc-port",
                                               "0",              "--unicast-port", "0",           "--pjlink-port",
@@ -121,11 +119,8 @@ protected:
         if (ownFrontend) {
             arguments.push_back("--no-pjlink");
         }
-        projector = Spawn(arguments, out[1], root.Path("/vprojector.log"));
-        close(out[1]);
+        const std::string line = SpawnUntilReady(arguments, root.Path("/vprojector.log"), projector, 20);
         ASSERT_GT(projector, 0);
-        const std::string line = ReadUntil(out[0], "\n", 20);
-        close(out[0]);
         int pjlink = -1;
         ASSERT_EQ(sscanf(line.c_str(), "ready ascii=%*d jsonrpc=%d ipc=%*s unicast=%*d pjlink=%d", &jsonPort, &pjlink),
                   2)
@@ -156,10 +151,7 @@ protected:
     int Control(const std::string& code) {
         return rpc->Call("control:get", R"({"code": ")" + code + R"("})")["result"]["value"].asInt();
     }
-    std::string Log() const {
-        const std::string log = CTempRoot::ReadFile(root.Path("/vprojector.log"));
-        return "\n...\n" + log.substr(log.size() > 3000 ? log.size() - 3000 : 0);
-    }
+    std::string Log() const { return LogTail(root.Path("/vprojector.log")); }
 
     CTempRoot root;
     int port = 0;

@@ -98,12 +98,7 @@ protected:
         if (!member.netns.empty()) {
             command.insert(command.begin(), {"/sbin/ip", "netns", "exec", member.netns});
         }
-        int out[2];
-        ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
-        member.pid = Spawn(command, out[1], root.Path(dir + ".log"), false);
-        close(out[1]);
-        const std::string line = ReadUntil(out[0], "\n", 15);
-        close(out[0]);
+        const std::string line = SpawnUntilReady(command, root.Path(dir + ".log"), member.pid, 15, false);
         const size_t at = line.find("unicast=");
         ASSERT_NE(at, std::string::npos) << line << CTempRoot::ReadFile(root.Path(dir + ".log"));
         member.unicastPort = static_cast<unsigned short>(std::stoi(line.substr(at + 8)));
@@ -210,7 +205,7 @@ protected:
     }
 
     CTempRoot root;
-    unsigned short port = FreeUdpPort();
+    unsigned short port = FreePort();
     std::vector<SMember> members;
     std::vector<std::string> namespaces;
     std::unique_ptr<CMulticastUdpClient> controller;

@@ -64,27 +64,6 @@ SUsage UsageOf(pid_t pid) {
     return usage;
 }
 
-sockaddr_in Loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<unsigned short>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-// Connects, sends `text` and reads until `expected` (or 10 s); the answer read.
-std::string TcpExchange(int port, const std::string& text, const std::string& expected) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in address = Loopback(port);
-    std::string got;
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-        send(fd, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size())) {
-        got = ReadUntil(fd, expected, 10);
-    }
-    close(fd);
-    return got;
-}
-
 class CResourceUseTest : public ::testing::Test {
 protected:
     ~CResourceUseTest() override {
@@ -102,16 +81,11 @@ protected:
         setenv("ASAN_OPTIONS", (std::string(asan ? asan : "") + ":quarantine_size_mb=1").c_str(), 1);
 #endif
         root.WriteFile("/etc/menu.json", CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/menu.json"));
-        int out[2];
-        ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
-        projector = Spawn({VPROJECTOR, "--root", root.GetDir(), "--ascii-port", "0", "--jsonrpc-port", "0",
-                           "--unicast-port", "0", "--pjlink-port", "0"},
-                          out[1], root.Path("/vprojector.log"));
-        close(out[1]);
+        const std::string line = SpawnUntilReady({VPROJECTOR, "--root", root.GetDir(), "--ascii-port", "0",
+                                                  "--jsonrpc-port", "0", "--unicast-port", "0", "--pjlink-port", "0"},
+                                                 root.Path("/vprojector.log"), projector, 20);
         ASSERT_GT(projector, 0);
-        const std::string line = ReadUntil(out[0], "\n", 20);
-        close(out[0]);
-        ASSERT_EQ(sscanf(line.c_str(), "ready ascii=%d jsonrpc=%d ipc=%*s unicast=%d pjlink=%d", &asciiPort, &jsonPort,
+        ASSERT_EQ(sscanf(line.c_str(), "ready ascii=%hu jsonrpc=%hu ipc=%*s unicast=%hu pjlink=%hu", &asciiPort, &jsonPort,
                          &unicastPort, &pjlinkPort),
                   4)
             << line;
@@ -196,7 +170,7 @@ protected:
             }
             default:
                 if (i % 2) {
-                    Json::Rpc::UdpClient udp("127.0.0.1", static_cast<unsigned short>(unicastPort));
+                    Json::Rpc::UdpClient udp("127.0.0.1", unicastPort);
                     ASSERT_TRUE(udp.Connect());
                     ASSERT_TRUE(udp.Send(R"({"jsonrpc": "2.0", "id": 1, "method": "control:get", "params": ["BRI"]})"));
                     std::string answer;
@@ -235,7 +209,7 @@ protected:
     CTempRoot root;
     CLogger quiet;
     pid_t projector = -1;
-    int asciiPort = 0, jsonPort = 0, unicastPort = 0, pjlinkPort = 0;
+    unsigned short asciiPort = 0, jsonPort = 0, unicastPort = 0, pjlinkPort = 0;
     std::unique_ptr<CEventLink> link;
     std::unique_ptr<CRpc> rpc;
 };

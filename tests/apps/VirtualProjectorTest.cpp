@@ -39,14 +39,6 @@ namespace {
 // The shipped configuration's service account (level 3).
 constexpr const char* kServiceLogin = R"({"user": "service", "password": "service"})";
 
-sockaddr_in Loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<unsigned short>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
 // The shipped configuration with members of BRI replaced and a control added.
 std::string ShippedWith(const std::string& brightness, const std::string& added = "") {
     Json::Value config = J(CTempRoot::ReadFile(PROJ_SOURCE_DIR "/config/vprojector.json"));
@@ -81,19 +73,13 @@ protected:
     // Starts the projector (with the shipped configuration unless the options name one)
     // and waits for its ready line.
     void Start(const std::vector<std::string>& options = {}) {
-        int out[2];
-        ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
         std::vector<std::string> arguments = {VPROJECTOR,       "--root", root.GetDir(), "--ascii-port", "0",
                                               "--jsonrpc-port", "0",      "--unicast-port", "0",         "--no-pjlink"};
         arguments.insert(arguments.end(), options.begin(), options.end());
-        projector = Spawn(arguments, out[1],
-                          root.Path("/vprojector.log"));
-        close(out[1]);
+        const std::string line = SpawnUntilReady(arguments, root.Path("/vprojector.log"), projector, 15);
         ASSERT_GT(projector, 0);
-        const std::string line = ReadUntil(out[0], "\n", 15);
-        close(out[0]);
         char ipc[512] = {};
-        ASSERT_EQ(sscanf(line.c_str(), "ready ascii=%d jsonrpc=%d ipc=%511s", &asciiPort, &jsonPort, ipc), 3)
+        ASSERT_EQ(sscanf(line.c_str(), "ready ascii=%hu jsonrpc=%hu ipc=%511s", &asciiPort, &jsonPort, ipc), 3)
             << line << Log();
         EXPECT_GT(asciiPort, 0);
         EXPECT_GT(jsonPort, 0);
@@ -135,17 +121,9 @@ protected:
         }
     }
 
-    // Sends ASCII commands over a new TCP connection and reads until `expected` arrived
-    // (or 10 s passed); returns everything read.
+    // Sends ASCII commands over a new TCP connection and reads until `expected` arrived.
     std::string Ascii(const std::string& commands, const std::string& expected) const {
-        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const sockaddr_in address = Loopback(asciiPort);
-        const bool sent =
-            connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-            send(fd, commands.data(), commands.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(commands.size());
-        const std::string got = sent ? ReadUntil(fd, expected, 10) : "";
-        close(fd);
-        return got;
+        return TcpExchange(asciiPort, commands, expected);
     }
 
     int IpcValue(const std::string& code) {
@@ -173,10 +151,7 @@ protected:
         return CTempRoot::ReadFile(root.Path("/var/data/controls/" + code));
     }
     // The end of the projector's log, for failure messages.
-    std::string Log() const {
-        const std::string log = CTempRoot::ReadFile(root.Path("/vprojector.log"));
-        return "\n...\n" + log.substr(log.size() > 3000 ? log.size() - 3000 : 0);
-    }
+    std::string Log() const { return LogTail(root.Path("/vprojector.log")); }
 
     struct SRun {
         int status;
@@ -197,8 +172,8 @@ protected:
     CTempRoot root;
     CLogger quiet;
     pid_t projector = -1;
-    int asciiPort = 0;
-    int jsonPort = 0;
+    unsigned short asciiPort = 0;
+    unsigned short jsonPort = 0;
     std::unique_ptr<CEventLink> link;
 };
 

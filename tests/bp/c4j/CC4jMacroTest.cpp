@@ -2,8 +2,6 @@
 // (weekdays, the weeks rule, both changes of summer time in a zone that has them), and
 // macros run over TCP to a stand-in for the projector's ASCII server.
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -12,6 +10,7 @@
 
 #include "C4jFixture.h"
 #include "CC4jMacro.h"
+#include "LocalSockets.h"
 
 namespace {
 
@@ -33,15 +32,7 @@ protected:
         setenv("TZ", "Europe/Berlin", 1);
         tzset();
         localTime.now = localTime.At("2026/11/25 09:00:00");  // a Wednesday
-        listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address);
-        listen(listener, 4);
-        getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
-        port = ntohs(address.sin_port);
+        listener = ListenLocal(port);
         macros = std::make_unique<CC4jMacro>(server, localTime, port);
         macros->Initialize();
         client = Connect();

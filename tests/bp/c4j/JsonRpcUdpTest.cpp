@@ -82,7 +82,7 @@ TEST(JsonRpcUdp, TheGroupHearsItsOwnRequestsAndAFilterDropsOtherSenders) {
         GTEST_SKIP() << "this system (an emulator) cannot choose a multicast interface (IP_MULTICAST_IF)";
     }
     CBufferedLog log;
-    CJsonRpcMulticast group(kGroup, FreeUdpPort(), "lo", log);
+    CJsonRpcMulticast group(kGroup, FreePort(), "lo", log);
     EXPECT_EQ(ThrownMessage([&] { group.MulticastRpcSend(SJsonRpcMulticast{"echo", Json::Value(), 1}); }),
               "Uninitialized JSON multicast client");
     EXPECT_EQ(ThrownMessage([&] { group.ProcessMessages(0); }), "Uninitialized JSON multicast server");
@@ -118,7 +118,7 @@ TEST(JsonRpcUdp, TheGroupHearsItsOwnRequestsAndAFilterDropsOtherSenders) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Ignoring response: 0\n");
     EXPECT_EQ(digit.text, "");
 
-    CJsonRpcMulticast nowhere(kGroup, FreeUdpPort(), "nosuch0", log);
+    CJsonRpcMulticast nowhere(kGroup, FreePort(), "nosuch0", log);
     EXPECT_EQ(ThrownMessage([&] { nowhere.Initialize(); }), "Error initializing multicast receive socket");
     EXPECT_TRUE(log.Logged("Error setting the network interface to nosuch0"));
     EXPECT_EQ(nowhere.GetServer().GetSocket(), -1);
@@ -139,7 +139,7 @@ TEST(JsonRpcUdp, UnicastClientChecksItsAddressAndGivesUpAfterItsTimeout) {
     serve.join();
     EXPECT_EQ(J(answer)["result"], J("[5]"));
 
-    CUnicastUdpClient unheard("127.0.0.1", FreeUdpPort());
+    CUnicastUdpClient unheard("127.0.0.1", FreePort());
     unheard.UnicastConnect("");
     unheard.SetRecvTimeout(50);
     EXPECT_FALSE(unheard.Call(R"({"jsonrpc": "2.0", "method": "echo", "id": 1})", answer));
@@ -153,7 +153,7 @@ TEST(JsonRpcUdp, AUnicastPortIsNeverSharedWhileGroupMembersShareTheirs) {
               "Error binding to unicast server socket: " + std::string(strerror(EADDRINUSE)));
     EXPECT_EQ(second.GetSocket(), -1);
 
-    const unsigned short port = FreeUdpPort();
+    const unsigned short port = FreePort();
     CMulticastUdpServer member(kGroup, port);
     CMulticastUdpServer other(kGroup, port);
     EXPECT_TRUE(member.Bind());

@@ -1,13 +1,12 @@
 // The listening socket on the loopback interface: binding, the real port, accepting a
 // connection, refusals.
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "LocalSockets.h"
 #include "jsonrpc/Server.h"
 
 using Json::Rpc::Server;
@@ -16,14 +15,11 @@ namespace {
 
 // A blocking connect to 127.0.0.1:port; true when the connection was accepted.
 bool Connects(unsigned short port) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const bool connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    close(fd);
-    return connected;
+    const int fd = ConnectLocal(port);
+    if (fd >= 0) {
+        close(fd);
+    }
+    return fd >= 0;
 }
 
 }  // namespace

@@ -44,10 +44,10 @@ protected:
     }
     std::string Ask(int fd, const std::string& request, const std::string& reply) {
         WriteAll(fd, request);
-        return ReadUntil(fd, reply, [this] { handler->RunOnce(10); });
+        return ReadUntil(fd, reply, 10, [this] { handler->RunOnce(10); });
     }
     int Client(unsigned short port, int receiveBuffer = 0) {
-        const int fd = Connect(port, receiveBuffer);
+        const int fd = ConnectLocal(port, receiveBuffer);
         EXPECT_GE(fd, 0);
         clients.push_back(fd);
         return fd;
@@ -100,7 +100,7 @@ TEST_F(CVeltraneSerialHandlerTest, FollowsPortControlChangesWhileRunning) {
     EXPECT_TRUE(Logged("RAL change: Starting up Serial Handler: 4"));
     EXPECT_EQ(Ask(prtb.master, "(BRI?)", "(BRI!050)"), "(BRI!050)");
     // A broadcast on PRTB is relayed to its pair.
-    EXPECT_EQ(ReadUntil(prta.master, "(BRI?)", [this] { handler->RunOnce(10); }), "(BRI?)");
+    EXPECT_EQ(ReadUntil(prta.master, "(BRI?)", 10, [this] { handler->RunOnce(10); }), "(BRI?)");
 
     SetControl("RAL", "PRTB", 0);
     EXPECT_TRUE(RunUntil([&] { return !handler->HasPort(PORT_B); }));
@@ -114,7 +114,7 @@ TEST_F(CVeltraneSerialHandlerTest, MovedServerPortKeepsOpenConnections) {
     SetControl("NET", "PORT", moved);
     ASSERT_TRUE(RunUntil([&] { return handler->GetServerPort() == moved; }));
 
-    EXPECT_EQ(Connect(serverPort), -1);
+    EXPECT_EQ(ConnectLocal(serverPort), -1);
     serverPort = moved;
     const int after = Accepted();
     EXPECT_EQ(Ask(after, "(BRI?)", "(BRI!050)"), "(BRI!050)");
@@ -161,9 +161,9 @@ TEST_F(CVeltraneSerialHandlerTest, UsbAdapterIsThePusbPortOpenedRemovedAndReopen
     SetControl("NTR", "", ROUTING_ALL);
     EXPECT_TRUE(RunUntil([&] { return CVeltraneSerialParser::GetRouting() == ROUTING_ALL; }));
     Ask(usb->master, "(BRI?)", "(BRI!050)");
-    EXPECT_EQ(ReadUntil(prta.master, "(BRI?)", [this] { handler->RunOnce(10); }), "(BRI?)");
+    EXPECT_EQ(ReadUntil(prta.master, "(BRI?)", 10, [this] { handler->RunOnce(10); }), "(BRI?)");
     Ask(prta.master, "(BRI?)", "(BRI!050)");
-    EXPECT_EQ(ReadUntil(usb->master, "(BRI?)", [this] { handler->RunOnce(10); }), "(BRI?)");
+    EXPECT_EQ(ReadUntil(usb->master, "(BRI?)", 10, [this] { handler->RunOnce(10); }), "(BRI?)");
 
     // "RAL"+"PUSB" closes it, keeps it closed when plugged, and opens it again.
     SetControl("RAL", "PUSB", 0);

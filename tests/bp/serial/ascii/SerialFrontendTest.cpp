@@ -4,17 +4,13 @@
 #include <gtest/gtest.h>
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include <filesystem>
 #include <string>
-#include <vector>
 
-#include "Emulation.h"
+#include "ChildProcess.h"
 #include "SerialPortsFixture.h"
-
-extern char** environ;
 
 namespace {
 
@@ -32,38 +28,13 @@ protected:
 
     // Starts the front-end and connects to its server once it listens.
     void Launch() {
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, root.Path("/frontend.log").c_str(), O_WRONLY | O_CREAT, 0600);
-        posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        std::vector<std::string> command = EmulatedCommand({SERIAL_FRONTEND, "--root", root.GetDir(), "--log-level", "6"});
-        std::vector<char*> argv;
-        for (std::string& argument : command) {
-            argv.push_back(argument.data());
-        }
-        argv.push_back(nullptr);
-        ASSERT_EQ(posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while ((tcp = Connect(serverPort)) < 0 && std::chrono::steady_clock::now() < deadline) {
-            ASSERT_EQ(waitpid(child, nullptr, WNOHANG), 0) << Output();
-            usleep(20000);
-        }
+        const std::string output = root.Path("/frontend.log");
+        const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        child = Spawn({SERIAL_FRONTEND, "--root", root.GetDir(), "--log-level", "6"}, out, output);
+        close(out);
+        ASSERT_GT(child, 0);
+        Eventually([&] { return (tcp = ConnectLocal(serverPort)) >= 0 || waitpid(child, nullptr, WNOHANG) != 0; });
         ASSERT_GE(tcp, 0) << Output();
-    }
-    // The exit status, or -1 when the child did not end within 10 s.
-    int WaitForExit() {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        int status = 0;
-        while (std::chrono::steady_clock::now() < deadline) {
-            if (waitpid(child, &status, WNOHANG) == child) {
-                child = -1;
-                return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-            }
-            usleep(20000);
-        }
-        return -1;
     }
     // The front-end's socket files: its event link's two and its error socket.
     size_t FrontendSockets() const {
@@ -105,7 +76,8 @@ TEST_F(CSerialFrontendTest, ForwardsRegisteredChangesAndEndsCleanlyOnSigterm) {
 
     EXPECT_EQ(FrontendSockets(), 3u);
     ASSERT_EQ(kill(child, SIGTERM), 0);
-    EXPECT_EQ(WaitForExit(), 0) << Output();
+    EXPECT_EQ(WaitForExit(child, 10), 0) << Output();
+    child = -1;
     EXPECT_TRUE(ClosedByPeer(tcp));
     EXPECT_EQ(FrontendSockets(), 0u);
 }

@@ -4,18 +4,17 @@
 // the PRTA and PRTB devices (only PRTA enabled). The helpers talk to the handler's ports
 // as a client would: raw bytes over the pty master or a TCP socket on 127.0.0.1.
 
-#include <netinet/in.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
-#include <functional>
 #include <string>
 
 #include "ControllerFixture.h"
+#include "FreePort.h"
+#include "LocalSockets.h"
 
 // A pseudo-terminal whose slave stands in for a serial device under the runtime root.
 struct SPty {
@@ -45,40 +44,6 @@ struct SPty {
     int slave = -1;
 };
 
-inline sockaddr_in Loopback(unsigned short port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-// A TCP port nobody listens on right now.
-inline unsigned short FreePort() {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = Loopback(0);
-    socklen_t length = sizeof address;
-    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), length), 0);
-    EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), 0);
-    close(fd);
-    return ntohs(address.sin_port);
-}
-
-// A connected client socket, or -1 when nothing accepts on the port. A receive buffer
-// size other than 0 is set before connecting.
-inline int Connect(unsigned short port, int receiveBuffer = 0) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (receiveBuffer != 0) {
-        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
-    }
-    const sockaddr_in address = Loopback(port);
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
 // Writes what the descriptor takes now; sockets without SIGPIPE.
 inline size_t WriteSome(int fd, const std::string& bytes) {
     ssize_t written = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
@@ -90,27 +55,6 @@ inline size_t WriteSome(int fd, const std::string& bytes) {
 
 inline void WriteAll(int fd, const std::string& bytes) {
     EXPECT_EQ(WriteSome(fd, bytes), bytes.size());
-}
-
-// Reads until `expected` has arrived (or 10 s passed) and returns everything read;
-// `turn` runs between reads (the handler's loop when it runs in the test's thread).
-inline std::string ReadUntil(int fd, const std::string& expected, const std::function<void()>& turn = nullptr) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    std::string got;
-    while (got.find(expected) == std::string::npos && std::chrono::steady_clock::now() < deadline) {
-        pollfd watched{fd, POLLIN, 0};
-        if (poll(&watched, 1, turn ? 0 : 50) == 1) {
-            char chunk[256];
-            const ssize_t count = read(fd, chunk, sizeof chunk);
-            if (count <= 0) {
-                break;
-            }
-            got.append(chunk, static_cast<size_t>(count));
-        } else if (turn) {
-            turn();
-        }
-    }
-    return got;
 }
 
 // True when the peer closed the connection (end of stream within 10 s).

@@ -1,19 +1,21 @@
 #pragma once
 // Helpers for end-to-end tests that run the executables as child processes: start one
-// with its standard streams, wait for a condition or an exit, read its output.
+// with its standard streams (or until it says it is ready), wait for a condition or an exit.
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "Emulation.h"
+#include "LocalSockets.h"
 
 extern char** environ;
 
@@ -68,19 +70,25 @@ inline int WaitForExit(pid_t pid, int seconds) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// Reads until `expected` arrived, the writer closed or the deadline passed; returns
-// everything read.
-inline std::string ReadUntil(int fd, const std::string& expected, int seconds) {
-    const auto deadline = SteadyClock::now() + std::chrono::seconds(seconds);
-    std::string got;
-    while (got.find(expected) == std::string::npos && SteadyClock::now() < deadline) {
-        pollfd watched{fd, POLLIN, 0};
-        char chunk[256] = {};
-        const ssize_t count = poll(&watched, 1, 50) == 1 ? read(fd, chunk, sizeof chunk) : 0;
-        if (count < 0 || (count == 0 && watched.revents != 0)) {
-            break;
-        }
-        got.append(chunk, static_cast<size_t>(count));
+// Starts a program that says on its first line of output that it is ready; returns that
+// line ("" when none came within `seconds`) and sets `pid` (-1 when it did not start).
+inline std::string SpawnUntilReady(const std::vector<std::string>& arguments, const std::string& errFile, pid_t& pid,
+                                   int seconds, bool emulated = true) {
+    int out[2];
+    pid = -1;
+    if (pipe2(out, O_CLOEXEC) != 0) {
+        return "";
     }
-    return got;
+    pid = Spawn(arguments, out[1], errFile, emulated);
+    close(out[1]);
+    const std::string line = pid > 0 ? ReadUntil(out[0], "\n", seconds) : "";
+    close(out[0]);
+    return line;
+}
+
+// The end of a child's log file, for failure messages.
+inline std::string LogTail(const std::string& file) {
+    std::ifstream in(file);
+    const std::string log{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    return "\n...\n" + log.substr(log.size() > 3000 ? log.size() - 3000 : 0);
 }
