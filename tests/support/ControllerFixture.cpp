@@ -1,5 +1,7 @@
 #include "ControllerFixture.h"
 
+#include <unistd.h>
+
 CControllerFixture::CControllerFixture() {
     root.MakeDir("/var/run/ui");
     controls.push_back(std::make_unique<CProjCon>(DT_INTEGER, dispatcher, proxy, "BRI", true, 0, 100, 50,
@@ -11,18 +13,9 @@ CControllerFixture::CControllerFixture() {
     controls.push_back(
         std::make_unique<CProjCon>(DT_ACTION, dispatcher, proxy, "RST", false, ACCESS_OPERATOR, 0, 0, 0, false));
     auto input = std::make_unique<CProjCon>(DT_LIST, dispatcher, proxy, "INP", false, 1, ACCESS_OPERATOR, 0, 0, false);
-    SListEntry hdmi;
-    hdmi.value = 1;
-    hdmi.text = "HDMI";
-    SListEntry dvi = hdmi;
-    dvi.value = 2;
-    dvi.text = "DVI";
-    dvi.selectable = false;
-    SListEntry sdi = hdmi;
-    sdi.value = 3;
-    sdi.text = "SDI";
-    sdi.shown = false;
-    input->AddList({hdmi, dvi, sdi});
+    // value, text id, user data, shown, selectable, text, icon
+    input->AddList({SListEntry{1, 0, 0, true, true, "HDMI", ""}, SListEntry{2, 0, 0, true, false, "DVI", ""},
+                    SListEntry{3, 0, 0, false, true, "SDI", ""}});
     controls.push_back(std::move(input));
     controls.push_back(std::make_unique<CProjCon>(DT_TEXT, dispatcher, proxy, "NAM", false, 1, 16, "Projector",
                                                   ACCESS_OPERATOR, 0, 0, false));
@@ -59,4 +52,13 @@ CIpcMessage CControllerFixture::Message(const std::string& code, const std::stri
     message.SetCode(code);
     message.SetSubCode(subcode);
     return message;
+}
+
+std::list<CIpcMessage> CControllerFixture::Notes(size_t count) {
+    std::list<CIpcMessage> notes;
+    for (int i = 0; i < 200 && notes.size() < count; ++i) {
+        link->ProcessNotify(notes);
+        usleep(5000);
+    }
+    return notes;
 }

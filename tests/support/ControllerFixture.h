@@ -16,6 +16,7 @@
 
 #include <gtest/gtest.h>
 
+#include <list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -39,6 +40,8 @@ protected:
     static int ErrorOf(const CIpcMessage& message);
     bool Logged(const std::string& text) const { return log.Logged(text); }
     CIpcMessage Message(const std::string& code, const std::string& subcode = "") const;
+    // The link's notifications once `count` have arrived (fewer after a second).
+    std::list<CIpcMessage> Notes(size_t count);
 
     CTempRoot root;
     CBufferedLog log;

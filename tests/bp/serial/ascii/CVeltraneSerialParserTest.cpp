@@ -230,11 +230,7 @@ TEST_F(CParserTest, RegisteredChangesArriveAsReplies) {
     int value = 80;
     CEventLink other(log, "other");
     ASSERT_EQ(other.SetValue(ACCESS_OPERATOR, "BRI", "", value, false), ERR_NONE);
-    std::list<CIpcMessage> notes;
-    for (int i = 0; i < 200 && notes.empty(); ++i) {
-        link->ProcessNotify(notes);
-        usleep(5000);
-    }
+    const std::list<CIpcMessage> notes = Notes(1);
     ASSERT_EQ(notes.size(), 1u);
     parser->HandleNotification(notes.front());
     EXPECT_EQ(Output(), "(BRI!080)");

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <chrono>
 #include <list>
 #include <memory>
@@ -219,11 +217,7 @@ TEST_F(CIpcEventDispatcherTest, NotificationsCarryEachTypeInOrder) {
             *dispatcher.GetControl("BRI"),
             static_cast<ENotifyType>(NOTIFY_VALUE | NOTIFY_ENABLED | NOTIFY_RANGE | NOTIFY_LIST));
     });
-    std::list<CIpcMessage> notes;
-    for (int i = 0; i < 200 && notes.size() < 2; ++i) {
-        link->ProcessNotify(notes);
-        usleep(5000);
-    }
+    const std::list<CIpcMessage> notes = Notes(2);
     ASSERT_EQ(notes.size(), 2u);
     EXPECT_EQ(notes.front().GetCode(), "BRI");
     EXPECT_EQ(Arg(notes.front(), 0), "80");
