@@ -74,10 +74,6 @@ TEST_F(CC4jMenuTest, FavouritesKeepTheirOrderAndOutliveTheModel) {
     EXPECT_EQ(favourites[2]["code"], "LMP");
     EXPECT_EQ(CTempRoot::ReadFile(root.Path(CJsonMenu::kFavoritesPath)), R"(["MMM+LAMP","BRI","LMP"])");
 
-    CJsonMenu fresh;
-    fresh.Initialize();
-    EXPECT_EQ(fresh.GetFavMenuListing(), J(R"(["MMM+LAMP","BRI","LMP"])"));
-
     Result(*client, "menu:clearFavorites");
     EXPECT_EQ(Items(R"(["MMM+FAVR"])"), J("[]"));
 }
