@@ -5,7 +5,6 @@
 // as a client would: raw bytes over the pty master or a TCP socket on 127.0.0.1.
 
 #include <poll.h>
-#include <pty.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -15,34 +14,7 @@
 #include "ControllerFixture.h"
 #include "FreePort.h"
 #include "LocalSockets.h"
-
-// A pseudo-terminal whose slave stands in for a serial device under the runtime root.
-struct SPty {
-    SPty(const CTempRoot& root, const std::string& device) {
-        EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
-        char name[64] = {};
-        EXPECT_EQ(ptsname_r(master, name, sizeof name), 0);
-        root.MakeDir("/dev");
-        unlink(root.Path(device).c_str());
-        EXPECT_EQ(symlink(name, root.Path(device).c_str()), 0);
-    }
-    ~SPty() {
-        CloseMaster();
-        close(slave);
-    }
-    SPty(const SPty&) = delete;
-    SPty& operator=(const SPty&) = delete;
-    // The device goes away: the slave side hangs up.
-    void CloseMaster() {
-        if (master >= 0) {
-            close(master);
-        }
-        master = -1;
-    }
-
-    int master = -1;
-    int slave = -1;
-};
+#include "Pty.h"
 
 // Writes what the descriptor takes now; sockets without SIGPIPE.
 inline size_t WriteSome(int fd, const std::string& bytes) {

@@ -4,13 +4,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <pty.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <string>
 
 #include "Emulation.h"
+#include "Pty.h"
 #include "TempRoot.h"
 #include "ThrownMessage.h"
 #include "port/CSerialPort.h"
@@ -19,34 +19,22 @@ namespace {
 
 class CSerialPortTest : public ::testing::Test {
 protected:
-    CSerialPortTest() : path(root.Path("/dev/ttymxc0")) {
-        EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
-        char name[64];
-        EXPECT_EQ(ptsname_r(master, name, sizeof name), 0);
-        root.MakeDir("/dev");
-        EXPECT_EQ(symlink(name, path.c_str()), 0);
-    }
-    ~CSerialPortTest() override {
-        close(master);
-        close(slave);
-    }
     termios Terminal() const {
         termios settings{};
-        EXPECT_EQ(tcgetattr(slave, &settings), 0);
+        EXPECT_EQ(tcgetattr(pty.slave, &settings), 0);
         return settings;
     }
-    void SetTerminal(const termios& settings) { ASSERT_EQ(tcsetattr(slave, TCSANOW, &settings), 0); }
+    void SetTerminal(const termios& settings) { ASSERT_EQ(tcsetattr(pty.slave, TCSANOW, &settings), 0); }
     std::string ReadMaster() {
-        pollfd watched{master, POLLIN, 0};
+        pollfd watched{pty.master, POLLIN, 0};
         char chunk[64];
-        const ssize_t got = poll(&watched, 1, 1000) == 1 ? read(master, chunk, sizeof chunk) : 0;
+        const ssize_t got = poll(&watched, 1, 1000) == 1 ? read(pty.master, chunk, sizeof chunk) : 0;
         return std::string(chunk, got > 0 ? static_cast<size_t>(got) : 0);
     }
 
     CTempRoot root;
-    std::string path;
-    int master = -1;
-    int slave = -1;
+    std::string path = root.Path("/dev/ttymxc0");
+    SPty pty{root, "/dev/ttymxc0"};
 };
 
 }  // namespace
@@ -136,7 +124,7 @@ TEST_F(CSerialPortTest, ForeignTerminalSettingsAreRefused) {
 
 TEST_F(CSerialPortTest, BytesCrossInBothDirectionsAndFlushDropsInput) {
     CSerialPort port(PORT_A);
-    ASSERT_EQ(write(master, "PWR?\r", 5), 5);
+    ASSERT_EQ(write(pty.master, "PWR?\r", 5), 5);
     unsigned char record[16];
     ASSERT_EQ(port.BufferedReadComplete(record, sizeof record, '\r', 1000), 5);
     EXPECT_EQ(std::string(record, record + 5), "PWR?\r");
@@ -144,7 +132,7 @@ TEST_F(CSerialPortTest, BytesCrossInBothDirectionsAndFlushDropsInput) {
     EXPECT_TRUE(port.WriteString(reinterpret_cast<const unsigned char*>("PWR=1\r"), 6));
     EXPECT_EQ(ReadMaster(), "PWR=1\r");
 
-    ASSERT_EQ(write(master, "stale", 5), 5);
+    ASSERT_EQ(write(pty.master, "stale", 5), 5);
     pollfd watched{port.GetFd(), POLLIN, 0};
     ASSERT_EQ(poll(&watched, 1, 1000), 1);
     port.Flush();
