@@ -429,19 +429,17 @@ EParseResult CVeltraneSerialParser::ParseHeader() {
         }
     }
 
-    // 65534 ("this projector") stays as it is until the message is complete: the address
-    // it stands for is read then (ResolveOwnAddress).
     uint16_t destination = 0;
-    if (numbers.empty() || numbers[0] == 65535) {
+    if (numbers.empty() || numbers[0] == kBroadcastAddress) {
         flags |= ASCII_BROADCAST;
-        destination = numbers.empty() ? 0 : 65535;
-    } else if (numbers[0] == 65534 || numbers[0] < 1024) {
+        destination = numbers.empty() ? 0 : kBroadcastAddress;
+    } else if (numbers[0] == kThisProjectorAddress || numbers[0] < kAddressLimit) {
         destination = static_cast<uint16_t>(numbers[0]);
     } else {
         return SyntaxError("dest address out of range", static_cast<int>(numbers[0]));
     }
     m_sourceGiven = numbers.size() > 1;
-    if (m_sourceGiven && numbers[1] >= 1024) {
+    if (m_sourceGiven && numbers[1] >= kAddressLimit) {
         return SyntaxError("source address out of range", static_cast<int>(numbers[1]));
     }
     m_message->SetFlags(flags);
@@ -457,7 +455,7 @@ void CVeltraneSerialParser::ResolveOwnAddress(CIpcMessage& message) const {
         // Sent from this projector's own address: it is for this projector alone.
         message.SetDestinationAddress(own);
         message.SetFlags(static_cast<uint16_t>(message.GetFlags() & ~ASCII_BROADCAST));
-    } else if (message.GetDestinationAddress() == 65534) {
+    } else if (message.GetDestinationAddress() == kThisProjectorAddress) {
         message.SetDestinationAddress(own);
     }
 }
@@ -796,7 +794,7 @@ void CVeltraneSerialParser::BroadcastKey(int key) {
     message.SetCode("KEY");
     message.SetSubCode("");
     message.AddArg(0, key);
-    message.SetDestinationAddress(65535);
+    message.SetDestinationAddress(kBroadcastAddress);
     message.SetSourceAddress(static_cast<uint16_t>(s_address));
     Send(kOwnPortBit, &message);
 }
@@ -939,7 +937,7 @@ void CVeltraneSerialParser::SendError(ELogLevel level, EError error, const std::
     reply.AddArg(1, body);
     reply.SetSourceAddress(static_cast<uint16_t>(s_address));
     const uint16_t source = request ? request->GetSourceAddress() : 0;
-    reply.SetDestinationAddress(request && source != 0 ? source : 65535);
+    reply.SetDestinationAddress(request && source != 0 ? source : kBroadcastAddress);
     Send(kOwnPortBit, &reply);
 }
 

@@ -81,6 +81,9 @@ public:
     static constexpr unsigned int kCommandTimeoutMs = 15000;
     static constexpr unsigned int kLongRequestTimeoutMs = 210000;
     static constexpr unsigned char kOwnPortBit = 64;
+    static constexpr uint16_t kBroadcastAddress = 65535;
+    static constexpr uint16_t kThisProjectorAddress = 65534;  // held as it is until the message is complete
+    static constexpr long kAddressLimit = 1024;               // addresses of projectors are below it
     static constexpr const char* kDefaultUser = "Default User";
 
     // Message flag bits of the ASCII protocol.
