@@ -66,6 +66,28 @@ CIpcMessage& CIpcMessage::operator=(const CIpcMessage& other) {
     return *this;
 }
 
+CIpcMessage::CIpcMessage(CIpcMessage&& other) noexcept : CIpcMessage(static_cast<EMessageType>(other.m_header.type)) {
+    Swap(other);
+}
+
+CIpcMessage& CIpcMessage::operator=(CIpcMessage&& other) noexcept {
+    if (this != &other) {
+        CIpcMessage(std::move(other)).Swap(*this);
+    }
+    return *this;
+}
+
+void CIpcMessage::Swap(CIpcMessage& other) noexcept {
+    std::swap(m_header, other.m_header);
+    m_args.swap(other.m_args);
+    std::swap(m_cursor, other.m_cursor);
+    std::swap(m_sourceAddress, other.m_sourceAddress);
+    std::swap(m_destinationAddress, other.m_destinationAddress);
+    m_buffer.swap(other.m_buffer);
+    std::swap(m_bufferSize, other.m_bufferSize);
+    m_replyAddress.swap(other.m_replyAddress);
+}
+
 CIpcMessage::~CIpcMessage() = default;
 
 void CIpcMessage::SetCode(const std::string& code) {
@@ -229,6 +251,16 @@ void CIpcMessage::MakeReply(unsigned short address) {
     m_sourceAddress = address;
     m_header.flags = static_cast<uint16_t>(
         (m_header.flags & ~(MSG_FLAG_REQUEST | MSG_FLAG_REPLY_WANTED | MSG_FLAG_SENDER_PRIVATE)) | MSG_FLAG_REPLY);
+}
+
+CIpcMessage CIpcMessage::EmptyReply() const {
+    CIpcMessage reply;
+    reply.m_header = m_header;
+    reply.m_sourceAddress = m_sourceAddress;
+    reply.m_destinationAddress = m_destinationAddress;
+    reply.m_replyAddress = m_replyAddress;
+    reply.MakeReply(0);
+    return reply;
 }
 
 void CIpcMessage::CopyHeader(const CIpcMessage& other) {

@@ -69,6 +69,10 @@ public:
     // Deep copies (header, arguments, addresses); the copy's cursor is at its first argument.
     CIpcMessage(const CIpcMessage& other);
     CIpcMessage& operator=(const CIpcMessage& other);
+    // Take everything, the wire buffer included, without copying; `other` is left as a
+    // new message of its type. Replies queued in a list are moved there, not copied.
+    CIpcMessage(CIpcMessage&& other) noexcept;
+    CIpcMessage& operator=(CIpcMessage&& other) noexcept;
     virtual ~CIpcMessage();
 
     // Exactly three characters, else throws "Invalid code %s".
@@ -126,6 +130,9 @@ public:
     // Walk the arguments in ascending id order; false at the end.
     bool GetFirstArg(unsigned short& id, std::string& text);
     bool GetNextArg(unsigned short& id, std::string& text);
+    // The arguments in ascending id order, for a walk of a const message that copies no text.
+    using Arg = std::pair<unsigned short, SMessageArgs>;
+    const std::vector<Arg>& GetArgs() const { return m_args; }
 
     void RemoveArg(unsigned short id);
     void ClearArgs();
@@ -136,6 +143,9 @@ public:
     // sequence and reply address stay, so the reply travels back under the request's
     // sequence to its sender.
     void MakeReply(unsigned short address);
+    // A new message that is this one's reply, as a copy would be after MakeReply(0), without
+    // copying the arguments MakeReply would clear.
+    CIpcMessage EmptyReply() const;
 
     // Copies flags, type, code, subcode, sequence, argument count, total size and the reply
     // address; not the arguments.
@@ -175,7 +185,7 @@ private:
     };
     static_assert(sizeof(SHeader) == kHeaderSize, "the header is copied to and from the wire as it is");
 
-    using Arg = std::pair<unsigned short, SMessageArgs>;
+    void Swap(CIpcMessage& other) noexcept;
 
     void CheckRoomFor(unsigned short id) const;
     const SMessageArgs* Find(unsigned short id) const;

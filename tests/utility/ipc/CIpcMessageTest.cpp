@@ -6,6 +6,7 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CException.h"
@@ -202,6 +203,14 @@ TEST(CIpcMessageModel, MakeReplyKeepsTransactionAndSwapsAddresses) {
     request.SetSourceAddress(12);
     request.SetDestinationAddress(3);
     request.SetReplyAddress("/var/run/ui/client.0");
+    CIpcMessage empty = request.EmptyReply();
+    CIpcMessage copied(request);
+    copied.MakeReply(0);
+    EXPECT_EQ(Serialize(empty), Serialize(copied));
+    EXPECT_EQ(empty.GetReplyAddress(), copied.GetReplyAddress());
+    EXPECT_EQ(empty.GetDestinationAddress(), 12);
+    EXPECT_EQ(empty.GetSourceAddress(), 0);
+    EXPECT_EQ(Text(request, 0), "5");
     request.MakeReply(99);
     EXPECT_EQ(request.GetFlags(), MSG_FLAG_REPLY | MSG_FLAG_MORE_FOLLOWS);
     EXPECT_EQ(request.GetDestinationAddress(), 12);
@@ -238,6 +247,29 @@ TEST(CIpcMessageModel, CopyHeaderTakesEverythingButArgumentsAndCopiesAreDeep) {
     unsigned short id;
     std::string text;
     EXPECT_TRUE(assigned.GetFirstArg(id, text));
+}
+
+TEST(CIpcMessageModel, MovesTakeEverythingAndLeaveANewMessage) {
+    CIpcMessage source = ReferenceMessage();
+    source.SetReplyAddress("/r");
+    source.SetSourceAddress(4);
+    const Bytes bytes = Serialize(source);
+    CIpcMessage moved(std::move(source));
+    EXPECT_EQ(Serialize(moved), bytes);
+    EXPECT_EQ(moved.GetReplyAddress(), "/r");
+    EXPECT_EQ(moved.GetSourceAddress(), 4);
+    CIpcMessage fresh;
+    EXPECT_EQ(Serialize(source), Serialize(fresh));
+    EXPECT_EQ(source.GetReplyAddress(), "");
+    EXPECT_EQ(source.GetSourceAddress(), 0);
+
+    CIpcMessage target;
+    target.AddArg(9, "dropped");
+    target = std::move(moved);
+    EXPECT_EQ(Serialize(target), bytes);
+    EXPECT_EQ(Serialize(moved), Serialize(fresh));
+    ASSERT_TRUE(Read(moved, bytes));  // a moved-from message takes the next datagram
+    EXPECT_EQ(Text(moved, 0), "5");
 }
 
 TEST(CIpcMessageText, RendersAddressesCodeMarkerAndCountedArguments) {
