@@ -55,10 +55,9 @@ bool CC4jControl::TryCustomHandler(const Json::Value& request, Json::Value& resp
         std::list<CIpcMessage> replies;
         bool answered = false;
         if (command) {
-            CIpcMessage reply(message);
-            reply.MakeReply(0);
+            CIpcMessage reply = message.EmptyReply();
             answered = handler->HandleCommand(message, reply);
-            replies.push_back(reply);
+            replies.push_back(std::move(reply));
         } else {
             answered = handler->HandleRequest(message, replies);
         }

@@ -1,5 +1,7 @@
 #include "CControlCatalogHandler.h"
 
+#include <utility>
+
 #include "CException.h"
 #include "NControlCatalog.h"
 #include "control/CProjCon.h"
@@ -38,7 +40,7 @@ bool CControlCatalogHandler::HandleIpcRequest(const CIpcMessage& request, std::l
             listed.text.clear();
             NControlCatalog::EncodeControl(listed, reply);
         }
-        replies.push_back(reply);
+        replies.push_back(std::move(reply));
     }
     if (replies.empty()) {
         replies.push_back(empty);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <utility>
 #include <vector>
 
 #include "CException.h"
@@ -22,14 +23,8 @@ namespace {
 const unsigned char kNoModifier = 0;
 
 // A reply that keeps the request's header: code, subcode, sequence, sender.
-CIpcMessage ReplyTo(const CIpcMessage& message) {
-    CIpcMessage reply(message);
-    reply.MakeReply(0);
-    return reply;
-}
-
 CIpcMessage ErrorReplyTo(const CIpcMessage& message, EError error, const std::string& text) {
-    CIpcMessage reply = ReplyTo(message);
+    CIpcMessage reply = message.EmptyReply();
     NIpcMsgUtil::MakeErrorResponse(reply, error, text);
     return reply;
 }
@@ -129,7 +124,7 @@ bool CIpcEventDispatcher::ProcessEvents() {
                 m_log.Log("Processing CMD from %s: %s (set:%s) %s", sender.c_str(), JoinedCode(message).c_str(),
                           argument.c_str(), internal);
             }
-            CIpcMessage reply = ReplyTo(message);
+            CIpcMessage reply = message.EmptyReply();
             if (message.GetCode() == "NOT") {
                 try {
                     ProcessNotificationRequests(message);
@@ -140,7 +135,7 @@ bool CIpcEventDispatcher::ProcessEvents() {
             } else {
                 ProcessCommands(message, reply);
             }
-            replies.push_back(reply);
+            replies.push_back(std::move(reply));
         }
     } catch (const std::exception& e) {
         // Nothing a sender does may take the controller down; it learns of the fault.
@@ -187,8 +182,9 @@ void CIpcEventDispatcher::SendReplies(std::list<CIpcMessage>& replies) {
             m_log.LogError("Reply to %s of %zu bytes does not fit one message", reply.GetReplyAddress().c_str(), size);
             char text[80];
             snprintf(text, sizeof text, "Reply too large for one message (%zu bytes)", size);
-            const CIpcMessage error = ErrorReplyTo(reply, ERR_COMM_FAILURE, text);
-            replies.assign(1, error);
+            CIpcMessage error = ErrorReplyTo(reply, ERR_COMM_FAILURE, text);
+            replies.clear();
+            replies.push_back(std::move(error));
             break;
         }
     }
@@ -313,7 +309,7 @@ void CIpcEventDispatcher::AnswerAttribute(const CProjCon& control, const CIpcMes
         AnswerList(control, request, replies);
         return;
     }
-    CIpcMessage reply = ReplyTo(request);
+    CIpcMessage reply = request.EmptyReply();
     const EDisplayType type = control.GetDisplayType();
     switch (modifier) {
     case 'C':
@@ -349,7 +345,7 @@ void CIpcEventDispatcher::AnswerAttribute(const CProjCon& control, const CIpcMes
         NIpcMsgUtil::MakeErrorResponse(reply, ERR_INVALID_PARAMETER, "Unsupported modifier");
         break;
     }
-    replies.push_back(reply);
+    replies.push_back(std::move(reply));
 }
 
 void CIpcEventDispatcher::AnswerList(const CProjCon& control, const CIpcMessage& request,
@@ -359,12 +355,12 @@ void CIpcEventDispatcher::AnswerList(const CProjCon& control, const CIpcMessage&
         return;
     }
     auto entryReply = [&](int shown, int selectable, int value, const std::string& text) {
-        CIpcMessage reply = ReplyTo(request);
+        CIpcMessage reply = request.EmptyReply();
         reply.AddArg(0, shown, PARM_TEXT, 'L');
         reply.AddArg(1, selectable);
         reply.AddArg(2, value, static_cast<EParmFlags>(PARM_NUMBER | 5));
         reply.AddArg(3, text);
-        replies.push_back(reply);
+        replies.push_back(std::move(reply));
     };
 
     // The whole list is asked for with a bare number argument (flags 0x40 without a digit
@@ -395,7 +391,7 @@ void CIpcEventDispatcher::AnswerValue(const CProjCon& control, const CIpcMessage
         replies.push_back(ErrorReplyTo(request, ERR_INVALID_PARAMETER, "This control can not be read"));
         return;
     }
-    CIpcMessage reply = ReplyTo(request);
+    CIpcMessage reply = request.EmptyReply();
     if (IsTextType(type)) {
         reply.AddArg(0, control.GetText());
     } else {
@@ -405,7 +401,7 @@ void CIpcEventDispatcher::AnswerValue(const CProjCon& control, const CIpcMessage
             reply.AddArg(3, control.GetListEntry(control.GetValue(), entry) ? TextOf(entry.textId, entry.text) : "");
         }
     }
-    replies.push_back(reply);
+    replies.push_back(std::move(reply));
 }
 
 void CIpcEventDispatcher::ProcessNotificationRequests(const CIpcMessage& request) {

@@ -1,13 +1,12 @@
 #include "link/CEventLink.h"
 
-#include <cerrno>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <thread>
+#include <utility>
 
 #include "CException.h"
 #include "RuntimeRoot.h"
@@ -100,15 +99,16 @@ EError CEventLink::Exchange(int accessLevel, CIpcMessage& message, std::list<CIp
         CIpcMessage reply;
         bool arrived = m_client->TransmitMessage(message, reply, timeoutMs);
         while (arrived) {
-            replies.push_back(reply);
             EError error = ERR_NONE;
-            if (ReadError(reply, error)) {
+            const bool failed = ReadError(reply, error);
+            const bool more = reply.HasFlag(MSG_FLAG_MORE_FOLLOWS);
+            replies.push_back(std::move(reply));  // leaves reply a new message for the next one
+            if (failed) {
                 return error;
             }
-            if (!reply.HasFlag(MSG_FLAG_MORE_FOLLOWS)) {
+            if (!more) {
                 return ERR_NONE;
             }
-            reply.ClearArgs();
             arrived = m_client->MessageWait(reply, timeoutMs);
         }
     } catch (const CException& e) {

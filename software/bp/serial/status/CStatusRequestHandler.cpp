@@ -1,6 +1,7 @@
 #include "status/CStatusRequestHandler.h"
 
 #include <climits>
+#include <utility>
 #include <vector>
 
 #include "CException.h"
@@ -10,22 +11,16 @@
 
 namespace {
 
-CIpcMessage MakeEmptyReply(const CIpcMessage& request) {
-    CIpcMessage reply(request);
-    reply.MakeReply(0);
-    return reply;
-}
-
 void PushError(const CIpcMessage& request, EError error, const std::string& text, std::list<CIpcMessage>& replies) {
-    CIpcMessage reply = MakeEmptyReply(request);
+    CIpcMessage reply = request.EmptyReply();
     NIpcMsgUtil::MakeErrorResponse(reply, error, text);
-    replies.push_back(reply);
+    replies.push_back(std::move(reply));
 }
 
 // Adds a reply holding one status. A status too large for one datagram could never be
 // sent, and its sender would wait in vain, so it fails the whole request instead.
 void PushStatus(const CIpcMessage& request, const SStatus& status, std::list<CIpcMessage>& replies) {
-    CIpcMessage reply = MakeEmptyReply(request);
+    CIpcMessage reply = request.EmptyReply();
     NStatusMessage::EncodeStatus(status, reply);
     CIpcMessage probe(reply);
     unsigned char* bytes = nullptr;
@@ -33,7 +28,7 @@ void PushStatus(const CIpcMessage& request, const SStatus& status, std::list<CIp
     if (size < 0 || static_cast<unsigned>(size) >= CIpcMessage::kMaxMessageSize) {
         THROW_EXCEPTION("Status %s:%d is too long for one reply", status.group.c_str(), status.index);
     }
-    replies.push_back(reply);
+    replies.push_back(std::move(reply));
 }
 
 }  // namespace
@@ -103,7 +98,7 @@ void CStatusRequestHandler::AnswerGroup(const CIpcMessage& request, const std::s
     }
     const std::vector<SStatus> items = m_database.GetOrderedStatusGroup(group);
     if (items.empty()) {
-        replies.push_back(MakeEmptyReply(request));  // the requester still needs its one answer
+        replies.push_back(request.EmptyReply());  // the requester still needs its one answer
         return;
     }
     for (const SStatus& item : items) {
@@ -113,7 +108,7 @@ void CStatusRequestHandler::AnswerGroup(const CIpcMessage& request, const std::s
 
 void CStatusRequestHandler::AnswerAlerts(const CIpcMessage& request, std::list<CIpcMessage>& replies) {
     const std::vector<SStatus>& alarms = m_database.GetAlarmList();
-    CIpcMessage summary = MakeEmptyReply(request);
+    CIpcMessage summary = request.EmptyReply();
     NStatusMessage::EncodeSummary(m_database.GetAlarmSummary(), static_cast<unsigned>(alarms.size()), summary);
     replies.push_back(summary);
     for (const SStatus& alarm : alarms) {
