@@ -2,8 +2,8 @@
 
 #include <cctype>
 #include <cerrno>
+#include <charconv>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <list>
 #include <vector>
@@ -74,6 +74,24 @@ void AppendEscaped(std::string& out, const std::string& text) {
         default: out += static_cast<char>(c);
         }
     }
+}
+
+// What printf's "%0*d" writes: at least `width` characters, zeros between the sign and the
+// digits. Every query's reply is formatted here, and snprintf's reading of its format
+// was a third of the cost.
+void AppendZeroPadded(std::string& out, int value, int width) {
+    char digits[16];
+    const char* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    const char* begin = digits;
+    if (value < 0) {
+        out += '-';
+        ++begin;
+        --width;
+    }
+    if (end - begin < width) {
+        out.append(static_cast<size_t>(width - (end - begin)), '0');
+    }
+    out.append(begin, end);
 }
 
 bool IsOneOf(const std::string& code, std::initializer_list<const char*> codes) {
@@ -658,7 +676,7 @@ bool CVeltraneSerialParser::ExtRequest(CIpcMessage& message) {
         SendControllerError(result, replies.empty() ? CIpcMessage() : replies.back(), message);
         return false;
     }
-    for (const CIpcMessage& reply : replies) {
+    for (CIpcMessage& reply : replies) {
         SendBack(reply, message);
     }
     return true;
@@ -675,7 +693,7 @@ void CVeltraneSerialParser::SendControllerError(EError error, const CIpcMessage&
     SendSerialError(error, text, request);
 }
 
-void CVeltraneSerialParser::SendBack(CIpcMessage reply, const CIpcMessage& request) {
+void CVeltraneSerialParser::SendBack(CIpcMessage& reply, const CIpcMessage& request) {
     reply.SetFlags(static_cast<uint16_t>(ASCII_REPLY | (request.GetFlags() & (ASCII_CHECKSUM | ASCII_MARKER))));
     reply.SetSourceAddress(static_cast<uint16_t>(s_address));
     reply.SetDestinationAddress(request.GetSourceAddress());
@@ -817,13 +835,11 @@ int CVeltraneSerialParser::Send(unsigned char portMask, const CIpcMessage* messa
     } else if (flags & ASCII_MARKER) {
         out += '#';
     }
-    char number[48];
     if (message->GetDestinationAddress() != 0) {
-        snprintf(number, sizeof number, "%05d", message->GetDestinationAddress());
-        out += number;
+        AppendZeroPadded(out, message->GetDestinationAddress(), 5);
         if (message->GetSourceAddress() != 0) {
-            snprintf(number, sizeof number, " %05d", message->GetSourceAddress());
-            out += number;
+            out += ' ';
+            AppendZeroPadded(out, message->GetSourceAddress(), 5);
         }
         out += ' ';
     }
@@ -841,16 +857,11 @@ int CVeltraneSerialParser::Send(unsigned char portMask, const CIpcMessage* messa
         out += '?';
     }
 
-    CIpcMessage walk(*message);
-    unsigned short id = 0;
-    std::string text;
     bool first = true;
     bool previousNumber = false;
-    for (bool more = walk.GetFirstArg(id, text); more; more = walk.GetNextArg(id, text)) {
-        EParmFlags parmFlags = PARM_TEXT;
-        unsigned char modifier = 0;
-        walk.GetArgFlags(id, parmFlags);
-        walk.GetModifier(id, modifier);
+    for (const CIpcMessage::Arg& arg : message->GetArgs()) {
+        const auto parmFlags = static_cast<EParmFlags>(arg.second.flags);
+        const unsigned char modifier = arg.second.modifier;
         const bool isNumber = (parmFlags & PARM_NUMBER) != 0;
         // Two numbers without a blank between them would read back as one.
         const bool blank = first ? (modifier != 0 && !reply && !query)
@@ -865,15 +876,14 @@ int CVeltraneSerialParser::Send(unsigned char portMask, const CIpcMessage* messa
         }
         if (isNumber) {
             int value = 0;
-            walk.GetArg(id, value);
+            message->GetArg(arg.first, value);
             const int digits = parmFlags & PARM_DIGIT_MASK;
             if (digits > 0) {
-                snprintf(number, sizeof number, "%0*d", digits + (value < 0 ? 1 : 0), value);
-                out += number;
+                AppendZeroPadded(out, value, digits + (value < 0 ? 1 : 0));
             }
         } else {
             out += '"';
-            AppendEscaped(out, text);
+            AppendEscaped(out, arg.second.text);
             out += '"';
         }
     }
@@ -883,8 +893,7 @@ int CVeltraneSerialParser::Send(unsigned char portMask, const CIpcMessage* messa
         for (size_t i = 1; i < out.size(); ++i) {
             sum += static_cast<unsigned char>(out[i]);
         }
-        snprintf(number, sizeof number, "%03u", sum % 256);
-        out += number;
+        AppendZeroPadded(out, static_cast<int>(sum % 256), 3);
     }
     out += ')';
     if (portMask & kOwnPortBit) {

@@ -171,7 +171,8 @@ private:
     bool HandleUserLogin(CIpcMessage& message);
     std::string HandleNotificationRequests(const CIpcMessage& message);
     void SendControllerError(EError error, const CIpcMessage& reply, const CIpcMessage& request);
-    void SendBack(CIpcMessage reply, const CIpcMessage& request);
+    // Sends a reply (changed into the ASCII reply to `request` in place) on this port.
+    void SendBack(CIpcMessage& reply, const CIpcMessage& request);
     bool Write(const std::string& text);
     void Close(const std::string& reason);
 

@@ -162,12 +162,12 @@ TEST_F(CParserTest, FormattingKeepsDigitsSignsAndTheFirstParameterRule) {
     message.SetCode("KEY");
     message.SetSubCode("");
     message.AddArg(0, 1, static_cast<EParmFlags>(PARM_NUMBER | 3));
-    message.AddArg(1, -5, static_cast<EParmFlags>(PARM_NUMBER | 1));
+    message.AddArg(1, -5, static_cast<EParmFlags>(PARM_NUMBER | 3));
     message.AddArg(2, 7, static_cast<EParmFlags>(PARM_NUMBER | PARM_CHAR_DELIMITER | 2), 'M');
     message.AddArg(3, std::string("q\"(\\)\x01\x1b"), 0);
     message.AddArg(4, 0, PARM_NUMBER);
     parser->Send(0, &message);
-    EXPECT_EQ(parser->GetTransmitText(), "(KEY001 -5M07 \"q\\\"\\(\\\\\\)\\b\\x\" )");
+    EXPECT_EQ(parser->GetTransmitText(), "(KEY001 -005M07 \"q\\\"\\(\\\\\\)\\b\\x\" )");
     message.AddArg(0, 1, static_cast<EParmFlags>(PARM_NUMBER | 3), 'D');
     parser->Send(0, &message);
     EXPECT_EQ(parser->GetTransmitText().substr(0, 10), "(KEY D001 ");  // a modifier earns the first blank
