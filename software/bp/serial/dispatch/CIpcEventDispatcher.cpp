@@ -22,7 +22,7 @@ namespace {
 
 const unsigned char kNoModifier = 0;
 
-// A reply that keeps the request's header: code, subcode, sequence, sender.
+// The request's empty reply (code, subcode, sequence, sender) carrying an error.
 CIpcMessage ErrorReplyTo(const CIpcMessage& message, EError error, const std::string& text) {
     CIpcMessage reply = message.EmptyReply();
     NIpcMsgUtil::MakeErrorResponse(reply, error, text);
@@ -103,7 +103,7 @@ bool CIpcEventDispatcher::ProcessEvents() {
     }
     m_senderCap = SenderCap(message);
 
-    const std::string sender = message.GetReplyAddress();
+    const std::string& sender = message.GetReplyAddress();  // nothing below changes it
     const char* internal = IsInternalSender(sender) ? "(internal)" : "";
     std::list<CIpcMessage> replies;
     try {
