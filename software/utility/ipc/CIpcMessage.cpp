@@ -7,18 +7,23 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "CException.h"
 
 namespace {
 
-uint32_t PackCode(const std::string& text) {
+constexpr uint32_t PackCode(std::string_view text) {
     uint32_t packed = 0;
     for (const char c : text) {
         packed = (packed << 8) | static_cast<unsigned char>(c);
     }
     return packed;
 }
+
+// A new message's code and subcode.
+constexpr uint32_t kNoCode = PackCode("!!!");
+constexpr uint32_t kNoSubCode = PackCode("!!!!");
 
 std::string UnpackCode(uint32_t packed, unsigned length) {
     std::string text(length, '\0');
@@ -46,7 +51,7 @@ uint16_t ReadU16(const unsigned char* at) {
 }  // namespace
 
 CIpcMessage::CIpcMessage(EMessageType type)
-    : m_header{kMagic, 0, static_cast<uint32_t>(type), PackCode("!!!"), PackCode("!!!!"), 0, 0, 0},
+    : m_header{kMagic, 0, static_cast<uint32_t>(type), kNoCode, kNoSubCode, 0, 0, 0},
       m_cursor(0), m_sourceAddress(0), m_destinationAddress(0), m_bufferSize(0) {}
 
 CIpcMessage::CIpcMessage(const CIpcMessage& other)
@@ -98,6 +103,11 @@ void CIpcMessage::SetCode(const std::string& code) {
 }
 
 std::string CIpcMessage::GetCode() const { return UnpackCode(m_header.code, 3); }
+
+bool CIpcMessage::IsCode(std::string_view code) const {
+    // A received header may carry a fourth byte above the code, which GetCode leaves out.
+    return code.size() == 3 && (m_header.code & 0xFFFFFFu) == PackCode(code);
+}
 
 void CIpcMessage::SetSubCode(const std::string& subcode) {
     if (!subcode.empty() && subcode.size() != 4) {

@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -78,6 +79,8 @@ public:
     // Exactly three characters, else throws "Invalid code %s".
     void SetCode(const std::string& code);
     std::string GetCode() const;
+    // GetCode() == code without making the text: compares the packed code.
+    bool IsCode(std::string_view code) const;
     // Exactly four characters, or empty for none; else throws "Invalid subcode %s".
     void SetSubCode(const std::string& subcode);
     // The four characters, or "" when there is no subcode.

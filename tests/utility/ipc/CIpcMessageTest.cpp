@@ -92,6 +92,13 @@ TEST(CIpcMessageWire, RoundTripKeepsHeaderArgumentsAndSender) {
     EXPECT_EQ(Text(received, 7), "text with spaces");
     EXPECT_FALSE(received.IsTextArg(7) || received.IsNumberArg(7));  // the delimiter bit makes it neither
     EXPECT_EQ(Serialize(received), bytes);
+
+    Bytes highByte = bytes;
+    highByte[11] = 0x01;  // above the code's three characters: GetCode leaves it out, so must IsCode
+    ASSERT_TRUE(Read(received, highByte));
+    EXPECT_EQ(received.GetCode(), "BRI");
+    EXPECT_TRUE(received.IsCode("BRI"));
+    EXPECT_FALSE(received.IsCode("BRJ") || received.IsCode("RI") || received.IsCode("BRIX"));
 }
 
 TEST(CIpcMessageArgs, NumberFlagsCountDigitsWithAMinimumOfThree) {

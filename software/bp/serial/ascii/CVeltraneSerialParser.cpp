@@ -94,9 +94,9 @@ void AppendZeroPadded(std::string& out, int value, int width) {
     out.append(begin, end);
 }
 
-bool IsOneOf(const std::string& code, std::initializer_list<const char*> codes) {
+bool IsOneOf(const CIpcMessage& message, std::initializer_list<const char*> codes) {
     for (const char* candidate : codes) {
-        if (code == candidate) {
+        if (message.IsCode(candidate)) {
             return true;
         }
     }
@@ -572,7 +572,7 @@ EParseResult CVeltraneSerialParser::CompleteMessage() {
 bool CVeltraneSerialParser::RxdPreProcessMsg(CIpcMessage& message) {
     const bool broadcast = (message.GetFlags() & ASCII_BROADCAST) != 0;
     const bool toUs = !broadcast && message.GetDestinationAddress() == s_address;
-    if (message.GetCode() != "UID" && !toUs) {
+    if (!message.IsCode("UID") && !toUs) {
         const unsigned char mask = RouteMask(s_routing, CCommPort::GetRoutingBit(GetPort().GetPortId()));
         if (mask != 0 && m_handler) {
             const int length = Send(0, &message);
@@ -599,8 +599,8 @@ bool CVeltraneSerialParser::RxdProcessMsg(CIpcMessage& message) {
     const uint16_t flags = message.GetFlags();
     const bool query = (flags & ASCII_QUERY) != 0;
     bool result = false;
-    const bool isLogin = message.GetCode() == "UID";
-    const bool fromPeer = (flags & ASCII_REPLY) != 0 || (!query && IsOneOf(message.GetCode(), {"FYI", "ERR"}));
+    const bool isLogin = message.IsCode("UID");
+    const bool fromPeer = (flags & ASCII_REPLY) != 0 || (!query && IsOneOf(message, {"FYI", "ERR"}));
     if (fromPeer) {
         // What a linked projector says back is taken and dropped on any port: answering
         // it with an error would set two projectors erroring at each other for ever.
@@ -624,18 +624,17 @@ bool CVeltraneSerialParser::RxdProcessMsg(CIpcMessage& message) {
 bool CVeltraneSerialParser::ExtReply(const CIpcMessage&) { return true; }
 
 bool CVeltraneSerialParser::ExtCommand(CIpcMessage& message) {
-    const std::string code = message.GetCode();
-    if (code == "UID") {
+    if (message.IsCode("UID")) {
         return HandleUserLogin(message);
     }
-    if (IsOneOf(code, {"DGN", "TST", "EVT", "BST"})) {
+    if (IsOneOf(message, {"DGN", "TST", "EVT", "BST"})) {
         message.SetFlags(static_cast<uint16_t>(message.GetFlags() | ASCII_QUERY));
         return ExtRequest(message);
     }
-    if (IsOneOf(code, {"FYI", "ERR"})) {
+    if (IsOneOf(message, {"FYI", "ERR"})) {
         return true;
     }
-    if (code == "NOT") {
+    if (message.IsCode("NOT")) {
         const std::string error = HandleNotificationRequests(message);
         if (!error.empty()) {
             SendError(LOG_LEVEL_ERROR, ERR_INVALID_PARAMETER, error, &message);
@@ -660,8 +659,7 @@ bool CVeltraneSerialParser::ExtCommand(CIpcMessage& message) {
 }
 
 bool CVeltraneSerialParser::ExtRequest(CIpcMessage& message) {
-    const std::string code = message.GetCode();
-    if (code == "UID") {
+    if (message.IsCode("UID")) {
         return HandleUserLogin(message);
     }
     if (!m_link) {
@@ -670,7 +668,7 @@ bool CVeltraneSerialParser::ExtRequest(CIpcMessage& message) {
     CIpcMessage request(message);
     request.SetFlags(static_cast<uint16_t>(request.GetFlags() | MSG_FLAG_REQUEST));
     std::list<CIpcMessage> replies;
-    const unsigned timeout = IsOneOf(code, {"DGN", "TST", "BST"}) ? kLongRequestTimeoutMs : kCommandTimeoutMs;
+    const unsigned timeout = IsOneOf(message, {"DGN", "TST", "BST"}) ? kLongRequestTimeoutMs : kCommandTimeoutMs;
     const EError result = m_link->SendRequest(m_accessLevel, request, replies, timeout);
     if (result != ERR_NONE) {
         SendControllerError(result, replies.empty() ? CIpcMessage() : replies.back(), message);

@@ -108,7 +108,7 @@ bool CIpcEventDispatcher::ProcessEvents() {
     std::list<CIpcMessage> replies;
     try {
         if (message.HasFlag(MSG_FLAG_REQUEST)) {
-            if (message.GetCode() == "DGN") {
+            if (message.IsCode("DGN")) {
                 m_log.Log("Processing DGN from %s: (%s) %s", sender.c_str(),
                           CIpcMessage::GetMsgAsString(message).c_str(), internal);
             }
@@ -117,7 +117,7 @@ bool CIpcEventDispatcher::ProcessEvents() {
             std::string argument;
             message.GetArg(0, argument);
             int key = 0;
-            if (message.GetCode() == "KEY" && message.GetArg(0, key)) {
+            if (message.IsCode("KEY") && message.GetArg(0, key)) {
                 m_log.Log("Processing CMD from %s: %s (%#x) %s", sender.c_str(), JoinedCode(message).c_str(),
                           static_cast<unsigned>(key), internal);
             } else {
@@ -125,7 +125,7 @@ bool CIpcEventDispatcher::ProcessEvents() {
                           argument.c_str(), internal);
             }
             CIpcMessage reply = message.EmptyReply();
-            if (message.GetCode() == "NOT") {
+            if (message.IsCode("NOT")) {
                 try {
                     ProcessNotificationRequests(message);
                 } catch (const CException& e) {
