@@ -134,18 +134,18 @@ EError CEventLink::WithRetries(int accessLevel, CIpcMessage& message, std::list<
                                unsigned int timeoutMs) {
     unsigned int delay = m_retryDelay;
     bool retried = false;
-    const std::string code = message.GetCode();
-    const std::string subcode = message.GetSubCode();
+    // The code is made into text only for these logs: Exchange never changes it.
     for (;;) {
         const EError outcome = Exchange(accessLevel, message, replies, timeoutMs);
         if (outcome == ERR_NONE || outcome == ERR_COMM_FAILURE || !CheckForRetryAndSleep(outcome, delay)) {
             if (retried) {
-                m_log.Log("%s successful, returned:%d, %s+%s", m_name.c_str(), outcome, code.c_str(), subcode.c_str());
+                m_log.Log("%s successful, returned:%d, %s+%s", m_name.c_str(), outcome, message.GetCode().c_str(),
+                          message.GetSubCode().c_str());
             }
             return outcome;
         }
         m_log.LogWarning("%s busy or not responding (%d). Retrying after %ds, %s+%s", m_name.c_str(), outcome, delay,
-                         code.c_str(), subcode.c_str());
+                         message.GetCode().c_str(), message.GetSubCode().c_str());
         retried = true;
     }
 }
@@ -170,7 +170,7 @@ EError CEventLink::SendCommand(int accessLevel, CIpcMessage& command, CIpcMessag
     std::list<CIpcMessage> replies;
     const EError result = WithRetries(accessLevel, command, replies, timeoutMs);
     if (!replies.empty()) {
-        reply = replies.back();
+        reply = std::move(replies.back());
     }
     return result;
 }
