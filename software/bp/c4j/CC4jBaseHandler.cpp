@@ -211,22 +211,16 @@ Json::Value ArgumentValue(const CIpcMessage& message, unsigned short id) {
 }  // namespace
 
 Json::Value CC4jBaseHandler::ConvertFromIpcReply(const CIpcMessage& reply) {
-    CIpcMessage walk(reply);
-    std::vector<unsigned short> ids;
-    unsigned short id = 0;
-    std::string ignored;
-    for (bool more = walk.GetFirstArg(id, ignored); more; more = walk.GetNextArg(id, ignored)) {
-        ids.push_back(id);
-    }
-    if (ids.empty()) {
+    const std::vector<CIpcMessage::Arg>& args = reply.GetArgs();
+    if (args.empty()) {
         return Json::Value();
     }
-    if (ids.size() == 1) {
-        return ArgumentValue(reply, ids.front());
+    if (args.size() == 1) {
+        return ArgumentValue(reply, args.front().first);
     }
     Json::Value values(Json::arrayValue);
-    for (unsigned short argument : ids) {
-        values.append(ArgumentValue(reply, argument));
+    for (const CIpcMessage::Arg& arg : args) {
+        values.append(ArgumentValue(reply, arg.first));
     }
     return values;
 }

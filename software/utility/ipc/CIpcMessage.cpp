@@ -265,10 +265,9 @@ void CIpcMessage::MakeReply(unsigned short address) {
 
 CIpcMessage CIpcMessage::EmptyReply() const {
     CIpcMessage reply;
-    reply.m_header = m_header;
+    reply.CopyHeader(*this);
     reply.m_sourceAddress = m_sourceAddress;
     reply.m_destinationAddress = m_destinationAddress;
-    reply.m_replyAddress = m_replyAddress;
     reply.MakeReply(0);
     return reply;
 }

@@ -422,15 +422,12 @@ void CIpcEventDispatcher::ProcessNotificationRequests(const CIpcMessage& request
         unsigned char modifier;
     };
     std::vector<SChange> changes;
-    CIpcMessage walk(request);
-    unsigned short id = 0;
-    std::string key;
-    for (bool more = walk.GetFirstArg(id, key); more; more = walk.GetNextArg(id, key)) {
-        if (id == kNotifyAddressParm || id == kAccessLevelParm) {
+    for (const CIpcMessage::Arg& arg : request.GetArgs()) {
+        if (arg.first == kNotifyAddressParm || arg.first == kAccessLevelParm) {
             continue;
         }
-        unsigned char modifier = kNoModifier;
-        walk.GetModifier(id, modifier);
+        const std::string& key = arg.second.text;
+        const unsigned char modifier = arg.second.modifier;
         if (key.empty() || (modifier != 'R' && modifier != 'U' && modifier != 'W')) {
             THROW_EXCEPTION("Invalid notification registration '%s' (modifier %d)", key.c_str(), modifier);
         }
