@@ -3,8 +3,8 @@
 // The first input byte picks where the rest is cut into two Add calls (and the client
 // id), so whole and split deliveries are both exercised; the framer's cap is small
 // enough for long inputs to pass it. One handler lives for the whole run, with three
-// methods: "echo" answers its params as its result, "throw" throws, "silent" leaves the
-// response null.
+// methods: "echo" answers its params as its result (directly too), "throw" throws,
+// "silent" leaves the response null.
 //
 // Checked for every message (a violation aborts):
 //  - the framer accounts for every byte: messages, their NULs and the tail make the input;
@@ -13,7 +13,9 @@
 //    writer writes the request and the response byte for byte as jsoncpp's stream writer;
 //  - text that a reader with the handler's settings refuses is answered with the parse
 //    error, and only such text is; text the quick reader takes, that reader takes too,
-//    and to an equal value;
+//    and to an equal value; text the direct reader takes, that reader reads to an object
+//    of exactly those four members, its id written back as the direct reader's id text;
+//  - the text answer (Handler::Answer) is the compact text of Process's answer;
 //  - a single request is answered, if at all, by an object with "jsonrpc":"2.0", an "id"
 //    and one of "result" or "error"; a request with an id to any method but "silent" is
 //    answered, with that id when it is a string, number or null; a valid notification is
@@ -28,6 +30,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "jsonrpc/DirectRequest.h"
 #include "jsonrpc/Handler.h"
 #include "jsonrpc/NulFramer.h"
 #include "jsonrpc/QuickReader.h"
@@ -46,6 +49,13 @@ struct Methods {
         response["result"] = 1;
         throw std::runtime_error("fuzz");
     }
+    bool EchoDirect(const Json::Rpc::SDirectRequest& request, int, std::string& reply) {
+        const std::string param = '"' + std::string(request.param) + '"';
+        const std::string result =
+            request.paramsObject ? R"({")" + std::string(request.member) + R"(":)" + param + "}" : "[" + param + "]";
+        reply += R"({"id":)" + std::string(request.idText) + R"(,"jsonrpc":"2.0","result":)" + result + "}";
+        return true;
+    }
     bool Silent(const Json::Value&, Json::Value&) { return true; }
 };
 
@@ -53,7 +63,8 @@ Json::Rpc::Handler& GetHandler() {
     static Methods methods;
     static Json::Rpc::Handler* handler = [] {
         auto* h = new Json::Rpc::Handler;
-        h->AddMethod(new Json::Rpc::RpcMethod<Methods>(methods, &Methods::Echo, "echo"));
+        h->AddMethod(new Json::Rpc::RpcMethod<Methods>(methods, &Methods::Echo, "echo", Json::Value(),
+                                                       &Methods::EchoDirect));
         h->AddMethod(new Json::Rpc::RpcMethod<Methods>(methods, &Methods::Throw, "throw"));
         h->AddMethod(new Json::Rpc::RpcMethod<Methods>(methods, &Methods::Silent, "silent"));
         return h;
@@ -132,6 +143,19 @@ void CheckWriter(const Json::Value& value) {
     Check(Json::Rpc::Handler::GetString(value) == Json::writeString(builder, value));
 }
 
+void CheckDirect(const Json::Rpc::SDirectRequest& direct, bool parsed, const Json::Value& request) {
+    Check(parsed && request.isObject() && request.size() == 4 && request["jsonrpc"] == "2.0" &&
+          request["method"] == std::string(direct.method) &&
+          Json::Rpc::Handler::GetString(request["id"]) == direct.idText);
+    const Json::Value& params = request["params"];
+    const std::string param(direct.param);
+    if (direct.paramsObject) {
+        Check(params.isObject() && params.size() == 1 && params[std::string(direct.member)] == param);
+    } else {
+        Check(params.isArray() && params.size() == 1 && params[0] == param);
+    }
+}
+
 void CheckMessage(const std::string& text, int clientId) {
     static const std::unique_ptr<Json::CharReader> requestReader = MakeReader(Json::Rpc::Handler::kMaxDepth);
     static const std::unique_ptr<Json::CharReader> answerReader = MakeReader(4 * Json::Rpc::Handler::kMaxDepth);
@@ -142,18 +166,26 @@ void CheckMessage(const std::string& text, int clientId) {
     } catch (...) {
         abort();
     }
+    std::string answer;
     if (!response.isNull()) {
-        const std::string answer = Json::Rpc::Handler::GetString(response);
+        answer = Json::Rpc::Handler::GetString(response);
         Json::Value back;
         Check(Parse(*answerReader, answer, back) && back == response);
         CheckWriter(response);
     }
+    std::string textAnswer;
+    GetHandler().Answer(text, textAnswer, clientId);
+    Check(textAnswer == answer);
 
     Json::Value request;
     const bool parsed = Parse(*requestReader, text, request);
     Json::Value quick;
     if (Json::Rpc::ReadQuick(text.data(), text.data() + text.size(), quick)) {
         Check(parsed && quick == request);
+    }
+    Json::Rpc::SDirectRequest direct;
+    if (Json::Rpc::ReadDirect(text, direct)) {
+        CheckDirect(direct, parsed, request);
     }
     if (!parsed) {
         Check(IsError(response, Json::Rpc::PARSE_ERROR) && response["id"].isNull());

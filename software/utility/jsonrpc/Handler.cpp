@@ -1,6 +1,7 @@
 #include "jsonrpc/Handler.h"
 
 #include "jsonrpc/CompactWriter.h"
+#include "jsonrpc/DirectRequest.h"
 #include "jsonrpc/QuickReader.h"
 
 #include <new>
@@ -108,6 +109,35 @@ void Handler::Process(const std::string& text, Json::Value& response, int client
         return;
     }
     ProcessOwned(request, response, clientId);
+}
+
+void Handler::Answer(const std::string& text, std::string& reply, int clientId) {
+    const size_t before = reply.size();
+    SDirectRequest direct;
+    if (ReadDirect(text, direct)) {
+        const auto entry = m_methods.find(direct.method);
+        if (entry != m_methods.end()) {
+            const std::shared_ptr<CallbackMethod> method = entry->second;
+            try {
+                if (method->CallDirect(direct, clientId, reply)) {
+                    return;
+                }
+            } catch (...) {
+                // The general way calls the method again and answers what it throws.
+            }
+            reply.resize(before);
+        }
+    }
+    Json::Value response;
+    Process(text, response, clientId);
+    if (response.isNull()) {
+        return;
+    }
+    try {
+        AppendCompact(response, reply);
+    } catch (const std::bad_alloc&) {
+        reply.resize(before);  // out of memory, nothing is sent
+    }
 }
 
 void Handler::Process(const Json::Value& request, Json::Value& response, int clientId) {

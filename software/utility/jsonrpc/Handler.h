@@ -33,6 +33,10 @@
 // exhaust the stack; a batch is bounded by kMaxBatch, so no request can make the answer
 // grow without bound. A value handed in already parsed is trusted to be that shallow.
 //
+// Answer is Process with text out: a request of the direct shape (DirectRequest.h) whose
+// method answers it directly costs no value at all; every other text, and every direct
+// request its method declines, is answered as Process answers it, in the compact text.
+//
 // Ownership: the handler owns its methods. A method may add or delete methods (itself
 // included) while it runs. Thread contract: one thread uses a handler (the server's
 // event thread); no locks.
@@ -40,6 +44,7 @@
 #include <json/json.h>
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -80,6 +85,9 @@ public:
     void Process(const std::string& text, Json::Value& response, int clientId);
     // The same for an already parsed value (request and response may be one object).
     void Process(const Json::Value& request, Json::Value& response, int clientId);
+    // Appends the compact text of the answer to one request text (or batch) to `reply`;
+    // nothing when there is none. Never throws.
+    void Answer(const std::string& text, std::string& reply, int clientId);
 
     // The compact text of a value, without a trailing newline: object members in name
     // order, no blanks, UTF-8 kept as it is ({"id":7,"jsonrpc":"2.0","result":2}).
@@ -96,7 +104,8 @@ private:
     void Call(CallbackMethod& method, Json::Value& request, Json::Value& response, int clientId);
 
     // Shared so that a method deleting or replacing itself stays alive until its call ends.
-    std::map<std::string, std::shared_ptr<CallbackMethod>> m_methods;
+    // Transparent, so that a direct request's name is looked up without a string made.
+    std::map<std::string, std::shared_ptr<CallbackMethod>, std::less<>> m_methods;
     std::unique_ptr<Json::CharReader> m_reader;
 };
 

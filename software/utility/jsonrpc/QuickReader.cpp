@@ -41,12 +41,7 @@ public:
     }
 
 private:
-    // The blanks jsoncpp's reader skips.
-    void SkipBlanks() {
-        while (m_at != m_end && (*m_at == ' ' || *m_at == '\t' || *m_at == '\n' || *m_at == '\r')) {
-            ++m_at;
-        }
-    }
+    void SkipBlanks() { m_at = Json::Rpc::SkipBlanks(m_at, m_end); }
 
     bool ReadValue(Json::Value& value, unsigned depth) {
         SkipBlanks();

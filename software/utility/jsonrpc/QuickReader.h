@@ -23,6 +23,15 @@ namespace Rpc {
 
 constexpr unsigned kMaxQuickDepth = 32;
 
+// The first byte at or after `at` that is not one of the blanks jsoncpp's reader skips
+// (space, tab, CR, LF); `end` when there is none.
+inline const char* SkipBlanks(const char* at, const char* end) {
+    while (at != end && (*at == ' ' || *at == '\t' || *at == '\n' || *at == '\r')) {
+        ++at;
+    }
+    return at;
+}
+
 bool ReadQuick(const char* begin, const char* end, Json::Value& root);
 
 }  // namespace Rpc

@@ -31,6 +31,21 @@ public:
         response["result"] = request.get("params", Json::Value());
         return true;
     }
+    // Echo's direct answer; declines the param "decline" and throws on "throw".
+    bool EchoDirect(const Json::Rpc::SDirectRequest& request, int, std::string& reply) {
+        if (request.param == "decline") {
+            return false;
+        }
+        reply += R"({"id":)" + std::string(request.idText) + R"(,"jsonrpc":"2.0","result":)";
+        if (request.param == "throw") {
+            throw std::runtime_error("broken");
+        }
+        const std::string param = '"' + std::string(request.param) + '"';
+        reply += request.paramsObject ? R"({")" + std::string(request.member) + R"(":)" + param + "}}"
+                                      : "[" + param + "]}";
+        ++directCalls;
+        return true;
+    }
     bool Silent(const Json::Value& request, Json::Value&) { return Record(request); }
     bool Bare(const Json::Value& request, Json::Value& response) {
         response["result"] = 1;
@@ -45,6 +60,7 @@ public:
     bool Refuse(const Json::Value& request, Json::Value&) { return !Record(request); }
 
     int calls = 0;
+    int directCalls = 0;
     Json::Value last;
 
 private:
@@ -58,7 +74,8 @@ private:
 class HandlerTest : public ::testing::Test {
 protected:
     HandlerTest() {
-        handler.AddMethod(new RpcMethod<Methods>(methods, &Methods::Echo, "echo", "returns its params"));
+        handler.AddMethod(
+            new RpcMethod<Methods>(methods, &Methods::Echo, "echo", "returns its params", &Methods::EchoDirect));
         for (const auto& [method, name] : {std::pair{&Methods::Silent, "silent"}, {&Methods::Bare, "bare"},
                                            {&Methods::Throw, "throw"}, {&Methods::ThrowInt, "throwInt"},
                                            {&Methods::Refuse, "refuse"}}) {
@@ -213,4 +230,20 @@ TEST_F(HandlerTest, MethodTableReplacesByNameAndSurvivesAMethodDeletingItself) {
     EXPECT_EQ(Answer(R"({"jsonrpc":"2.0","method":"echo","id":1})"), R"("still here")");
     EXPECT_FALSE(handler.HasMethod("echo"));
     EXPECT_TRUE(handler.HasMethod("silent"));
+}
+
+TEST_F(HandlerTest, TextAnswerIsProcesssAnswerAndTakesTheDirectWayWhereTheMethodHasOne) {
+    const std::string direct = R"({"jsonrpc":"2.0","method":"echo","id":"d","params":)";
+    const std::string texts[] = {direct + R"(["x"]})", direct + R"({"k":"v"}})", direct + R"(["decline"]})",
+                                 direct + R"(["throw"]})", R"({"jsonrpc":"2.0","method":"bare","id":1,"params":["x"]})",
+                                 R"({"jsonrpc":"2.0","method":"nope","id":1,"params":["x"]})",
+                                 R"({"jsonrpc":"2.0","method":"echo","params":["x"]})",
+                                 R"([{"jsonrpc":"2.0","method":"echo","id":1,"params":["x"]}])", "{"};
+    for (const std::string& text : texts) {
+        std::string reply = "kept";
+        handler.Answer(text, reply, 42);
+        const std::string general = Answer(text);
+        EXPECT_EQ(reply, "kept" + (general == "null" ? "" : general)) << text;
+    }
+    EXPECT_EQ(methods.directCalls, 2);
 }

@@ -1,0 +1,70 @@
+// The direct request reader: the usual request shape read into its parts, and everything
+// whose answer could differ from the general way's declined. (The JSON-RPC fuzz target
+// holds what it takes to jsoncpp's reader on every input it reaches.)
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "jsonrpc/DirectRequest.h"
+
+using Json::Rpc::ReadDirect;
+using Json::Rpc::SDirectRequest;
+
+TEST(DirectRequestTest, UsualShapesAreReadIntoTheirPartsInAnyOrderAndWithBlanks) {
+    SDirectRequest request;
+    ASSERT_TRUE(ReadDirect(R"({"jsonrpc":"2.0","id":17,"method":"control:get","params":["BRI"]})", request));
+    EXPECT_EQ(request.method, "control:get");
+    EXPECT_EQ(request.idText, "17");
+    EXPECT_FALSE(request.paramsObject);
+    EXPECT_EQ(request.param, "BRI");
+
+    ASSERT_TRUE(ReadDirect(" {\"params\" : {\"code\": \"gio+stat\"},\r\n\t\"id\": \"a b\", \"method\":\"get\","
+                           "\"jsonrpc\":\"2.0\"} \n",
+                           request));
+    EXPECT_EQ(request.method, "get");
+    EXPECT_EQ(request.idText, R"("a b")");
+    EXPECT_TRUE(request.paramsObject);
+    EXPECT_EQ(request.member, "code");
+    EXPECT_EQ(request.param, "gio+stat");
+
+    ASSERT_TRUE(ReadDirect(R"({"jsonrpc":"2.0","id":-123456789012345678,"method":"","params":[""]})", request));
+    EXPECT_EQ(request.idText, "-123456789012345678");
+    EXPECT_EQ(request.param, "");
+}
+
+TEST(DirectRequestTest, WhatTheTextAloneCannotAnswerIsDeclined) {
+    const std::string head = R"({"jsonrpc":"2.0","method":"get",)";
+    const std::string texts[] = {
+        // ids that would not be written back as they stand, or are no ids at all
+        head + R"("id":007,"params":["BRI"]})", head + R"("id":-0,"params":["BRI"]})",
+        head + R"("id":1.0,"params":["BRI"]})", head + R"("id":1e3,"params":["BRI"]})",
+        head + R"("id":1234567890123456789,"params":["BRI"]})", head + R"("id":null,"params":["BRI"]})",
+        head + R"("id":true,"params":["BRI"]})", head + R"("id":"\u0041","params":["BRI"]})",
+        // strings with something to unescape or a byte outside printable ASCII
+        head + R"("id":1,"params":["B\"RI"]})", head + "\"id\":1,\"params\":[\"B\tRI\"]}",
+        head + "\"id\":1,\"params\":[\"\xC3\xA9\"]}", head + "\"id\":1,\"params\":[\"\x7F\"]}",
+        // other params
+        head + R"("id":1,"params":["BRI","CON"]})", head + R"("id":1,"params":[]})",
+        head + R"("id":1,"params":{}})", head + R"("id":1,"params":{"code":"BRI","value":1}})",
+        head + R"("id":1,"params":[5]})", head + R"("id":1,"params":"BRI"})",
+        // members missing, repeated or unknown; another version; not the whole text
+        head + R"("params":["BRI"]})", head + R"("id":1,"id":2,"params":["BRI"]})",
+        head + R"("id":1,"params":["BRI"],"fd":3})", R"({"jsonrpc":"1.0","method":"get","id":1,"params":["BRI"]})",
+        head + R"("id":1,"params":["BRI"]} x)", head + R"("id":1,"params":["BRI"],})",
+        std::string(R"({"jsonrpc":"2.0","method":"get","id":1,"params":["BRI"]})") + '\0',
+        "[" + head + R"("id":1,"params":["BRI"]}])"};
+    for (const std::string& text : texts) {
+        SDirectRequest request;
+        EXPECT_FALSE(ReadDirect(text, request)) << text;
+    }
+}
+
+TEST(DirectRequestTest, EveryTruncatedRequestIsDeclined) {
+    const std::string text = R"({"jsonrpc":"2.0","id":"q","method":"get","params":{"code":"BRI"}})";
+    SDirectRequest request;
+    ASSERT_TRUE(ReadDirect(text, request));
+    for (size_t length = 0; length < text.size(); ++length) {
+        EXPECT_FALSE(ReadDirect(std::string_view(text.data(), length), request)) << length;
+    }
+}
