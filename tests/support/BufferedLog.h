@@ -1,6 +1,6 @@
 #pragma once
-// CBufferedLog: a logger whose every level goes to an in-memory ring, so that a test can
-// ask what was logged.
+// CBufferedLog: a logger whose every level (up to `mostVerbose`) goes to an in-memory
+// ring, so that a test can ask what was logged.
 
 #include <string>
 
@@ -9,9 +9,9 @@
 
 class CBufferedLog : public CLogger {
 public:
-    explicit CBufferedLog(size_t capacity = 1000) : m_buffer(capacity) {
+    explicit CBufferedLog(size_t capacity = 1000, ELogLevel mostVerbose = LOG_LEVEL_DEBUG) : m_buffer(capacity) {
         Initialize("test");
-        for (int level = LOG_LEVEL_ERROR; level <= LOG_LEVEL_DEBUG; ++level) {
+        for (int level = LOG_LEVEL_ERROR; level <= mostVerbose; ++level) {
             AddLogRule(static_cast<ELogLevel>(level), &m_buffer);
         }
     }

@@ -29,18 +29,22 @@ EAccessLevel CC4jBaseControlHandler::GetChangeLevel(const Json::Value& request) 
     return std::max(GetServer().GetRequestAccessLevel(GetClientFd(request)), CSecurityManager::kDefaultAccessGroup);
 }
 
-bool CC4jBaseControlHandler::AddValueToResult(const CProjCon& control, Json::Value& result) {
+Json::Value CC4jBaseControlHandler::ValueOf(const CProjCon& control) {
     const int type = control.GetDisplayType();
-    Json::Value value;
     if (IsBooleanType(type)) {
-        value = control.GetValue() != 0;
-    } else if (IsTextType(type)) {
-        value = control.GetText();
-    } else if (IsActionType(type) || IsMenuType(type) || IsCustomType(type)) {
-        value = Json::Value();
-    } else {
-        value = control.GetValue();
+        return control.GetValue() != 0;
     }
+    if (IsTextType(type)) {
+        return control.GetText();
+    }
+    if (IsActionType(type) || IsMenuType(type) || IsCustomType(type)) {
+        return Json::Value();
+    }
+    return control.GetValue();
+}
+
+bool CC4jBaseControlHandler::AddValueToResult(const CProjCon& control, Json::Value& result) {
+    Json::Value value = ValueOf(control);
     if (result.isObject()) {
         result["value"] = std::move(value);
     } else {

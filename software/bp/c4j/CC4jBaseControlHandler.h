@@ -41,6 +41,9 @@ public:
     using CC4jBaseHandler::CC4jBaseHandler;
 
     static bool AddValueToResult(const CProjCon& control, Json::Value& result);
+    // The control's value as the API shows it: a bool, a number, a text, or null for
+    // actions, menus and custom controls.
+    static Json::Value ValueOf(const CProjCon& control);
     static bool AddEnabledToResult(const CProjCon& control, Json::Value& result);
     static bool AddMinMaxToResult(const CProjCon& control, Json::Value& result);
     static bool AddListToResult(const CProjCon& control, Json::Value& result, bool compact);

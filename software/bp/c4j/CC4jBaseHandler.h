@@ -68,10 +68,12 @@ public:
     static Json::Value ConvertFromIpcReply(const std::list<CIpcMessage>& replies);
 
 protected:
-    // Publishes member function `method` of `handler` under `name`.
+    // Publishes member function `method` of `handler` under `name`, with `direct` (when
+    // given) answering the requests of the direct shape it can (see Json::Rpc::CallbackMethod).
     template <class T>
-    void Publish(T& handler, bool (T::*method)(const Json::Value&, Json::Value&), const std::string& name) {
-        m_server.AddMethod(new Json::Rpc::RpcMethod<T>(handler, method, name));
+    void Publish(T& handler, bool (T::*method)(const Json::Value&, Json::Value&), const std::string& name,
+                 typename Json::Rpc::RpcMethod<T>::DirectMethod direct = nullptr) {
+        m_server.AddMethod(new Json::Rpc::RpcMethod<T>(handler, method, name, Json::Value(), direct));
     }
 
     // Whether the request acts below `required` (see CJsonRpcServer for a request's level):

@@ -41,6 +41,9 @@ public:
     ~CC4jControl() override;
 
     bool Get(const Json::Value& request, Json::Value& response);
+    // Get's answer to a request of the direct shape, written without building a value;
+    // declines custom-handled codes, unknown or refused ones and debug logging.
+    bool GetDirect(const Json::Rpc::SDirectRequest& request, int clientId, std::string& reply);
     bool Set(const Json::Value& request, Json::Value& response);
     bool GetProperties(const Json::Value& request, Json::Value& response);
     bool GetAttributes(const Json::Value& request, Json::Value& response);

@@ -154,10 +154,10 @@ void CJsonRpcTcpServer::Recv(SJsonRpcClient& client) {
 }
 
 void CJsonRpcTcpServer::HandleRequest(SJsonRpcClient& client, const std::string& request) {
-    Json::Value response;
-    GetHandler().Process(request, response, static_cast<int>(client.id));
-    if (!response.isNull()) {
-        QueueReply(client, Json::Rpc::Handler::GetString(response));
+    m_replyText.clear();
+    GetHandler().Answer(request, m_replyText, static_cast<int>(client.id));
+    if (!m_replyText.empty()) {
+        QueueReply(client, m_replyText);
     }
 }
 

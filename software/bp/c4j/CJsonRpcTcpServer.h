@@ -116,4 +116,5 @@ private:
     std::list<unsigned int> m_purge;
     std::vector<unsigned int> m_ready;  // ProcessReady's clients of this turn, kept from turn to turn
     char m_receiveArea[4096];
+    std::string m_replyText;  // HandleRequest's answer, its capacity kept from request to request
 };

@@ -191,18 +191,24 @@ bool ValueExistInObj(const Json::Value& object, const std::string& name) {
     return MemberOf(object, name) != nullptr;
 }
 
-bool ParseCode(const Json::Value& value, std::string& code) {
-    if (!value.isString()) {
-        return false;
-    }
-    std::string text = value.asString();
+std::string MakeCode(std::string_view text) {
+    std::string code(text);
     // ASCII only and independent of the locale: codes are ASCII, other bytes pass through.
-    for (char& c : text) {
+    for (char& c : code) {
         if (c >= 'a' && c <= 'z') {
             c = static_cast<char>(c - 'a' + 'A');
         }
     }
-    code = std::move(text);
+    return code;
+}
+
+bool ParseCode(const Json::Value& value, std::string& code) {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    if (!value.getString(&begin, &end)) {
+        return false;
+    }
+    code = MakeCode(std::string_view(begin, static_cast<size_t>(end - begin)));
     return true;
 }
 

@@ -22,6 +22,7 @@
 #include <json/json.h>
 
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -61,8 +62,12 @@ std::vector<std::string> GetStringsFromObj(const Json::Value& object, const std:
 // True when `object` is an object with that member (of any kind, null included).
 bool ValueExistInObj(const Json::Value& object, const std::string& name);
 
-// A control code: when `value` is a string, stores it in upper case ASCII ("gio+stat"
-// becomes "GIO+STAT") and returns true; otherwise returns false and leaves `code` as is.
+// A control code from its text: upper case ASCII ("gio+stat" becomes "GIO+STAT"), every
+// other byte as it is.
+std::string MakeCode(std::string_view text);
+
+// A control code: when `value` is a string, stores MakeCode of it and returns true;
+// otherwise returns false and leaves `code` as is.
 bool ParseCode(const Json::Value& value, std::string& code);
 
 // The control code a request names: params[0] when params is an array, params["code"]

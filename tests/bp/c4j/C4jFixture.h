@@ -61,7 +61,8 @@ class CC4jFixture : public ::testing::Test {
 protected:
     static constexpr size_t kBigTextSize = 64 * 1024;
 
-    CC4jFixture() {
+    // Logging up to `mostVerbose`: debug logging turns the direct ways of methods off.
+    explicit CC4jFixture(ELogLevel mostVerbose = LOG_LEVEL_DEBUG) : log(5000, mostVerbose) {
         AddControls();
         root.MakeDir("/var/run/ui");
         ipc = std::make_unique<CIpcEventDispatcher>(dispatcher, root.Path("/var/run/ui/main_controller.socket").c_str(),
@@ -166,7 +167,7 @@ protected:
     }
 
     CTempRoot root;
-    CBufferedLog log{5000};
+    CBufferedLog log;
     CRecordingProxy proxy;
     CManualClock clock;
     CEventDispatcher dispatcher{log};

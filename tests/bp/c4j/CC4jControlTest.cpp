@@ -9,6 +9,7 @@ namespace {
 
 class CC4jControlTest : public CC4jFixture {
 protected:
+    explicit CC4jControlTest(ELogLevel mostVerbose = LOG_LEVEL_DEBUG) : CC4jFixture(mostVerbose) {}
     void SetUp() override { client = Connect(); }
 
     static Json::Value Notify(const std::string& code, const Json::Value& value) {
@@ -19,6 +20,11 @@ protected:
     }
 
     TClient client;
+};
+
+class CC4jControlDirectTest : public CC4jControlTest {
+protected:
+    CC4jControlDirectTest() : CC4jControlTest(LOG_LEVEL_INFO) {}
 };
 
 }  // namespace
@@ -43,6 +49,32 @@ TEST_F(CC4jControlTest, ValuesAreReadAndSetByKindWithArrayOrObjectParams) {
     EXPECT_EQ(Result(*client, "set", R"(["NAM","Booth 3"])"), "Booth 3");
     EXPECT_EQ(Control("NAM").GetText(), "Booth 3");
     EXPECT_EQ(Control("BRI").GetValue(), 100);  // untouched by the refused text
+}
+
+TEST_F(CC4jControlDirectTest, GetAnswersByteForByteAsTheGeneralWayAndLeavesRefusalsToIt) {
+    EXPECT_EQ(Result(*client, "set", R"(["NAM","Booth \"3\""])"), "Booth \"3\"");  // a text to escape
+    const std::pair<std::string, bool> cases[] = {
+        {R"(["BRI"])", true},   {R"({"code":"bri"})", true}, {R"(["LMP"])", true},  {R"({"code":"NAM"})", true},
+        {R"(["RST"])", true},   {R"(["SEC"])", false},       {R"(["XYZ"])", false}, {R"({"value":"BRI"})", false}};
+    Json::Rpc::Handler& handler = server.GetHandler();
+    const int id = static_cast<int>(client->id);
+    for (const std::string method : {"get", "control:get"}) {
+        for (const std::string requestId : {"7", R"("q")"}) {
+            for (const auto& [params, direct] : cases) {
+                const std::string text = R"({"jsonrpc":"2.0","id":)" + requestId + R"(,"method":")" + method +
+                                         R"(","params":)" + params + "}";
+                Json::Rpc::SDirectRequest parts;
+                ASSERT_TRUE(Json::Rpc::ReadDirect(text, parts)) << text;
+                std::string answer;
+                EXPECT_EQ(controlHandler.GetDirect(parts, id, answer), direct) << text;
+                answer.clear();
+                handler.Answer(text, answer, id);
+                Json::Value response;
+                handler.Process(text, response, id);
+                EXPECT_EQ(answer, Json::Rpc::Handler::GetString(response)) << text;
+            }
+        }
+    }
 }
 
 TEST_F(CC4jControlTest, ActionIsTriggeredOnceWhateverTheValue) {
