@@ -1,6 +1,7 @@
 #include "BenchRatioReporter.h"
 
 #include <cstdio>
+#include <string>
 
 void CBenchRatioReporter::ReportRuns(const std::vector<Run>& runs) {
     ConsoleReporter::ReportRuns(runs);
@@ -10,25 +11,42 @@ void CBenchRatioReporter::ReportRuns(const std::vector<Run>& runs) {
             if (!run.run_name.args.empty()) {
                 name += "/" + run.run_name.args;
             }
-            if (m_realTimeNs.count(name) == 0) {
-                m_realTimeNs[name] = run.GetAdjustedRealTime() * benchmark::GetTimeUnitMultiplier(benchmark::kNanosecond) /
-                                     benchmark::GetTimeUnitMultiplier(run.time_unit);
+            if (m_figures.count(name) == 0) {
+                std::map<std::string, double>& figures = m_figures[name];
+                figures[""] = run.GetAdjustedRealTime() * benchmark::GetTimeUnitMultiplier(benchmark::kNanosecond) /
+                              benchmark::GetTimeUnitMultiplier(run.time_unit);
+                for (const auto& counter : run.counters) {
+                    figures[counter.first] = counter.second.value;
+                }
             }
         }
     }
 }
 
+double CBenchRatioReporter::Figure(const std::string& name, const std::string& counter) const {
+    const auto figures = m_figures.find(name);
+    if (figures == m_figures.end()) {
+        return 0;
+    }
+    const auto figure = figures->second.find(counter);
+    return figure == figures->second.end() ? 0 : figure->second;
+}
+
 void CBenchRatioReporter::Finalize() {
     ConsoleReporter::Finalize();
     for (const SRatio& ratio : m_ratios) {
-        const auto measured = m_realTimeNs.find(ratio.measured);
-        const auto baseline = m_realTimeNs.find(ratio.baseline);
-        if (measured == m_realTimeNs.end() || baseline == m_realTimeNs.end() || baseline->second <= 0) {
+        const double measured = Figure(ratio.measured, ratio.counter);
+        const double baseline = Figure(ratio.baseline, ratio.counter);
+        if (measured <= 0 || baseline <= 0) {
             continue;
         }
-        const double value = measured->second / baseline->second;
-        printf("RATIO %s / %s = %.3f (goal <= %.2f: %s)\n", ratio.measured.c_str(), ratio.baseline.c_str(), value,
-               ratio.goal, value <= ratio.goal ? "met" : "NOT met");
+        const double value = measured / baseline;
+        const std::string of = ratio.counter.empty() ? "" : " (" + ratio.counter + ")";
+        printf("RATIO %s / %s%s = %.3f", ratio.measured.c_str(), ratio.baseline.c_str(), of.c_str(), value);
+        if (ratio.goal > 0) {
+            printf(" (goal <= %.2f: %s)", ratio.goal, value <= ratio.goal ? "met" : "NOT met");
+        }
+        printf("\n");
     }
     fflush(stdout);
 }

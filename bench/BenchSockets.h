@@ -23,10 +23,11 @@ void RemoveSocketDir();
 int BoundDatagramSocket(const std::string& path);
 
 // Echoes every datagram back to its sender on its own pinned thread until a one-byte
-// datagram arrives.
+// datagram arrives. With waitsInSelect it waits in select() before each receive, as an
+// event loop does: the system calls of the controller's loop with no work between them.
 class CRawEcho {
 public:
-    explicit CRawEcho(const std::string& path);
+    explicit CRawEcho(const std::string& path, bool waitsInSelect = false);
     ~CRawEcho();
     const std::string& GetPath() const { return m_path; }
 

@@ -181,13 +181,10 @@ void RunGetLoad(benchmark::State& state, TServer& server) {
         }
     }
     const double requests = static_cast<double>(state.iterations()) * kRequestsPerIteration;
-    const CJsonRpcLoad::SPercentiles latency = load.TakePercentiles();
     state.counters["requests_per_s"] = benchmark::Counter(requests, benchmark::Counter::kIsRate);
     // The server thread's share of one request (the rest of the time is the load's and the kernel's).
     state.counters["server_cpu_us"] = (server.GetCpuSeconds() - cpuBefore) * 1e6 / requests;
-    state.counters["p50_us"] = latency.p50Us;
-    state.counters["p90_us"] = latency.p90Us;
-    state.counters["p99_us"] = latency.p99Us;
+    SetPercentileCounters(state, load.TakePercentiles());
 }
 
 void BM_EchoGet(benchmark::State& state) {

@@ -246,25 +246,6 @@ bool CJsonRpcLoad::WaitForEach(int count, int timeoutMs, bool keep) {
     return true;
 }
 
-CJsonRpcLoad::SPercentiles CJsonRpcLoad::TakePercentiles() {
-    SPercentiles result;
-    if (m_latenciesNs.empty()) {
-        return result;
-    }
-    auto at = [this](double fraction) {
-        size_t rank = static_cast<size_t>(fraction * static_cast<double>(m_latenciesNs.size()));
-        rank = std::min(rank, m_latenciesNs.size() - 1);
-        std::nth_element(m_latenciesNs.begin(), m_latenciesNs.begin() + static_cast<std::ptrdiff_t>(rank),
-                         m_latenciesNs.end());
-        return static_cast<double>(m_latenciesNs[rank]) / 1000.0;
-    };
-    result.p50Us = at(0.50);
-    result.p90Us = at(0.90);
-    result.p99Us = at(0.99);
-    m_latenciesNs.clear();
-    return result;
-}
-
 double CWorkTimer::MeanMicroseconds(uint64_t count) const {
     for (int wait = 0; m_count.load() < count; ++wait) {
         if (wait == 1000) {

@@ -32,17 +32,12 @@
 #include <thread>
 #include <vector>
 
+#include "BenchLatency.h"
 #include "BenchSockets.h"
 
 
 class CJsonRpcLoad {
 public:
-    struct SPercentiles {
-        double p50Us = 0;
-        double p90Us = 0;
-        double p99Us = 0;
-    };
-
     // Connects `connections` TCP sockets to 127.0.0.1:port (TCP_NODELAY, non-blocking).
     // Connections are opened in groups of 32 with a short pause between groups, so that
     // a server accepting one connection per loop turn never finds its listen backlog full
@@ -72,7 +67,11 @@ public:
     const std::string& LastMessage(size_t connection) const { return m_connections[connection].last; }
 
     // Percentiles of the latencies recorded so far (nearest rank); clears the record.
-    SPercentiles TakePercentiles();
+    SPercentiles TakePercentiles() {
+        const SPercentiles result = PercentilesOf(m_latenciesNs);
+        m_latenciesNs.clear();
+        return result;
+    }
     void ClearLatencies() { m_latenciesNs.clear(); }
 
 private:
