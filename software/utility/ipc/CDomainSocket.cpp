@@ -258,6 +258,43 @@ int CDomainSocket::SendTo(const unsigned char* data, int length, const char* pat
     }
 }
 
+int CDomainSocket::SendToEach(const unsigned char* data, int length, const char* const* paths, int count,
+                              int flags) {
+    if (m_fd == -1) {
+        THROW_EXCEPTION("Uninitialized socket");
+    }
+    count = std::min(count, kMaxSendBatch);
+    sockaddr_un to[kMaxSendBatch];
+    iovec bytes{const_cast<unsigned char*>(data), static_cast<size_t>(length)};
+    mmsghdr headers[kMaxSendBatch];
+    int ready = 0;
+    for (; ready < count; ++ready) {
+        const size_t pathLength = strlen(paths[ready]);
+        if (pathLength > kMaxPathLength) {
+            break;  // SendTo of this one says so
+        }
+        to[ready].sun_family = AF_UNIX;
+        memcpy(to[ready].sun_path, paths[ready], pathLength + 1);
+        headers[ready] = mmsghdr{};
+        headers[ready].msg_hdr.msg_name = &to[ready];
+        headers[ready].msg_hdr.msg_namelen = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + pathLength + 1);
+        headers[ready].msg_hdr.msg_iov = &bytes;
+        headers[ready].msg_hdr.msg_iovlen = 1;
+    }
+    if (ready == 0) {
+        return 0;
+    }
+    for (;;) {
+        const int sent = sendmmsg(m_fd, headers, static_cast<unsigned>(ready), flags);
+        if (sent >= 0) {
+            return sent;
+        }
+        if (errno != EINTR) {
+            return 0;
+        }
+    }
+}
+
 int CDomainSocket::SendTo(const unsigned char* data, int length, const CDomainSocket& to, int flags) {
     return SendTo(data, length, to.m_address.sun_path, flags);
 }

@@ -62,6 +62,40 @@ bool CIpcOutbox::Send(const unsigned char* data, int size, const std::string& pa
     return true;
 }
 
+void CIpcOutbox::SendToEach(const unsigned char* data, int size, const std::list<std::string>& paths,
+                            const std::function<void(const std::string&)>& dropped) {
+    const std::string* batch[CDomainSocket::kMaxSendBatch];
+    const char* batchPaths[CDomainSocket::kMaxSendBatch];
+    int count = 0;
+    auto flush = [&] {
+        for (int done = 0; done < count;) {
+            done += m_socket.SendToEach(data, size, batchPaths + done, count - done, MSG_DONTWAIT);
+            if (done < count) {
+                // Refused: Send, alone, tells why and queues or drops it.
+                if (!Send(data, size, *batch[done])) {
+                    dropped(*batch[done]);
+                }
+                ++done;
+            }
+        }
+        count = 0;
+    };
+    for (const std::string& path : paths) {
+        if (m_waiting.count(path) != 0) {
+            if (!Send(data, size, path)) {  // queued behind what waits
+                dropped(path);
+            }
+            continue;
+        }
+        batch[count] = &path;
+        batchPaths[count] = path.c_str();
+        if (++count == CDomainSocket::kMaxSendBatch) {
+            flush();
+        }
+    }
+    flush();
+}
+
 void CIpcOutbox::AddDescriptors(CPollSet& poll) const {
     for (const auto& entry : m_waiting) {
         poll.Add(entry.second.probe.GetDescriptor(), false, true);

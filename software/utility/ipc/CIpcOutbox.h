@@ -22,6 +22,8 @@
 // Lifetime: the socket outlives the outbox. Thread contract: the server's thread only.
 
 #include <deque>
+#include <functional>
+#include <list>
 #include <map>
 #include <string>
 
@@ -41,6 +43,12 @@ public:
     // Sends one datagram to path now, or queues it behind what waits for path. False
     // (with a log line) when it was dropped.
     bool Send(const unsigned char* data, int size, const std::string& path);
+    // Sends the same datagram to each of paths, as Send would to each in turn, but hands
+    // the kernel those that can leave now in batches (CDomainSocket::SendToEach): one
+    // system call for many receivers. Calls dropped(path) for each path Send would have
+    // returned false for.
+    void SendToEach(const unsigned char* data, int size, const std::list<std::string>& paths,
+                    const std::function<void(const std::string&)>& dropped);
 
     // The probe of every destination with datagrams waiting, for writing.
     void AddDescriptors(CPollSet& poll) const;

@@ -1,6 +1,7 @@
 // Unix-domain datagram transport on real sockets under a temporary runtime root:
 // socket file lifetime, server and client exchanges, reply matching by sequence,
-// incomplete datagrams, draining in batches, time-outs and transport errors.
+// incomplete datagrams, draining in batches, fanning out in batches, time-outs and
+// transport errors.
 
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -9,15 +10,18 @@
 
 #include <cstring>
 #include <functional>
+#include <list>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "BufferedLog.h"
 #include "CException.h"
 #include "TempRoot.h"
 #include "ThrownMessage.h"
 #include "ipc/CDomainSocket.h"
 #include "ipc/CIpcClient.h"
+#include "ipc/CIpcOutbox.h"
 #include "ipc/CIpcServer.h"
 
 namespace {
@@ -300,6 +304,62 @@ TEST_F(CIpcTransport, ADrainHandsOutEveryDatagramInOrderWithItsOwnSender) {
     CIpcMessage late = Command();
     Send(first, Wire(late), serverPath);
     EXPECT_TRUE(server.TryGetMessage(received));
+}
+
+TEST_F(CIpcTransport, AFanOutReachesEveryReceiverOnceWhateverTheOthersDo) {
+    CBufferedLog log;
+    CDomainSocket server(serverPath.c_str());
+    CIpcOutbox outbox(server, log);
+    // More receivers than one system call takes, among them one that is gone, one path
+    // too long and one whose queue is full, each refused where a batch is under way.
+    const std::string gone = root.Path("/var/run/ui/gone");
+    const std::string tooLong = root.Path("/var/run/ui/" + std::string(CDomainSocket::kMaxPathLength, 'x'));
+    constexpr size_t kReceivers = CDomainSocket::kMaxSendBatch + 8;
+    constexpr size_t kFull = 5;
+    std::vector<CDomainSocket> receivers;
+    std::list<std::string> paths;
+    for (size_t i = 0; i < kReceivers; ++i) {
+        if (i == 3) {
+            paths.push_back(gone);
+        }
+        if (i == CDomainSocket::kMaxSendBatch - 1u) {
+            paths.push_back(tooLong);
+        }
+        receivers.emplace_back(root.Path("/var/run/ui/listener." + std::to_string(i)).c_str());
+        paths.push_back(receivers.back().GetPath());
+    }
+    CDomainSocket filler;
+    filler.Create("");
+    filler.Connect(receivers[kFull].GetPath().c_str());
+    const unsigned char junk = 0;
+    int filled = 0;
+    while (send(filler.GetDescriptor(), &junk, 1, MSG_DONTWAIT) == 1) {
+        ++filled;
+    }
+    ASSERT_GT(filled, 0);
+
+    const unsigned char note[] = "note";
+    std::vector<std::string> dropped;
+    outbox.SendToEach(note, sizeof note, paths, [&](const std::string& path) { dropped.push_back(path); });
+    EXPECT_EQ(dropped, (std::vector<std::string>{gone, tooLong}));
+    EXPECT_EQ(outbox.GetWaitingDestinations(), 1u);
+
+    unsigned char buffer[16];
+    for (size_t i = 0; i < kReceivers; ++i) {
+        if (i == kFull) {
+            for (int j = 0; j < filled; ++j) {  // the junk, which makes room
+                ASSERT_EQ(receivers[i].RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), 1) << j;
+            }
+            CPollSet poll;
+            outbox.AddDescriptors(poll);
+            ASSERT_EQ(poll.Wait(1000), 1);
+            outbox.ProcessReady(poll);
+        }
+        ASSERT_EQ(receivers[i].RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), static_cast<int>(sizeof note)) << i;
+        EXPECT_STREQ(reinterpret_cast<const char*>(buffer), "note");
+        EXPECT_EQ(receivers[i].RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), 0) << i << " received it twice";
+    }
+    EXPECT_EQ(outbox.GetWaitingDestinations(), 0u);
 }
 
 TEST_F(CIpcTransport, NothingWaitingIsATimeOutNotAnError) {

@@ -477,15 +477,13 @@ void CIpcEventDispatcher::MakeNotification(const CProjCon& control, ENotifyType 
 }
 
 void CIpcEventDispatcher::SendIpcNotifications(CIpcMessage& notification, const std::list<std::string>& recipients) {
-    for (const std::string& address : recipients) {
-        SendNotify(notification, address);
+    unsigned char* data = nullptr;
+    const int size = notification.SerializeMessage(data);
+    if (size >= static_cast<int>(CIpcMessage::kMaxMessageSize)) {
+        m_log.LogError("Unable to send notification: %d bytes do not fit one message", size);
+        return;
     }
-}
-
-bool CIpcEventDispatcher::SendNotify(CIpcMessage& notification, const std::string& address) {
-    if (Deliver(notification, address, "notification")) {
-        return true;
-    }
-    m_log.LogError("Unable to send notification to %s", address.c_str());
-    return false;
+    m_outbox.SendToEach(data, size, recipients, [this](const std::string& address) {
+        m_log.LogError("Unable to send notification to %s", address.c_str());
+    });
 }

@@ -93,8 +93,6 @@ public:
 
     void MakeNotification(const CProjCon& control, ENotifyType type, const std::list<std::string>& recipients);
     void SendIpcNotifications(CIpcMessage& notification, const std::list<std::string>& recipients);
-    // False (and a log line) when the notification could not be delivered.
-    bool SendNotify(CIpcMessage& notification, const std::string& address);
 
 private:
     // The level the message states (parameter 231, taken off), capped for its sender.
