@@ -163,6 +163,11 @@ const SMessageArgs* CIpcMessage::Find(unsigned short id) const {
 SMessageArgs& CIpcMessage::Slot(unsigned short id) {
     // Arguments mostly arrive in ascending order: appending needs no search.
     if (m_args.empty() || m_args.back().first < id) {
+        if (m_args.capacity() == 0) {
+            // A message mostly holds two to four: one allocation rather than one per
+            // growth step of a fresh message.
+            m_args.reserve(4);
+        }
         m_args.emplace_back(id, SMessageArgs());
         return m_args.back().second;
     }

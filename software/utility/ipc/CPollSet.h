@@ -9,13 +9,18 @@
 
 #include <poll.h>
 
+#include <cstddef>
 #include <vector>
 
 class CPollSet {
 public:
+    // Keeps the index's size, so that a loop rebuilding its set every turn does not
+    // refill it: only the entries of the descriptors that were added are reset.
     void Clear() {
+        for (const pollfd& entry : m_fds) {
+            m_index[static_cast<size_t>(entry.fd)] = -1;
+        }
         m_fds.clear();
-        m_index.clear();
     }
     void Add(int fd, bool read, bool write);
     // The ready count, 0 on time-out or interruption; a negative timeout waits forever.
