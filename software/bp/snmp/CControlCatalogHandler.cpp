@@ -1,6 +1,8 @@
 #include "CControlCatalogHandler.h"
 
+#include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "CException.h"
 #include "NControlCatalog.h"
@@ -14,10 +16,18 @@ bool CControlCatalogHandler::HandleIpcRequest(const CIpcMessage& request, std::l
     CIpcMessage empty(request);
     empty.ClearArgs();
     empty.MakeReply(0);
+    // Listed in code order, so that a reader sees the same catalog from every run.
+    std::vector<const CProjCon*> controls;
+    controls.reserve(GetDispatcher().GetControls().size());
     for (const auto& entry : GetDispatcher().GetControls()) {
-        const CProjCon& control = *entry.second;
+        controls.push_back(entry.second);
+    }
+    std::sort(controls.begin(), controls.end(),
+              [](const CProjCon* a, const CProjCon* b) { return a->GetCode() < b->GetCode(); });
+    for (const CProjCon* listedControl : controls) {
+        const CProjCon& control = *listedControl;
         SCatalogControl listed;
-        listed.code = entry.first;
+        listed.code = control.GetCode();
         listed.displayType = static_cast<int>(control.GetDisplayType());
         listed.accessGroup = static_cast<int>(control.GetAccessGroup());
         listed.readOnly = control.IsReadOnly();
