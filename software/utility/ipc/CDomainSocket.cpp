@@ -270,8 +270,8 @@ int CDomainSocket::SendToEach(const unsigned char* data, int length, const char*
     int ready = 0;
     for (; ready < count; ++ready) {
         const size_t pathLength = strlen(paths[ready]);
-        if (pathLength > kMaxPathLength) {
-            break;  // SendTo of this one says so
+        if (pathLength == 0 || pathLength > kMaxPathLength) {
+            break;  // the caller's SendTo of this one, or its own check, says why it cannot go
         }
         to[ready].sun_family = AF_UNIX;
         memcpy(to[ready].sun_path, paths[ready], pathLength + 1);

@@ -75,8 +75,9 @@ public:
     // Sends the same datagram to paths[0..count) in order, up to kMaxSendBatch of them in
     // one system call (sendmmsg): a fan-out to many receivers costs a fraction of one
     // sendto each. Returns how many from the front were sent; fewer than count means the
-    // next one was refused (a full or missing receiver, a path too long), and the caller
-    // learns why by sending that one alone with SendTo. Throws "Uninitialized socket".
+    // next one was refused (a full or missing receiver, an empty path or one too long),
+    // and the caller learns why by sending that one alone with SendTo. Throws
+    // "Uninitialized socket".
     static constexpr int kMaxSendBatch = 32;
     int SendToEach(const unsigned char* data, int length, const char* const* paths, int count, int flags);
 

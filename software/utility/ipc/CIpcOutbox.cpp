@@ -81,6 +81,11 @@ void CIpcOutbox::SendToEach(const unsigned char* data, int size, const std::list
         count = 0;
     };
     for (const std::string& path : paths) {
+        if (path.empty()) {  // no name: an abstract address nobody meant
+            m_log.LogError("Unable to send: no address");
+            dropped(path);
+            continue;
+        }
         if (m_waiting.count(path) != 0) {
             if (!Send(data, size, path)) {  // queued behind what waits
                 dropped(path);
