@@ -258,7 +258,7 @@ int CDomainSocket::SendTo(const unsigned char* data, int length, const char* pat
     }
 }
 
-int CDomainSocket::SendToEach(const unsigned char* data, int length, const char* const* paths, int count,
+int CDomainSocket::SendToEach(const unsigned char* data, int length, const std::string* const* paths, int count,
                               int flags) {
     if (m_fd == -1) {
         THROW_EXCEPTION("Uninitialized socket");
@@ -269,12 +269,13 @@ int CDomainSocket::SendToEach(const unsigned char* data, int length, const char*
     mmsghdr headers[kMaxSendBatch];
     int ready = 0;
     for (; ready < count; ++ready) {
-        const size_t pathLength = strlen(paths[ready]);
+        const std::string& path = *paths[ready];
+        const size_t pathLength = path.size();
         if (pathLength == 0 || pathLength > kMaxPathLength) {
             break;  // the caller's SendTo of this one, or its own check, says why it cannot go
         }
         to[ready].sun_family = AF_UNIX;
-        memcpy(to[ready].sun_path, paths[ready], pathLength + 1);
+        memcpy(to[ready].sun_path, path.c_str(), pathLength + 1);
         headers[ready] = mmsghdr{};
         headers[ready].msg_hdr.msg_name = &to[ready];
         headers[ready].msg_hdr.msg_namelen = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + pathLength + 1);

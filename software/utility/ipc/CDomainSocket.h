@@ -72,14 +72,14 @@ public:
     // "Socket path too long: %s" or "Socket sendto failed from %s to %s" (with errno).
     int SendTo(const unsigned char* data, int length, const char* path, int flags);
     int SendTo(const unsigned char* data, int length, const CDomainSocket& to, int flags);
-    // Sends the same datagram to paths[0..count) in order, up to kMaxSendBatch of them in
+    // Sends the same datagram to *paths[0..count) in order, up to kMaxSendBatch of them in
     // one system call (sendmmsg): a fan-out to many receivers costs a fraction of one
     // sendto each. Returns how many from the front were sent; fewer than count means the
     // next one was refused (a full or missing receiver, an empty path or one too long),
     // and the caller learns why by sending that one alone with SendTo. Throws
     // "Uninitialized socket".
     static constexpr int kMaxSendBatch = 32;
-    int SendToEach(const unsigned char* data, int length, const char* const* paths, int count, int flags);
+    int SendToEach(const unsigned char* data, int length, const std::string* const* paths, int count, int flags);
 
     // Connects the socket to path, so that sends need no address and a poll for writing
     // waits until the peer's receive queue has room. Throws "Socket connect failed from

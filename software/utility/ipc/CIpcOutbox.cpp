@@ -65,11 +65,10 @@ bool CIpcOutbox::Send(const unsigned char* data, int size, const std::string& pa
 void CIpcOutbox::SendToEach(const unsigned char* data, int size, const std::list<std::string>& paths,
                             const std::function<void(const std::string&)>& dropped) {
     const std::string* batch[CDomainSocket::kMaxSendBatch];
-    const char* batchPaths[CDomainSocket::kMaxSendBatch];
     int count = 0;
     auto flush = [&] {
         for (int done = 0; done < count;) {
-            done += m_socket.SendToEach(data, size, batchPaths + done, count - done, MSG_DONTWAIT);
+            done += m_socket.SendToEach(data, size, batch + done, count - done, MSG_DONTWAIT);
             if (done < count) {
                 // Refused: Send, alone, tells why and queues or drops it.
                 if (!Send(data, size, *batch[done])) {
@@ -93,7 +92,6 @@ void CIpcOutbox::SendToEach(const unsigned char* data, int size, const std::list
             continue;
         }
         batch[count] = &path;
-        batchPaths[count] = path.c_str();
         if (++count == CDomainSocket::kMaxSendBatch) {
             flush();
         }
