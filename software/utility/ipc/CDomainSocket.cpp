@@ -22,7 +22,9 @@ constexpr size_t kControlSpace = CMSG_SPACE(sizeof(ucred)) + CMSG_SPACE(16 * siz
 
 }  // namespace
 
-CDomainSocket::CDomainSocket() : m_fd(-1), m_address{}, m_credentials{}, m_hasCredentials(false), m_receiveTimeoutMs(~0u) {
+CDomainSocket::CDomainSocket()
+    : m_fd(-1), m_address{}, m_credentials{}, m_hasCredentials(false), m_passesCredentials(false),
+      m_receiveTimeoutMs(~0u) {
     m_address.sun_family = AF_UNIX;
 }
 
@@ -30,7 +32,8 @@ CDomainSocket::CDomainSocket(const char* path) : CDomainSocket() { Create(path);
 
 CDomainSocket::CDomainSocket(CDomainSocket&& other) noexcept
     : m_fd(other.m_fd), m_address(other.m_address), m_credentials(other.m_credentials),
-      m_hasCredentials(other.m_hasCredentials), m_receiveTimeoutMs(other.m_receiveTimeoutMs) {
+      m_hasCredentials(other.m_hasCredentials), m_passesCredentials(other.m_passesCredentials),
+      m_receiveTimeoutMs(other.m_receiveTimeoutMs) {
     other.m_fd = -1;
 }
 
@@ -41,6 +44,7 @@ CDomainSocket& CDomainSocket::operator=(CDomainSocket&& other) noexcept {
         m_address = other.m_address;
         m_credentials = other.m_credentials;
         m_hasCredentials = other.m_hasCredentials;
+        m_passesCredentials = other.m_passesCredentials;
         m_receiveTimeoutMs = other.m_receiveTimeoutMs;
         other.m_fd = -1;
     }
@@ -91,6 +95,7 @@ void CDomainSocket::Create(const char* path) {
     }
     m_fd = fd;
     m_address = address;
+    m_passesCredentials = false;
     m_receiveTimeoutMs = ~0u;
 }
 
@@ -99,6 +104,7 @@ void CDomainSocket::EnableCredentials() {
     if (m_fd == -1 || setsockopt(m_fd, SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0) {
         THROW_ERRNO_EXCEPTION("Socket credentials failed on %s", m_address.sun_path);
     }
+    m_passesCredentials = true;
 }
 
 bool CDomainSocket::GetCredentials(ucred& credentials) const {
@@ -115,21 +121,34 @@ int CDomainSocket::Receive(unsigned char* buffer, int length, int flags, CDomain
     sockaddr_un sender;
     alignas(cmsghdr) unsigned char control[kControlSpace];
     for (;;) {
-        iovec data{buffer, static_cast<size_t>(length)};
-        msghdr header{};
-        header.msg_name = &sender;
-        header.msg_namelen = sizeof sender;
-        header.msg_iov = &data;
-        header.msg_iovlen = 1;
-        header.msg_control = control;
-        header.msg_controllen = sizeof control;
-        const ssize_t received = recvmsg(m_fd, &header, flags | MSG_CMSG_CLOEXEC);
+        ssize_t received = 0;
+        socklen_t senderLength = sizeof sender;
+        bool hasCredentials = false;
+        ucred credentials{};
+        if (m_passesCredentials) {
+            iovec data{buffer, static_cast<size_t>(length)};
+            msghdr header{};
+            header.msg_name = &sender;
+            header.msg_namelen = senderLength;
+            header.msg_iov = &data;
+            header.msg_iovlen = 1;
+            header.msg_control = control;
+            header.msg_controllen = sizeof control;
+            received = recvmsg(m_fd, &header, flags | MSG_CMSG_CLOEXEC);
+            if (received >= 0) {
+                TakeControl(header, credentials, hasCredentials);
+                senderLength = header.msg_namelen;
+            }
+        } else {
+            // Without room for control data the kernel installs no descriptor a sender
+            // passed (it releases them), and the plain call costs less than recvmsg's
+            // header copies on every request.
+            received = recvfrom(m_fd, buffer, static_cast<size_t>(length), flags, reinterpret_cast<sockaddr*>(&sender),
+                                &senderLength);
+        }
         if (received >= 0) {
-            bool hasCredentials = false;
-            ucred credentials{};
-            TakeControl(header, credentials, hasCredentials);
             if (from) {
-                SetSender(sender, header.msg_namelen, credentials, hasCredentials, *from);
+                SetSender(sender, senderLength, credentials, hasCredentials, *from);
             }
             return static_cast<int>(received);
         }
@@ -191,8 +210,8 @@ int CDomainSocket::RecvBatchNoBlock(SDomainDatagram* slots, int count) {
         headers[i].msg_hdr.msg_namelen = sizeof senders[i];
         headers[i].msg_hdr.msg_iov = &data[i];
         headers[i].msg_hdr.msg_iovlen = 1;
-        headers[i].msg_hdr.msg_control = control[i];
-        headers[i].msg_hdr.msg_controllen = sizeof control[i];
+        headers[i].msg_hdr.msg_control = m_passesCredentials ? control[i] : nullptr;
+        headers[i].msg_hdr.msg_controllen = m_passesCredentials ? sizeof control[i] : 0;
     }
     for (;;) {
         const int received = recvmmsg(m_fd, headers, static_cast<unsigned>(count), MSG_DONTWAIT | MSG_CMSG_CLOEXEC,

@@ -11,7 +11,8 @@
 // gid as the kernel vouches for them), and SendTo can send to it.
 //
 // Receiving never takes descriptors from a sender: any passed along with a datagram
-// (SCM_RIGHTS) are closed at once, so no sender can fill the receiver's table.
+// (SCM_RIGHTS) are closed at once, or, on a socket without credentials enabled, never
+// installed by the kernel, so no sender can fill the receiver's table.
 //
 // Paths: up to 107 characters (the whole of sun_path but its terminator), so that the
 // runtime root can lengthen the system's socket paths; a longer path throws. Callers pass
@@ -113,6 +114,9 @@ private:
     sockaddr_un m_address;
     ucred m_credentials;
     bool m_hasCredentials;
+    // EnableCredentials was called: receives ask for control data (recvmsg), which
+    // plain receives skip.
+    bool m_passesCredentials;
     // The receive time-out last set on the descriptor; ~0u when none was set.
     unsigned int m_receiveTimeoutMs;
 };

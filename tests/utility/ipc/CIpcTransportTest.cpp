@@ -306,6 +306,25 @@ TEST_F(CIpcTransport, ADrainHandsOutEveryDatagramInOrderWithItsOwnSender) {
     EXPECT_TRUE(server.TryGetMessage(received));
 }
 
+TEST_F(CIpcTransport, AReceiverWithoutCredentialsNeverHoldsAPassedDescriptor) {
+    CIpcServer server(serverPath.c_str());
+    CDomainSocket sender(root.Path("/var/run/ui/sender").c_str());
+    int pipeFds[2];
+    ASSERT_EQ(pipe(pipeFds), 0);
+    CIpcMessage command = Command();
+    SendWithDescriptor(sender, Wire(command), serverPath, pipeFds[1]);
+    close(pipeFds[1]);
+    CIpcMessage received;
+    bool complete = false;
+    ASSERT_TRUE(server.GetMessage(received, &complete));
+    EXPECT_TRUE(complete);
+    EXPECT_EQ(received.GetReplyAddress(), sender.GetPath());
+    pollfd writers{pipeFds[0], POLLIN, 0};
+    EXPECT_EQ(poll(&writers, 1, 0), 1);
+    EXPECT_TRUE(writers.revents & POLLHUP) << "the passed descriptor is still open";
+    close(pipeFds[0]);
+}
+
 TEST_F(CIpcTransport, AFanOutReachesEveryReceiverOnceWhateverTheOthersDo) {
     CBufferedLog log;
     CDomainSocket server(serverPath.c_str());
