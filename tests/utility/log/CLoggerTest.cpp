@@ -5,16 +5,10 @@
 #include <regex>
 #include <string>
 
-#include "CException.h"
 #include "log/CLogBuffer.h"
 #include "log/CLogger.h"
 
 namespace {
-
-class CThrowingSink : public ILogFile {
-public:
-    void Write(const std::string&, ELogLevel, EFyiCode) override { THROW_EXCEPTION("sink is broken"); }
-};
 
 class CLoggerTest : public ::testing::Test {
 protected:
@@ -83,15 +77,6 @@ TEST_F(CLoggerTest, BodyCutToMessageLengthAndEmptyBodyDropped) {
     m_logger.Log("%s", "");
     ASSERT_EQ(m_sink.GetNumEntries(), 1u);
     EXPECT_TRUE(std::regex_match(m_sink.GetLine(0), std::regex(".* INFO short: abcde"))) << m_sink.GetLine(0);
-}
-
-TEST_F(CLoggerTest, ThrowingSinkNeverReachesCaller) {
-    CThrowingSink broken;
-    m_logger.AddLogRule(LOG_LEVEL_ERROR, &broken);
-    m_logger.AddLogRule(LOG_LEVEL_INFO, &m_sink);
-    EXPECT_NO_THROW(m_logger.LogError("first"));
-    m_logger.Log("still logging");
-    EXPECT_EQ(m_sink.GetNumEntries(), 1u);
 }
 
 TEST(CLoggerRegistry, LoggersFoundByNameUntilUnregisteredOrDestroyed) {
