@@ -9,7 +9,7 @@ namespace {
 
 using Parts = std::pair<std::string, std::string>;
 
-TEST(NAsciiCodeUtils, SplitCodeByShape) {
+TEST(NAsciiCodeUtils, SplitCodeByShapeAndJoinAddsASubcodeOnlyWhenGiven) {
     EXPECT_EQ(NAsciiCodeUtils::SplitCode("SST+PRTA"), Parts("SST", "PRTA"));
     EXPECT_EQ(NAsciiCodeUtils::SplitCode("SST*"), Parts("SST", "@@@@"));
     EXPECT_EQ(NAsciiCodeUtils::SplitCode("BRI"), Parts("BRI", ""));
@@ -20,28 +20,20 @@ TEST(NAsciiCodeUtils, SplitCodeByShape) {
     std::string code = "old", subcode = "old";
     NAsciiCodeUtils::SplitCode("NE", code, subcode);
     EXPECT_EQ(code + subcode, "!!!!!!!");
-}
-
-TEST(NAsciiCodeUtils, ValidateCodeAcceptsAndUpperCasesWellFormedCodes) {
-    std::string text = "sst+prta";
-    EXPECT_TRUE(NAsciiCodeUtils::ValidateCode(text));
-    EXPECT_EQ(text, "SST+PRTA");
-    text = "br1";
-    EXPECT_TRUE(NAsciiCodeUtils::ValidateCode(text));
-    EXPECT_EQ(text, "BR1");
-}
-
-TEST(NAsciiCodeUtils, ValidateCodeRejectsMalformedCodes) {
-    for (const char* bad : {"sst-prta", "1AB", "ab", "", "SST+PR-A", "S_T"}) {
-        std::string text = bad;
-        EXPECT_FALSE(NAsciiCodeUtils::ValidateCode(text)) << bad;
-    }
-}
-
-TEST(NAsciiCodeUtils, JoinCodeAddsSubcodeOnlyWhenGiven) {
-    EXPECT_EQ(NAsciiCodeUtils::JoinCode("NET", "PORT", '+'), "NET+PORT");
     EXPECT_EQ(NAsciiCodeUtils::JoinCode("SST", "PRTA", '*'), "SST*PRTA");
     EXPECT_EQ(NAsciiCodeUtils::JoinCode("BRI", "", '+'), "BRI");
+}
+
+TEST(NAsciiCodeUtils, ValidateCodeUpperCasesWellFormedCodesAndRejectsOthers) {
+    for (const auto& [given, valid] : {Parts("sst+prta", "SST+PRTA"), Parts("br1", "BR1"), Parts("sst-prta", ""),
+                                       Parts("1AB", ""), Parts("ab", ""), Parts("", ""), Parts("SST+PR-A", ""),
+                                       Parts("S_T", "")}) {
+        std::string text = given;
+        EXPECT_EQ(NAsciiCodeUtils::ValidateCode(text), !valid.empty()) << given;
+        if (!valid.empty()) {
+            EXPECT_EQ(text, valid);
+        }
+    }
 }
 
 }  // namespace
