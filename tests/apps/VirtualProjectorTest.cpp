@@ -365,25 +365,6 @@ TEST_F(CVirtualProjectorTest, AChangeThroughOneFrontEndIsSeenAndNotifiedThroughT
     EXPECT_EQ(NextIpcBrightness(), 35);
 }
 
-TEST_F(CVirtualProjectorTest, ARefusedValueAnswers112OnEveryFrontEndAndTheOldValueStays) {
-    ASSERT_NO_FATAL_FAILURE(Start());
-    CRpc rpc(jsonPort);
-    EXPECT_EQ(rpc.Call("control:set", R"({"code": "BRI", "value": 40})")["result"]["value"], 40);
-
-    EXPECT_NE(Ascii("(#BRI 13)", ")").find("ERR00112"), std::string::npos);
-    EXPECT_EQ(rpc.Call("control:set", R"({"code": "BRI", "value": 13})")["error"]["code"], 112);
-    int value = 13;
-    EXPECT_EQ(link->SetValue(ACCESS_OPERATOR, "BRI", "", value, true), ERR_HARDWARE_REFUSED);
-    EXPECT_EQ(value, 40);
-    std::string text = "forbidden";
-    EXPECT_EQ(link->SetText(ACCESS_OPERATOR, "NAM", "", text, true), ERR_HARDWARE_REFUSED);
-    EXPECT_EQ(text, "Virtual Projector");
-
-    EXPECT_EQ(Ascii("(BRI?)", ")"), "(BRI!040)");
-    EXPECT_EQ(rpc.Call("control:get", R"({"code": "BRI"})")["result"]["value"], 40);
-    EXPECT_EQ(IpcValue("BRI"), 40);
-}
-
 TEST_F(CVirtualProjectorTest, StoredValuesSurviveSigtermAndSigkillButThePortOptionIsNotStored) {
     ASSERT_NO_FATAL_FAILURE(Start());
     EXPECT_EQ(Ascii("(#BRI 077)", ")"), "(#BRI!077)");
@@ -443,30 +424,6 @@ TEST_F(CVirtualProjectorTest, OpenSslIsMappedOnlyOnceAPasswordIsChecked) {
     CRpc rpc(jsonPort);
     ASSERT_EQ(rpc.Call("session:connect", kServiceLogin)["result"]["access"], 3);
     EXPECT_NE(CTempRoot::ReadFile(maps).find("libprojector_crypto.so"), std::string::npos);
-}
-
-TEST_F(CVirtualProjectorTest, SimulatedStatusRaisesAndClearsAnAlarm) {
-    ASSERT_NO_FATAL_FAILURE(Start());
-    CRpc rpc(jsonPort);
-    EXPECT_EQ(rpc.Call("status:getAlarms")["result"], J("[]"));
-
-    EXPECT_EQ(rpc.Call("sim:setStatus", R"({"group": "LAMP", "idx": 1, "severity": 2, "value": "Hot"})")["result"],
-              J("{}"));
-    Json::Value alarms = rpc.Call("status:getAlarms")["result"];
-    ASSERT_EQ(alarms.size(), 1u) << alarms;
-    alarms[0].removeMember("desc");  // the label's text, which depends on the installed translations
-    EXPECT_EQ(alarms[0], J(R"({"group": "LAMP", "idx": 1, "status": 2, "value": "Hot"})"));
-    EXPECT_EQ(rpc.Call("sim:setStatus", R"({"group": "LAMP", "idx": 1, "severity": 0, "value": "Off"})")["result"],
-              J("{}"));
-    EXPECT_EQ(rpc.Call("status:getAlarms")["result"], J("[]"));
-}
-
-TEST_F(CVirtualProjectorTest, TheShippedServiceAccountLogsInOverAscii) {
-    ASSERT_NO_FATAL_FAILURE(Start());
-    // An action of access level 3 is refused to the default user, taken after the login.
-    EXPECT_EQ(Ascii(R"((RST)(UID "service" "service")(RST)(UID?))", R"((UID!"service" 03))"),
-              R"((65535 ERR00117 "System Error: RST: Invalid Access Group")(UID!"service" 03))")
-        << Log();
 }
 
 TEST_F(CVirtualProjectorTest, ABadConfigurationEndsWithStatus2AndOneMessageNamingFileControlAndReason) {

@@ -72,7 +72,7 @@ protected:
 
 }  // namespace
 
-TEST_F(CVeltraneSerialHandlerTest, StartsTheEnabledPortsAndAnswersOnSerialAndTcp) {
+TEST_F(CVeltraneSerialHandlerTest, StartsTheEnabledPortsAndFollowsPortControlChangesWhileRunning) {
     Start();
     EXPECT_TRUE(handler->HasPort(PORT_A));
     EXPECT_FALSE(handler->HasPort(PORT_B));  // its RAL is 0
@@ -80,14 +80,6 @@ TEST_F(CVeltraneSerialHandlerTest, StartsTheEnabledPortsAndAnswersOnSerialAndTcp
     EXPECT_EQ(handler->GetParserCount(), 1u);
     EXPECT_EQ(handler->GetServerPort(), serverPort);
     EXPECT_EQ(Speed(prta.slave), speed_t(B9600));  // BDR+PRTA 2
-
-    EXPECT_EQ(Ask(prta.master, "(BRI?)", "(BRI!050)"), "(BRI!050)");
-    const int tcp = Accepted();
-    EXPECT_EQ(Ask(tcp, "(BRI?)", "(BRI!050)"), "(BRI!050)");
-}
-
-TEST_F(CVeltraneSerialHandlerTest, FollowsPortControlChangesWhileRunning) {
-    Start();
     SetControl("BDR", "PRTA", 3);
     EXPECT_TRUE(RunUntil([&] { return Speed(prta.slave) == B19200; }));
 

@@ -52,21 +52,6 @@ protected:
 
 }  // namespace
 
-TEST_F(CSerialFrontendTest, AnswersOverTcpAndSerialAndReportsChecksumErrors) {
-    ASSERT_NO_FATAL_FAILURE(Launch());
-    WriteAll(tcp, "(BRI 075)(BRI?)");
-    EXPECT_EQ(ReadUntil(tcp, "(BRI!075)"), "(BRI!075)") << Output();
-
-    const std::string checksumError = "(65535 ERR00010 \"Syntax Error: checksum failed: 5\")";
-    WriteAll(tcp, "(&BRI? 5)");
-    EXPECT_EQ(ReadUntil(tcp, checksumError), checksumError);
-    WriteAll(tcp, "(&BRI? 098)");  // the byte sum of "&BRI? " modulo 256
-    EXPECT_EQ(ReadUntil(tcp, ")"), "(&BRI!075 224)");
-
-    WriteAll(prta.master, "(BRI?)");
-    EXPECT_EQ(ReadUntil(prta.master, "(BRI!075)"), "(BRI!075)");
-}
-
 TEST_F(CSerialFrontendTest, ForwardsRegisteredChangesAndEndsCleanlyOnSigterm) {
     ASSERT_NO_FATAL_FAILURE(Launch());
     WriteAll(tcp, "(NOT \"BRI\")(BRI?)");
