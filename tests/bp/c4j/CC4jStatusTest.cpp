@@ -30,11 +30,6 @@ protected:
 
 }  // namespace
 
-TEST_F(CC4jStatusTest, GroupsComeInTheOrderOfAddingWithTheirAlarmMask) {
-    EXPECT_EQ(Result(*client, "status:getGroups"), J(R"([{"name":"Lamp Info","group":"LAMP","status":0,"icon":"lamp"},
-                                                        {"name":"SIGN","group":"SIGN","status":2}])"));
-}
-
 TEST_F(CC4jStatusTest, ItemsAreFoundByGroupAndIndex) {
     EXPECT_EQ(Result(*client, "status:getItems", R"({"group":"LAMP"})"), J(kLampItems));
     EXPECT_EQ(Result(*client, "status:getItem", R"({"group":"LAMP","idx":2})"), J(kLampItems)[1]);
@@ -59,15 +54,6 @@ TEST_F(CC4jStatusTest, GroupListenerGetsTheItemsAtOnceAndThenEachChange) {
 
     Result(*client, "status:removeListener", R"(["LAMP"])");
     status.UpdateStatusValue("LAMP", 2, 0, "off");
-    EXPECT_TRUE(Quiet(*client));
-}
-
-TEST_F(CC4jStatusTest, AlarmListenerGetsTheListAtOnceOnlyWhenItAsks) {
-    Result(*client, "status:addAlarmListener");
-    EXPECT_TRUE(Quiet(*client));
-    TClient asking = Connect();
-    Result(*asking, "status:addAlarmListener", R"({"sendNow":true})");
-    EXPECT_EQ(Next(*asking), Message("status:notifyAlarms", std::string("[") + kSignalAlarm + "]"));
     EXPECT_TRUE(Quiet(*client));
 }
 

@@ -46,19 +46,6 @@ protected:
 
 using Keys = std::vector<std::string>;
 
-TEST_F(CStatusDbTest, RaisingToSeverityOneListsTheItemAndReturningToZeroRemovesIt) {
-    db.UpdateStatusValue("Lamp", 1, 1, "Failed");
-    EXPECT_EQ(Alarms(), Keys{"Lamp:1"});
-    EXPECT_EQ(db.GetStatusGroup("Lamp").alarmMask, 1);
-    EXPECT_EQ(db.GetAlarmSummary(), 1);
-
-    db.UpdateStatusValue("Lamp", 1, 0, "On");
-    EXPECT_TRUE(db.GetAlarmList().empty());
-    EXPECT_EQ(db.GetStatusGroup("Lamp").alarmMask, 0);
-    EXPECT_EQ(db.GetAlarmSummary(), 0);
-    EXPECT_EQ(db.GetStatusValue("Lamp", 1).value, "On");
-}
-
 TEST_F(CStatusDbTest, StickyBitIsKeptFromTheOldFlagsOnly) {
     db.UpdateStatusValue("Lamp", -2, 1, 1200);
     EXPECT_EQ(db.GetStatusValue("Lamp", -2).flags, kStatusStickyFlag | 1);

@@ -83,22 +83,4 @@ TEST(NStatusMessage, SummaryRoundTripsAndRejectsBadFields) {
     EXPECT_EQ(count, 12u);
 }
 
-TEST(NStatusMessage, RequestsCarryCodeSubcodeAndArguments) {
-    CIpcMessage request;
-    NStatusMessage::MakeAlertsRequest(request);
-    EXPECT_EQ(request.GetCode() + "+" + request.GetSubCode(), "STA+ALRM");
-    EXPECT_EQ(request.GetNumArgs(), 0u);
-    EXPECT_TRUE(request.HasFlag(MSG_FLAG_REQUEST));
-
-    NStatusMessage::MakeItemRequest(request, "Lamp", -3);  // reuse drops the alerts subcode
-    std::string group;
-    int index = 0;
-    EXPECT_EQ(request.GetSubCode(), "");
-    EXPECT_TRUE(request.IsTextArg(0) && request.GetArg(0, group) && group == "Lamp");
-    EXPECT_TRUE(request.GetArg(1, index) && index == -3);
-
-    NStatusMessage::MakeGroupRequest(request, "Fan");
-    EXPECT_EQ(request.GetNumArgs(), 1u);
-}
-
 }  // namespace
