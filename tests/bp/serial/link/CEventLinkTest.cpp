@@ -110,19 +110,6 @@ TEST_F(CEventLinkTest, SendOnlyCommandGetsNoReply) {
     EXPECT_EQ(reply.GetNumArgs(), 0u);
 }
 
-TEST_F(CEventLinkTest, MakeNotifyMessageNumbersArgumentsAndPicksModifiers) {
-    CIpcMessage message;
-    CEventLink::MakeNotifyMessage("BRI", "", message, true, false);
-    CEventLink::MakeNotifyMessage("NET", "PORT", message, false, true);
-    CEventLink::MakeNotifyMessage("LMP", "", message, false, false);
-    unsigned char modifiers[3] = {};
-    for (unsigned short id = 0; id < 3; ++id) {
-        message.GetModifier(id, modifiers[id]);
-    }
-    EXPECT_EQ(Arg(message, 1), "NET+PORT");
-    EXPECT_EQ(std::string(modifiers, modifiers + 3), "RWU");
-}
-
 TEST_F(CEventLinkTest, StatusReadsComeFromTheControllersDatabase) {
     CStatusDb database(4, "link-test");
     std::unique_ptr<CStatusRequestHandler> handler;
