@@ -374,26 +374,16 @@ TEST(CIpcMessageDamageEach, CorruptedByteIsDroppedOrChangesOnlyItsField) {
     }
 }
 
-TEST(CIpcMessageDamageEach, RepeatedIdKeepsTheLastRecord) {
-    CIpcMessage source;
-    source.AddArg(0, "first");
-    source.AddArg(1, "second");
-    Bytes bytes = Serialize(source);
-    bytes[24 + 2 + 10] = 0;  // the second record's id becomes 0 as well
-    CIpcMessage message;
-    ASSERT_TRUE(Read(message, bytes));
-    EXPECT_EQ(Text(message, 0), "second");
-    EXPECT_EQ(message.GetNumArgs(), 1u);
-}
-
-TEST(CIpcMessageDamageEach, RecordsOutOfOrderAreHeldInIdOrder) {
+TEST(CIpcMessageDamageEach, RecordsOutOfOrderAreHeldInIdOrderAndARepeatedIdKeepsTheLast) {
     CIpcMessage source;
     source.AddArg(1, "aaa");
     source.AddArg(5, "bbb");
     source.AddArg(9, "ccc");
+    source.AddArg(12, "ddd");
     Bytes bytes = Serialize(source);
-    bytes[24 + 2] = 9;  // records of 8 bytes each, their ids now 9, 5, 1
+    bytes[24 + 2] = 9;  // records of 8 bytes each, their ids now 9, 5, 1, 1
     bytes[24 + 16 + 2] = 1;
+    bytes[24 + 24 + 2] = 1;
     CIpcMessage message;
     ASSERT_TRUE(Read(message, bytes));
     std::string walked;
@@ -402,7 +392,7 @@ TEST(CIpcMessageDamageEach, RecordsOutOfOrderAreHeldInIdOrder) {
     for (bool more = message.GetFirstArg(id, text); more; more = message.GetNextArg(id, text)) {
         walked += std::to_string(id) + "=" + text + " ";
     }
-    EXPECT_EQ(walked, "1=ccc 5=bbb 9=aaa ");
+    EXPECT_EQ(walked, "1=ddd 5=bbb 9=aaa ");
 }
 
 TEST(CIpcMessageLimits, TooLargeMessageIsNotBuilt) {

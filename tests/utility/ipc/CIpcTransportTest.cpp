@@ -12,7 +12,6 @@
 #include <functional>
 #include <list>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "BufferedLog.h"
@@ -148,40 +147,6 @@ TEST_F(CIpcTransport, QueueDepthIsWrittenUnderTheRuntimeRoot) {
     std::remove(file.c_str());
     root.MakeDir("/proc/sys/net/unix/max_dgram_qlen/");  // a directory cannot be written
     EXPECT_THROW(CDomainSocket::SetQueueDepth(1), CException);
-}
-
-TEST_F(CIpcTransport, ServerAnswersEachClientUnderItsSequence) {
-    CIpcServer server(serverPath.c_str());
-    std::thread echo([&] {
-        for (int i = 0; i < 3; ++i) {
-            CIpcMessage request;
-            bool complete = false;
-            ASSERT_TRUE(server.GetMessage(request, &complete));
-            ASSERT_TRUE(complete);
-            const std::string value = ValueOf(request);
-            request.MakeReply(0);
-            request.AddArg(0, "echo " + value);
-            ASSERT_TRUE(server.ResponseMessage(request));
-        }
-    });
-
-    CIpcClient first(serverPath.c_str(), clientPath.c_str());
-    const std::string secondPath = root.Path("/var/run/ui/client.1");
-    CIpcClient second(serverPath.c_str(), secondPath.c_str());
-    for (auto* client : {&first, &second, &first}) {
-        CIpcMessage message = Command();
-        message.AddArg(0, client->GetOwnPath());
-        CIpcMessage reply;
-        ASSERT_TRUE(client->TransmitMessage(message, reply, 5000));
-        EXPECT_TRUE(message.HasFlag(MSG_FLAG_REPLY_WANTED));
-        EXPECT_TRUE(reply.HasFlag(MSG_FLAG_REPLY));
-        EXPECT_EQ(reply.GetSequence(), client->GetSequence());
-        EXPECT_EQ(ValueOf(reply), "echo " + client->GetOwnPath());
-        EXPECT_EQ(reply.GetReplyAddress(), serverPath);
-    }
-    echo.join();
-    EXPECT_EQ(first.GetSequence(), 2u);
-    EXPECT_EQ(second.GetSequence(), 1u);
 }
 
 TEST_F(CIpcTransport, WaitSkipsLateRepliesAndEndsOnANewerOne) {
@@ -379,19 +344,6 @@ TEST_F(CIpcTransport, AFanOutReachesEveryReceiverOnceWhateverTheOthersDo) {
         EXPECT_EQ(receivers[i].RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), 0) << i << " received it twice";
     }
     EXPECT_EQ(outbox.GetWaitingDestinations(), 0u);
-}
-
-TEST_F(CIpcTransport, NothingWaitingIsATimeOutNotAnError) {
-    CDomainSocket server(serverPath.c_str());
-    unsigned char buffer[16];
-    EXPECT_EQ(server.RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), 0);
-    CIpcClient client(serverPath.c_str(), clientPath.c_str());
-    CIpcMessage message = Command();
-    CIpcMessage reply;
-    EXPECT_FALSE(client.TransmitMessage(message, reply, 50));
-    EXPECT_FALSE(client.MessageWait(reply, 0));  // 0 polls once
-    CIpcServer idle(root.Path("/var/run/ui/idle").c_str());
-    EXPECT_FALSE(idle.IsMessageAvailable(0));
 }
 
 TEST_F(CIpcTransport, OversizedOrUnaddressedMessagesAreNeverSent) {
