@@ -160,20 +160,6 @@ TEST_F(CFlashStorageTest, StoredValueOutsideTodaysRangeIsLimitedByTheControl) {
     EXPECT_TRUE(Logged("Load value of INP error: "));
 }
 
-TEST_F(CFlashStorageTest, LeftoverTemporaryFileIsIgnoredAndReplaced) {
-    Store("BRI", "70");
-    Store(".BRI.tmp", std::string("7\0garbage", 9));
-    m_storage.LoadAll();
-    EXPECT_EQ(m_bri.GetValue(), 70);
-
-    m_bri.SetValue(80);
-    EXPECT_EQ(m_storage.Save(), 1u);
-    EXPECT_EQ(CTempRoot::ReadFile(File("BRI")), "80");
-    for (const auto& entry : fs::directory_iterator(m_root.Path(kDir))) {
-        EXPECT_EQ(entry.path().filename().string().find(".tmp"), std::string::npos) << entry.path();
-    }
-}
-
 TEST_F(CFlashStorageTest, FailedSaveKeepsOldFileAndSavePending) {
     // The temporary file cannot be made: the good file stays as it was.
     Store("BRI", "70");

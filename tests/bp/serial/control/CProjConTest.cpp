@@ -294,16 +294,6 @@ TEST_F(CProjConTest, TextWithANulOrOverTheLimitIsRefusedAndAFailingListenerCanno
     m_dispatcher.SetJsonNotifier(&m_notifier);
 }
 
-TEST_F(CProjConTest, OnlyPersistentControlPendsSaveOnAcceptedChange) {
-    for (bool persistent : {true, false}) {
-        auto control = Integer(0, 100, 10, DT_INTEGER, persistent);
-        control->SetValue(10);
-        EXPECT_FALSE(control->IsSavePending());
-        control->SetValue(20);
-        EXPECT_EQ(control->IsSavePending(), persistent);
-    }
-}
-
 TEST_F(CProjConTest, SetRangeAnnouncesAndClampsValueAndDefaultAndAnInvalidNewDefaultThrows) {
     auto control = Integer(0, 100, 80);
     EXPECT_EQ(control->SetRange(0, 50), ERR_NONE);
