@@ -149,20 +149,10 @@ TEST_F(CC4jControlTest, EveryMethodTakingACodeKeepsAProtectedControlFromAClientN
 
 TEST_F(CC4jControlTest, PropertiesAndAttributesDependOnTheKind) {
     EXPECT_EQ(Result(*client, "getProperties", R"(["BRI"])"), J(R"({"enabled":true,"min":0,"max":100,"value":50})"));
-    EXPECT_EQ(Result(*client, "control:getProperties", R"(["CON"])"),
-              J(R"({"enabled":true,"min":0,"max":100,"softmin":10,"softmax":90,"value":40})"));
-    EXPECT_EQ(Result(*client, "getProperties", R"(["INP"])"),
-              J(R"({"enabled":true,"list":[[1,"HDMI","input/hdmi"],[2,"DVI"]],"value":1})"));
-    EXPECT_EQ(Result(*client, "getProperties", R"({"code":"INP"})"),
-              J(R"({"enabled":true,"list":[{"idx":1,"text":"HDMI","icon":"input/hdmi"},{"idx":2,"text":"DVI","selectable":false}],
-                    "value":1})"));
     EXPECT_EQ(Result(*client, "getProperties", R"(["RDO"])")["enabled"], false);
     EXPECT_EQ(Result(*client, "getAttributes", R"(["RDO"])")["readOnly"], true);
-
-    EXPECT_EQ(Result(*client, "getAttributes", R"(["BRI"])"),
+    EXPECT_EQ(Result(*client, "control:getAttributes", R"({"code":"BRI"})"),
               J(R"({"type":200,"access":2,"label":"Auto Detect","default":50})"));
-    EXPECT_EQ(Result(*client, "control:getAttributes", R"({"code":"CON"})"),
-              J(R"({"type":203,"access":2,"label":"","default":40,"decimals":1})"));
     EXPECT_EQ(Result(*client, "getAttributes", R"(["LMP"])"), J(R"({"type":100,"access":2,"label":"","default":false})"));
     EXPECT_EQ(Result(*client, "getAttributes", R"(["NAM"])")["default"], "Projector");
     EXPECT_EQ(Result(*client, "getAttributes", R"(["RST"])"),
@@ -208,14 +198,6 @@ TEST_F(CC4jControlTest, RemovingListenersEndsNotificationsAndShowsInTheList) {
     EXPECT_TRUE(Quiet(*client));
     EXPECT_EQ(Next(*other), Notify("BRI", 10));
     EXPECT_EQ(Result(*client, "getListenerList"), J(R"([{"code":"BRI","count":1},{"code":"LMP","count":1}])"));
-}
-
-TEST_F(CC4jControlTest, RequestWithoutIdIsNeverAnsweredEvenWhenItFails) {
-    client->tcp->Send(R"({"jsonrpc":"2.0","method":"set","params":["XYZ",1]})");
-    client->tcp->Send(R"({"jsonrpc":"2.0","method":"set","params":["NAM",5]})");
-    client->tcp->Send(R"({"jsonrpc":"2.0","method":"set","params":["BRI",77]})");
-    EXPECT_TRUE(Quiet(*client));
-    EXPECT_EQ(Control("BRI").GetValue(), 77);
 }
 
 TEST_F(CC4jControlTest, ListenerRequestWithoutClientIdRegistersUnderMinusOne) {
