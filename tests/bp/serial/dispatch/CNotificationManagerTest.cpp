@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <list>
 #include <string>
 
@@ -80,6 +81,15 @@ TEST(CNotificationManager, JsonAddressesAreKeptApartInRegistrationOrder) {
     EXPECT_EQ(entry.ipcCount, 2);
     EXPECT_EQ(entry.jsonCount, 3);
     EXPECT_FALSE(CNotificationManager::IsJsonAddr("JSON_TC.7"));
+}
+
+// The address is formatted into a fixed buffer: the longest id must fit whole.
+TEST(CNotificationManager, AddressOfEveryClientIdIsWhole) {
+    for (int id : {0, 7, INT_MAX, INT_MIN}) {
+        const std::string address = CNotificationManager::MakeAddrFromSocket(id);
+        EXPECT_EQ(address, "JSON_TCP." + std::to_string(id));
+        EXPECT_TRUE(CNotificationManager::IsJsonAddr(address));
+    }
 }
 
 TEST(CNotificationManager, UnregisteringUnknownKeyOrAddressChangesNothing) {
