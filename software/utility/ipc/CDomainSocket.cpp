@@ -119,13 +119,13 @@ int CDomainSocket::Receive(unsigned char* buffer, int length, int flags, CDomain
         THROW_EXCEPTION("Uninitialized socket");
     }
     sockaddr_un sender;
-    alignas(cmsghdr) unsigned char control[kControlSpace];
     for (;;) {
         ssize_t received = 0;
         socklen_t senderLength = sizeof sender;
         bool hasCredentials = false;
         ucred credentials{};
         if (m_passesCredentials) {
+            alignas(cmsghdr) unsigned char control[kControlSpace];
             iovec data{buffer, static_cast<size_t>(length)};
             msghdr header{};
             header.msg_name = &sender;
