@@ -143,8 +143,9 @@ int CDomainSocket::Receive(unsigned char* buffer, int length, int flags, CDomain
             // Without room for control data the kernel installs no descriptor a sender
             // passed (it releases them), and the plain call costs less than recvmsg's
             // header copies on every request.
-            received = recvfrom(m_fd, buffer, static_cast<size_t>(length), flags, reinterpret_cast<sockaddr*>(&sender),
-                                &senderLength);
+            received = from ? recvfrom(m_fd, buffer, static_cast<size_t>(length), flags,
+                                       reinterpret_cast<sockaddr*>(&sender), &senderLength)
+                            : recv(m_fd, buffer, static_cast<size_t>(length), flags);
         }
         if (received >= 0) {
             if (from) {

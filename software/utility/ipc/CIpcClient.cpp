@@ -48,13 +48,12 @@ bool CIpcClient::MessageWait(CIpcMessage& reply, unsigned int timeoutMs) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     unsigned int waitMs = timeoutMs;
     for (;;) {
-        CDomainSocket sender;
-        const int received = m_socket.RecvFromTimed(m_buffer.get(), CIpcMessage::kMaxMessageSize, &sender, waitMs);
+        const int received = m_socket.RecvFromTimed(m_buffer.get(), CIpcMessage::kMaxMessageSize, nullptr, waitMs);
         if (received < 0) {
             return false;
         }
         if (received > 0 &&
-            reply.DeserializeMessage(m_buffer.get(), static_cast<unsigned>(received), sender.GetPathCStr())) {
+            reply.DeserializeMessage(m_buffer.get(), static_cast<unsigned>(received), m_serverPath.c_str())) {
             if (reply.GetSequence() == m_sequence) {
                 return true;
             }

@@ -34,6 +34,8 @@ public:
     virtual bool TransmitMessage(CIpcMessage& message, CIpcMessage& reply, unsigned int timeoutMs);
     // Waits up to timeoutMs in all for the reply to the last transaction. True with the
     // reply filled in; false on time-out or when a reply to a newer transaction arrives.
+    // The reply's reply address is the server's path: the receive does not ask the kernel
+    // for the sender's, whose copy out costs about 1% of a local round trip.
     virtual bool MessageWait(CIpcMessage& reply, unsigned int timeoutMs);
 
     uint32_t GetSequence() const { return m_sequence; }
