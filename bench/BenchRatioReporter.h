@@ -3,7 +3,8 @@
 // one benchmark's time to a baseline's, both measured in the same run, so that a result
 // reads "the IPC classes cost 1.07x the raw socket round trip" on any machine. The time is
 // the mean real time per iteration, or a counter both benchmarks set (the median round
-// trip, "p50_us", see BenchLatency.h).
+// trip, "p50_us", see BenchLatency.h). For a benchmark that repeats, it is the median of
+// its repetitions.
 
 #include <benchmark/benchmark.h>
 
@@ -39,5 +40,13 @@ private:
     std::map<std::string, std::map<std::string, double>> m_figures;
 };
 
-// Runs every registered benchmark with the ratio reporter; returns the process exit code.
+// Runs every registered benchmark with the ratio reporter, repetitions interleaved at
+// random; returns the process exit code.
 int RunBenchmarksWithRatios(int argc, char** argv, std::vector<CBenchRatioReporter::SRatio> ratios);
+
+// For a round trip divided by another: real time, nine repetitions taken in turns with
+// the other benchmarks' and reported by their aggregates. A single run of a few hundred
+// milliseconds catches the machine in one state of its caches and kernel allocators, and
+// two runs of the same build differed by more than 10% here; the median of nine interleaved
+// ones repeats within about 1%.
+void AsComparedRoundTrip(benchmark::internal::Benchmark* benchmark);

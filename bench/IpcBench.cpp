@@ -2,7 +2,8 @@
 // bytes measured in the same run.
 //
 // Both round trips pin the sending and the echoing thread to one CPU (BenchSockets.h).
-// Their figure is the median round trip (p50_us). BM_LoopedDatagramRoundTrip bounces the
+// Their figure is the median round trip (p50_us), taken over nine repetitions that run in
+// turns with one another (AsComparedRoundTrip). BM_LoopedDatagramRoundTrip bounces the
 // same bytes off an echo that waits in select() before each receive, as the controller's
 // loop does: what that wait costs a request to the controller, against the raw ping-pong.
 //
@@ -81,9 +82,9 @@ void RawDatagramRoundTrips(benchmark::State& state, bool echoWaitsInSelect) {
     unlink(clientPath.c_str());
 }
 void BM_RawDatagramRoundTrip(benchmark::State& state) { RawDatagramRoundTrips(state, false); }
-BENCHMARK(BM_RawDatagramRoundTrip)->UseRealTime();
+BENCHMARK(BM_RawDatagramRoundTrip)->Apply(AsComparedRoundTrip);
 void BM_LoopedDatagramRoundTrip(benchmark::State& state) { RawDatagramRoundTrips(state, true); }
-BENCHMARK(BM_LoopedDatagramRoundTrip)->UseRealTime();
+BENCHMARK(BM_LoopedDatagramRoundTrip)->Apply(AsComparedRoundTrip);
 
 // Measured: CIpcClient::TransmitMessage with reply against a CIpcServer thread that
 // answers every command with its reply (MakeReply, the value as argument 0).
@@ -128,7 +129,7 @@ void BM_IpcRoundTrip(benchmark::State& state) {
     client.TransmitMessage(end);
     echo.join();
 }
-BENCHMARK(BM_IpcRoundTrip)->UseRealTime();
+BENCHMARK(BM_IpcRoundTrip)->Apply(AsComparedRoundTrip);
 
 }  // namespace
 
