@@ -17,11 +17,11 @@
 //    ping-pong of the same bytes with an echo thread plus one raw Unix-datagram ping-pong
 //    of the request the link sends (the two hops of the real path). The figure is the
 //    median round trip (p50_us) over nine interleaved repetitions; goal: at most 1.15x.
-//    BM_RawTcpRoundTrip and BM_RawDatagramRoundTrip show the two parts on their own. BM_LoopedRelayRoundTrip is
-//    the floor the two event loops allow: the same system calls as the real path (the
-//    front-end waits in poll, the controller in select), nothing done between them. Its
-//    ratio to the baseline is what the loops cost; the query's ratio to it, what the
-//    front-end's and the controller's work adds.
+//    BM_RawTcpRoundTrip and BM_RawDatagramRoundTrip show the two parts on their own.
+//    BM_LoopedRelayRoundTrip is the floor the two event loops allow: the same system
+//    calls as the real path (the front-end waits in poll, the controller in select),
+//    nothing done between them. Its ratio to the baseline is what the loops cost; the
+//    query's ratio to it, what the front-end's and the controller's work adds.
 //  - BM_FrontEndThirteenClients: 13 TCP connections at once (the handler's limit), each
 //    with one query outstanding, driven by a poll loop; "queries" is the total rate.
 //
