@@ -19,7 +19,7 @@
 //    median round trip (p50_us) over nine interleaved repetitions; goal: at most 1.15x.
 //    BM_RawTcpRoundTrip and BM_RawDatagramRoundTrip show the two parts on their own.
 //    BM_LoopedRelayRoundTrip is the floor the two event loops allow: the same system
-//    calls as the real path (the front-end waits in poll, the controller in select),
+//    calls as the real path (the front-end and the controller each wait in poll),
 //    nothing done between them. Its ratio to the baseline is what the loops cost; the
 //    query's ratio to it, what the front-end's and the controller's work adds.
 //  - BM_FrontEndThirteenClients: 13 TCP connections at once (the handler's limit), each
@@ -62,7 +62,6 @@
 #include "control/CProjCon.h"
 #include "dispatch/CEventDispatcher.h"
 #include "dispatch/CIpcEventDispatcher.h"
-#include "ipc/CSelectWrapper.h"
 #include "link/CEventLink.h"
 #include "log/CLogger.h"
 #include "port/CCommPort.h"
@@ -240,7 +239,7 @@ public:
     }
     ~CFrontEnd() {
         m_stop = true;
-        m_handler->Stop();  // wakes the loop out of its select
+        m_handler->Stop();  // wakes the loop out of its wait
         m_thread.join();
     }
     unsigned short GetPort() const { return m_port; }
@@ -494,8 +493,8 @@ void BM_RawTcpPlusDatagramRoundTrip(benchmark::State& state) {
 BENCHMARK(BM_RawTcpPlusDatagramRoundTrip)->Apply(AsComparedRoundTrip);
 
 // The floor of BM_FrontEndQuery under the front-end's and the controller's loops: a raw
-// relay waiting in poll() and a datagram echo waiting in select(), the system calls of the
-// real path with nothing between them.
+// relay waiting in poll() and a datagram echo waiting as the controller's loop does, the
+// system calls of the real path with nothing between them.
 void BM_LoopedRelayRoundTrip(benchmark::State& state) {
     PinToOneCpu();
     CRawEcho datagramEcho(SocketDir() + "/raw_server", true);

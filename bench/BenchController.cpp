@@ -4,7 +4,6 @@
 
 #include "BenchSockets.h"
 #include "RuntimeRoot.h"
-#include "ipc/CSelectWrapper.h"
 
 CBenchController::CBenchController() : m_dispatcher(m_log) {
     NRuntimeRoot::SetRoot(SocketDir());
@@ -14,10 +13,13 @@ CBenchController::CBenchController() : m_dispatcher(m_log) {
 }
 
 CBenchController::~CBenchController() {
-    m_stop = true;
+    if (m_loop) {
+        m_loop->Stop();
+    }
     if (m_thread.joinable()) {
         m_thread.join();
     }
+    m_loop.reset();
     m_ipc.reset();
     m_controls.clear();
 }
@@ -28,16 +30,10 @@ void CBenchController::AddInteger(const std::string& code, int min, int max, int
 }
 
 void CBenchController::Serve() {
+    m_loop = std::make_unique<CControllerLoop>(m_dispatcher, *m_ipc, nullptr);
     m_thread = std::thread([this] {
         PinToOneCpu();
-        while (!m_stop) {
-            CSelectWrapper select;
-            select.Set(m_ipc->GetDescriptor());
-            if (select.Select(20u) > 0) {
-                while (m_ipc->ProcessEvents()) {
-                }
-            }
-        }
+        m_loop->Run();
     });
 }
 

@@ -1,18 +1,18 @@
 #pragma once
 // CBenchController: a controller for benchmarks, under the benchmark's private runtime
 // root (SocketDir): a dispatcher whose integer controls accept every value, and its IPC
-// front door, served by Serve() on a pinned thread as in the controller's event loop, or
-// driven in-process by the benchmark itself.
+// front door, served by Serve() on a pinned thread through the controller's own event loop
+// (without a JSON-RPC server), or driven in-process by the benchmark itself.
 //
 // Controls are added before Serve(); from then on they belong to the serving thread.
 // Logging has no sinks, so it costs only its level check.
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "CControllerLoop.h"
 #include "control/CProjCon.h"
 #include "dispatch/CEventDispatcher.h"
 #include "dispatch/CIpcEventDispatcher.h"
@@ -42,6 +42,6 @@ private:
     CEventDispatcher m_dispatcher;
     std::vector<std::unique_ptr<CProjCon>> m_controls;
     std::unique_ptr<CIpcEventDispatcher> m_ipc;
-    std::atomic<bool> m_stop{false};
+    std::unique_ptr<CControllerLoop> m_loop;
     std::thread m_thread;
 };

@@ -23,11 +23,12 @@ void RemoveSocketDir();
 int BoundDatagramSocket(const std::string& path);
 
 // Echoes every datagram back to its sender on its own pinned thread until a one-byte
-// datagram arrives. With waitsInSelect it waits in select() before each receive, as an
-// event loop does: the system calls of the controller's loop with no work between them.
+// datagram arrives. With waitsInPoll it waits before each receive as the controller's loop
+// does (poll() over the socket and a wake-up pipe): the system calls of that loop with no
+// work between them.
 class CRawEcho {
 public:
-    explicit CRawEcho(const std::string& path, bool waitsInSelect = false);
+    explicit CRawEcho(const std::string& path, bool waitsInPoll = false);
     ~CRawEcho();
     const std::string& GetPath() const { return m_path; }
 

@@ -4,7 +4,7 @@
 // Both round trips pin the sending and the echoing thread to one CPU (BenchSockets.h).
 // Their figure is the median round trip (p50_us), taken over nine repetitions that run in
 // turns with one another (AsComparedRoundTrip). BM_LoopedDatagramRoundTrip bounces the
-// same bytes off an echo that waits in select() before each receive, as the controller's
+// same bytes off an echo that waits in poll() before each receive, as the controller's
 // loop does: what that wait costs a request to the controller, against the raw ping-pong.
 //
 //   build/bin/bench/ipc_bench [--benchmark_min_time=2]
@@ -63,9 +63,9 @@ BENCHMARK(BM_Deserialize);
 
 // Baseline: the same bytes as the IPC round trip, bounced by a thread that echoes each
 // datagram to its sender, with plain blocking socket calls and no message objects.
-void RawDatagramRoundTrips(benchmark::State& state, bool echoWaitsInSelect) {
+void RawDatagramRoundTrips(benchmark::State& state, bool echoWaitsInPoll) {
     PinToOneCpu();
-    CRawEcho echo(SocketDir() + "/raw_server", echoWaitsInSelect);
+    CRawEcho echo(SocketDir() + "/raw_server", echoWaitsInPoll);
     const std::string clientPath = SocketDir() + "/raw_client";
     const int client = BoundDatagramSocket(clientPath);
     CIpcMessage message = TypicalCommand();
