@@ -17,6 +17,10 @@ function(proj_add_library name)
     add_library(${name} SHARED ${ARGN})
     set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
                                              OUTPUT_NAME projector_${name})
+    # Nothing replaces a library's functions from outside, so a call within the library
+    # goes straight to its function (no PLT stub) and the compiler may inline it.
+    target_compile_options(${name} PRIVATE -fno-semantic-interposition)
+    target_link_options(${name} PRIVATE -Wl,-Bsymbolic-functions)
     target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}>
                                               $<INSTALL_INTERFACE:${PROJ_INSTALL_INCLUDEDIR}/${name}>)
     install(TARGETS ${name} EXPORT projectorTargets
