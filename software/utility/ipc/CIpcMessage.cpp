@@ -95,6 +95,15 @@ void CIpcMessage::Swap(CIpcMessage& other) noexcept {
 
 CIpcMessage::~CIpcMessage() = default;
 
+void CIpcMessage::Reset() {
+    m_header = SHeader{kMagic, 0, m_header.type, kNoCode, kNoSubCode, 0, 0, 0};
+    m_args.clear();
+    m_cursor = 0;
+    m_sourceAddress = 0;
+    m_destinationAddress = 0;
+    m_replyAddress.clear();
+}
+
 void CIpcMessage::SetCode(const std::string& code) {
     if (code.size() != 3) {
         THROW_EXCEPTION("Invalid code %s", code.c_str());
@@ -270,11 +279,16 @@ void CIpcMessage::MakeReply(unsigned short address) {
 
 CIpcMessage CIpcMessage::EmptyReply() const {
     CIpcMessage reply;
-    reply.CopyHeader(*this);
-    reply.m_sourceAddress = m_sourceAddress;
-    reply.m_destinationAddress = m_destinationAddress;
-    reply.MakeReply(0);
+    reply.AssignEmptyReply(*this);
     return reply;
+}
+
+void CIpcMessage::AssignEmptyReply(const CIpcMessage& request) {
+    Reset();
+    CopyHeader(request);
+    m_sourceAddress = request.m_sourceAddress;
+    m_destinationAddress = request.m_destinationAddress;
+    MakeReply(0);
 }
 
 void CIpcMessage::CopyHeader(const CIpcMessage& other) {
@@ -361,6 +375,8 @@ bool CIpcMessage::DeserializeMessage(const unsigned char* buffer, unsigned int l
         at += arg.text.size() + 5;
     }
     m_cursor = 0;
+    m_sourceAddress = 0;
+    m_destinationAddress = 0;
     m_replyAddress = from ? from : "";
     return true;
 }

@@ -279,6 +279,36 @@ TEST(CIpcMessageModel, MovesTakeEverythingAndLeaveANewMessage) {
     EXPECT_EQ(Text(moved, 0), "5");
 }
 
+TEST(CIpcMessageModel, AReusedMessageKeepsNothingOfItsLastOne) {
+    CIpcMessage request = ReferenceMessage();
+    request.SetReplyAddress("/r");
+    request.SetSourceAddress(4);
+    request.SetDestinationAddress(6);
+    const Bytes bytes = Serialize(request);
+
+    CIpcMessage used(request);
+    used.AddArg(9, "left over");
+    Serialize(used);
+    used.Reset();
+    CIpcMessage fresh;
+    EXPECT_EQ(Serialize(used), Serialize(fresh));
+    EXPECT_EQ(used.GetReplyAddress(), "");
+    EXPECT_EQ(used.GetSourceAddress() + used.GetDestinationAddress(), 0);
+
+    used.AddArg(9, "left over");
+    used.AssignEmptyReply(request);
+    CIpcMessage expected = request.EmptyReply();
+    EXPECT_EQ(Serialize(used), Serialize(expected));
+    EXPECT_EQ(used.GetReplyAddress(), "/r");
+    EXPECT_EQ(used.GetSourceAddress(), expected.GetSourceAddress());
+    EXPECT_EQ(used.GetDestinationAddress(), expected.GetDestinationAddress());
+
+    // The wire carries no station addresses, so a received message has none.
+    ASSERT_TRUE(Read(used, bytes));
+    EXPECT_EQ(used.GetSourceAddress() + used.GetDestinationAddress(), 0);
+    EXPECT_EQ(Serialize(used), bytes);
+}
+
 TEST(CIpcMessageText, RendersAddressesCodeMarkerAndCountedArguments) {
     CIpcMessage request;
     request.SetCode("CMD");
