@@ -176,7 +176,10 @@ EParseResult CVeltraneSerialParser::Feed(const unsigned char* bytes, size_t coun
 }
 
 void CVeltraneSerialParser::StartMessage() {
-    m_message = std::make_unique<CIpcMessage>();
+    if (!m_message) {
+        m_message = m_spare ? std::move(m_spare) : std::make_unique<CIpcMessage>();
+    }
+    m_message->Reset();
     m_message->SetSubCode("");
     m_checksum = 0;
     m_token.clear();
@@ -191,7 +194,9 @@ void CVeltraneSerialParser::StartMessage() {
 }
 
 void CVeltraneSerialParser::Drop() {
-    m_message.reset();
+    if (m_message) {
+        m_spare = std::move(m_message);
+    }
     m_token.clear();
     m_text.clear();
     m_state = EMPTY;
@@ -541,28 +546,36 @@ EParseResult CVeltraneSerialParser::SyntaxError(const std::string& reason, int v
 }
 
 EParseResult CVeltraneSerialParser::CompleteMessage() {
+    // The parser is back in its empty state while the message is handled; afterwards the
+    // message is kept, and the next one is parsed into its storage.
     std::unique_ptr<CIpcMessage> message = std::move(m_message);
     m_state = EMPTY;
     m_token.clear();
     m_text.clear();
-    if (message->GetFlags() & ASCII_CHECKSUM) {
-        const unsigned count = message->GetNumArgs();
+    const EParseResult result = Handle(*message);
+    m_spare = std::move(message);
+    return result;
+}
+
+EParseResult CVeltraneSerialParser::Handle(CIpcMessage& message) {
+    if (message.GetFlags() & ASCII_CHECKSUM) {
+        const unsigned count = message.GetNumArgs();
         if (count == 0) {
             return SyntaxError("no checksum", -1);
         }
         const unsigned short last = static_cast<unsigned short>(count - 1);
         int received = 0;
-        if (!m_lastParamIsNumber || !message->IsNumberArg(last) || !message->GetArg(last, received)) {
+        if (!m_lastParamIsNumber || !message.IsNumberArg(last) || !message.GetArg(last, received)) {
             return SyntaxError("checksum not a number", -1);
         }
         if (received != m_lastNumberChecksum) {
             return SyntaxError("checksum failed", received);
         }
-        message->RemoveArg(last);
+        message.RemoveArg(last);
     }
-    ResolveOwnAddress(*message);
-    if (RxdPreProcessMsg(*message)) {
-        RxdProcessMsg(*message);
+    ResolveOwnAddress(message);
+    if (RxdPreProcessMsg(message)) {
+        RxdProcessMsg(message);
     }
     return PARSE_COMPLETE;
 }
@@ -645,15 +658,15 @@ bool CVeltraneSerialParser::ExtCommand(CIpcMessage& message) {
     if (!m_link) {
         return false;
     }
-    CIpcMessage request(message);
-    CIpcMessage reply;
-    const EError result = m_link->SendCommand(m_accessLevel, request, reply, kCommandTimeoutMs);
+    m_request = message;
+    m_reply.Reset();  // an exchange that fails early leaves it as it is
+    const EError result = m_link->SendCommand(m_accessLevel, m_request, m_reply, kCommandTimeoutMs);
     if (result != ERR_NONE) {
-        SendControllerError(result, reply, message);
+        SendControllerError(result, m_reply, message);
         return false;
     }
     if (message.GetFlags() & ASCII_MARKER) {
-        SendBack(reply, message);
+        SendBack(m_reply, message);
     }
     return true;
 }
@@ -665,11 +678,11 @@ bool CVeltraneSerialParser::ExtRequest(CIpcMessage& message) {
     if (!m_link) {
         return false;
     }
-    CIpcMessage request(message);
-    request.SetFlags(static_cast<uint16_t>(request.GetFlags() | MSG_FLAG_REQUEST));
-    std::list<CIpcMessage> replies;
+    m_request = message;
+    m_request.SetFlags(static_cast<uint16_t>(m_request.GetFlags() | MSG_FLAG_REQUEST));
+    std::list<CIpcMessage>& replies = m_replies;
     const unsigned timeout = IsOneOf(message, {"DGN", "TST", "BST"}) ? kLongRequestTimeoutMs : kCommandTimeoutMs;
-    const EError result = m_link->SendRequest(m_accessLevel, request, replies, timeout);
+    const EError result = m_link->SendRequest(m_accessLevel, m_request, replies, timeout);
     if (result != ERR_NONE) {
         SendControllerError(result, replies.empty() ? CIpcMessage() : replies.back(), message);
         return false;

@@ -49,6 +49,7 @@
 // Class-wide: the projector's own address and the routing mode, shared by every parser.
 // Thread contract: the serial handler's loop thread only, like its port and link.
 
+#include <list>
 #include <memory>
 #include <set>
 #include <string>
@@ -164,6 +165,7 @@ private:
     EParseResult AddNumber();
     EParseResult AddText();
     EParseResult CompleteMessage();
+    EParseResult Handle(CIpcMessage& message);
 
     bool ExtCommand(CIpcMessage& message);
     bool ExtRequest(CIpcMessage& message);
@@ -188,6 +190,7 @@ private:
     EState m_state = EMPTY;
     unsigned char m_input[kBufferSize];
     std::unique_ptr<CIpcMessage> m_message;
+    std::unique_ptr<CIpcMessage> m_spare;  // the last one handled; the next is parsed into it
     std::string m_token;
     std::string m_text;
     unsigned char m_modifier = 0;
@@ -203,6 +206,11 @@ private:
     bool m_sourceGiven = false;
 
     std::string m_transmit;
+    // What goes to the controller and comes back, kept from one message to the next so
+    // that handling one allocates nothing once they have grown.
+    CIpcMessage m_request;
+    CIpcMessage m_reply;
+    std::list<CIpcMessage> m_replies;
 
     // Session.
     std::string m_user = kDefaultUser;

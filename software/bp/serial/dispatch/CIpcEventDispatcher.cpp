@@ -88,7 +88,7 @@ EAccessLevel CIpcEventDispatcher::SenderCap(const CIpcMessage& message) {
 }
 
 bool CIpcEventDispatcher::ProcessEvents() {
-    CIpcMessage message;
+    CIpcMessage& message = m_request;
     bool complete = false;
     try {
         if (!m_server.TryGetMessage(message, &complete)) {
@@ -105,7 +105,8 @@ bool CIpcEventDispatcher::ProcessEvents() {
 
     const std::string& sender = message.GetReplyAddress();  // nothing below changes it
     const char* internal = IsInternalSender(sender) ? "(internal)" : "";
-    std::list<CIpcMessage> replies;
+    std::list<CIpcMessage>& replies = m_replies;
+    m_replyPool.Recycle(replies);  // the last message's, sent by now
     try {
         if (message.HasFlag(MSG_FLAG_REQUEST)) {
             if (message.IsCode("DGN")) {
@@ -124,7 +125,7 @@ bool CIpcEventDispatcher::ProcessEvents() {
                 m_log.Log("Processing CMD from %s: %s (set:%s) %s", sender.c_str(), JoinedCode(message).c_str(),
                           argument.c_str(), internal);
             }
-            CIpcMessage reply = message.EmptyReply();
+            CIpcMessage& reply = AddReplyTo(message, replies);
             if (message.IsCode("NOT")) {
                 try {
                     ProcessNotificationRequests(message);
@@ -135,7 +136,6 @@ bool CIpcEventDispatcher::ProcessEvents() {
             } else {
                 ProcessCommands(message, reply);
             }
-            replies.push_back(std::move(reply));
         }
     } catch (const std::exception& e) {
         // Nothing a sender does may take the controller down; it learns of the fault.
@@ -153,6 +153,13 @@ bool CIpcEventDispatcher::ProcessEvents() {
         SendReplies(replies);
     }
     return true;
+}
+
+CIpcMessage& CIpcEventDispatcher::AddReplyTo(const CIpcMessage& request, std::list<CIpcMessage>& replies) {
+    CIpcMessage& reply = m_replyPool.Next();
+    reply.AssignEmptyReply(request);
+    m_replyPool.MoveNextTo(replies);
+    return reply;
 }
 
 void CIpcEventDispatcher::AddDescriptors(CPollSet& poll) const {
@@ -391,7 +398,7 @@ void CIpcEventDispatcher::AnswerValue(const CProjCon& control, const CIpcMessage
         replies.push_back(ErrorReplyTo(request, ERR_INVALID_PARAMETER, "This control can not be read"));
         return;
     }
-    CIpcMessage reply = request.EmptyReply();
+    CIpcMessage& reply = AddReplyTo(request, replies);
     if (IsTextType(type)) {
         reply.AddArg(0, control.GetText());
     } else {
@@ -401,7 +408,6 @@ void CIpcEventDispatcher::AnswerValue(const CProjCon& control, const CIpcMessage
             reply.AddArg(3, control.GetListEntry(control.GetValue(), entry) ? TextOf(entry.textId, entry.text) : "");
         }
     }
-    replies.push_back(std::move(reply));
 }
 
 void CIpcEventDispatcher::ProcessNotificationRequests(const CIpcMessage& request) {

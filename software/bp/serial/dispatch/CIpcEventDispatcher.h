@@ -43,6 +43,7 @@
 #include "EError.h"
 #include "control/ControlTypes.h"
 #include "dispatch/CIpcAccessPolicy.h"
+#include "ipc/CIpcMessagePool.h"
 #include "ipc/CIpcOutbox.h"
 #include "ipc/CIpcServer.h"
 #include "ipc/CPollSet.h"
@@ -105,6 +106,8 @@ private:
     void AnswerValue(const CProjCon& control, const CIpcMessage& request, std::list<CIpcMessage>& replies);
     bool IsInternalSender(const std::string& address) const;
     void SendReplies(std::list<CIpcMessage>& replies);
+    // Appends request's empty reply to replies, made in a spare of the pool.
+    CIpcMessage& AddReplyTo(const CIpcMessage& request, std::list<CIpcMessage>& replies);
     // Serialises and sends (or queues); false with a log line when it cannot travel.
     bool Deliver(CIpcMessage& message, const std::string& address, const char* what);
 
@@ -116,4 +119,9 @@ private:
     CIpcAccessPolicy m_policy;
     EAccessLevel m_senderCap = ACCESS_PROTECTED;  // of the message being processed
     std::set<uid_t> m_cappedUids;                 // logged once each
+    // The message being processed and its replies, kept from one message to the next with
+    // a few answered replies to reuse, so that answering allocates nothing once warmed up.
+    CIpcMessage m_request;
+    std::list<CIpcMessage> m_replies;
+    CIpcMessagePool m_replyPool{4};
 };

@@ -77,7 +77,7 @@ EError CEventLink::InitializeLink() {
 
 EError CEventLink::Exchange(int accessLevel, CIpcMessage& message, std::list<CIpcMessage>& replies,
                             unsigned int timeoutMs) {
-    replies.clear();
+    m_spareReplies.Recycle(replies);
     if (accessLevel != kNoAccessLevel) {
         if (message.GetNumArgs() >= CIpcMessage::kMaxNumParms) {
             return ERR_TOO_MANY_PARAMETERS;  // a full message has no room for the access level
@@ -96,20 +96,18 @@ EError CEventLink::Exchange(int accessLevel, CIpcMessage& message, std::list<CIp
             m_client->TransmitMessage(message);
             return ERR_NONE;
         }
-        CIpcMessage reply;
-        bool arrived = m_client->TransmitMessage(message, reply, timeoutMs);
+        bool arrived = m_client->TransmitMessage(message, m_spareReplies.Next(), timeoutMs);
         while (arrived) {
+            m_spareReplies.MoveNextTo(replies);
+            const CIpcMessage& reply = replies.back();
             EError error = ERR_NONE;
-            const bool failed = ReadError(reply, error);
-            const bool more = reply.HasFlag(MSG_FLAG_MORE_FOLLOWS);
-            replies.push_back(std::move(reply));  // leaves reply a new message for the next one
-            if (failed) {
+            if (ReadError(reply, error)) {
                 return error;
             }
-            if (!more) {
+            if (!reply.HasFlag(MSG_FLAG_MORE_FOLLOWS)) {
                 return ERR_NONE;
             }
-            arrived = m_client->MessageWait(reply, timeoutMs);
+            arrived = m_client->MessageWait(m_spareReplies.Next(), timeoutMs);
         }
     } catch (const CException& e) {
         m_log.LogError("%s cannot reach the controller: %s", m_name.c_str(), e.GetMessage().c_str());
@@ -170,8 +168,9 @@ EError CEventLink::SendCommand(int accessLevel, CIpcMessage& command, CIpcMessag
     std::list<CIpcMessage> replies;
     const EError result = WithRetries(accessLevel, command, replies, timeoutMs);
     if (!replies.empty()) {
-        reply = std::move(replies.back());
+        reply = replies.back();  // a copy: the caller's reply and the spare keep their storage
     }
+    m_spareReplies.Recycle(replies);
     return result;
 }
 
@@ -189,11 +188,12 @@ EError CEventLink::ReadOne(int accessLevel, const std::string& code, const std::
     if (result != ERR_NONE) {
         return result;
     }
-    if (replies.size() != 1) {
-        return ERR_INVALID_PARAMETER;
+    const bool one = replies.size() == 1;
+    if (one) {
+        reply = replies.front();
     }
-    reply = replies.front();
-    return ERR_NONE;
+    m_spareReplies.Recycle(replies);
+    return one ? ERR_NONE : ERR_INVALID_PARAMETER;
 }
 
 EError CEventLink::GetValue(int accessLevel, const std::string& code, const std::string& subcode, int& value,

@@ -40,6 +40,7 @@
 #include "EError.h"
 #include "control/ControlTypes.h"
 #include "ipc/CIpcClient.h"
+#include "ipc/CIpcMessagePool.h"
 #include "ipc/CIpcServer.h"
 #include "log/ILog.h"
 #include "status/SStatusConditionSet.h"
@@ -115,6 +116,9 @@ public:
 
 private:
     static std::string FirstFreePath(const std::string& stem, const std::string& suffix);
+    // Every exchange starts by taking the caller's replies back as spares, and receives into
+    // a spare that then moves into the caller's list: a caller that keeps its list from one
+    // exchange to the next receives into storage grown before instead of allocating anew.
     EError Exchange(int accessLevel, CIpcMessage& message, std::list<CIpcMessage>& replies, unsigned int timeoutMs);
     EError WithRetries(int accessLevel, CIpcMessage& message, std::list<CIpcMessage>& replies, unsigned int timeoutMs);
     EError SendNotifyRequest(CIpcMessage& request);
@@ -133,4 +137,5 @@ private:
     unsigned int m_retryDelay = 1;
     unsigned int m_retryUnitMs = 1000;
     bool m_initialized = false;
+    CIpcMessagePool m_spareReplies{4};
 };

@@ -198,6 +198,26 @@ TEST_F(CIpcEventDispatcherTest, ListIsReadWithItsEntryTextAndActionRunsWithoutAr
     EXPECT_EQ(Arg(action, CIpcMessage::kErrorTextParm), "This control can not be read");
 }
 
+TEST_F(CIpcEventDispatcherTest, RepliesInKeptStorageCarryNothingOfTheLastOnes) {
+    // One list kept from request to request, as the ASCII front-end keeps it: both the link
+    // and the controller answer into the storage of the list control's reply, which had
+    // its entry text as argument 3 and was the first of two.
+    std::list<CIpcMessage> replies;
+    CIpcMessage list = Message("INP");
+    list.AddArg(0, 0, PARM_NUMBER, 'L');
+    ASSERT_EQ(link->SendRequest(ACCESS_OPERATOR, list, replies, 5000), ERR_NONE);
+    ASSERT_GT(replies.size(), 1u);
+    CIpcMessage value = Message("INP");
+    ASSERT_EQ(link->SendRequest(ACCESS_OPERATOR, value, replies, 5000), ERR_NONE);
+    ASSERT_EQ(replies.size(), 1u);
+    EXPECT_EQ(Arg(replies.front(), 0) + " " + Arg(replies.front(), 3), "1 HDMI");
+    CIpcMessage brightness = Message("BRI");
+    ASSERT_EQ(link->SendRequest(ACCESS_OPERATOR, brightness, replies, 5000), ERR_NONE);
+    ASSERT_EQ(replies.size(), 1u);
+    EXPECT_EQ(replies.front().GetNumArgs(), 1u);
+    EXPECT_EQ(Arg(replies.front(), 0), "50");
+}
+
 TEST_F(CIpcEventDispatcherTest, NotificationsCarryEachTypeInOrder) {
     ASSERT_EQ(link->NotifyRegister("BRI", "", link->GetNotifySocketName()), ERR_NONE);
     CEventLink other(log, "other");
