@@ -284,6 +284,10 @@ CIpcMessage CIpcMessage::EmptyReply() const {
 }
 
 void CIpcMessage::AssignEmptyReply(const CIpcMessage& request) {
+    if (this == &request) {
+        MakeReply(0);
+        return;
+    }
     Reset();
     CopyHeader(request);
     m_sourceAddress = request.m_sourceAddress;

@@ -302,6 +302,9 @@ TEST(CIpcMessageModel, AReusedMessageKeepsNothingOfItsLastOne) {
     EXPECT_EQ(used.GetReplyAddress(), "/r");
     EXPECT_EQ(used.GetSourceAddress(), expected.GetSourceAddress());
     EXPECT_EQ(used.GetDestinationAddress(), expected.GetDestinationAddress());
+    CIpcMessage itself = request;
+    itself.AssignEmptyReply(itself);
+    EXPECT_EQ(Serialize(itself), Serialize(expected));
 
     // The wire carries no station addresses, so a received message has none.
     ASSERT_TRUE(Read(used, bytes));
