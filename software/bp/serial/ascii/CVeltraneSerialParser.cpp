@@ -176,11 +176,8 @@ EParseResult CVeltraneSerialParser::Feed(const unsigned char* bytes, size_t coun
 }
 
 void CVeltraneSerialParser::StartMessage() {
-    if (!m_message) {
-        m_message = m_spare ? std::move(m_spare) : std::make_unique<CIpcMessage>();
-    }
-    m_message->Reset();
-    m_message->SetSubCode("");
+    m_message.Reset();
+    m_message.SetSubCode("");
     m_checksum = 0;
     m_token.clear();
     m_text.clear();
@@ -194,9 +191,6 @@ void CVeltraneSerialParser::StartMessage() {
 }
 
 void CVeltraneSerialParser::Drop() {
-    if (m_message) {
-        m_spare = std::move(m_message);
-    }
     m_token.clear();
     m_text.clear();
     m_state = EMPTY;
@@ -245,7 +239,7 @@ EParseResult CVeltraneSerialParser::FeedByte(unsigned char c) {
             m_token += static_cast<char>(std::toupper(c));
             return PARSE_INCOMPLETE;
         }
-        m_message->SetCode(m_token);
+        m_message.SetCode(m_token);
         m_token.clear();
         m_afterCode = true;
         return HandleParamStart(c);
@@ -269,7 +263,7 @@ EParseResult CVeltraneSerialParser::FeedByte(unsigned char c) {
             m_token += static_cast<char>(std::toupper(c));
             return PARSE_INCOMPLETE;
         }
-        m_message->SetSubCode(m_token);
+        m_message.SetSubCode(m_token);
         m_token.clear();
         m_afterSubcode = true;
         return HandleParamStart(c);
@@ -373,10 +367,10 @@ EParseResult CVeltraneSerialParser::HandleParamStart(unsigned char c) {
     m_state = PARAM_START;
     switch (c) {
     case '!':
-        m_message->SetFlags(static_cast<uint16_t>(m_message->GetFlags() | ASCII_REPLY));
+        m_message.SetFlags(static_cast<uint16_t>(m_message.GetFlags() | ASCII_REPLY));
         return PARSE_INCOMPLETE;
     case '?':
-        m_message->SetFlags(static_cast<uint16_t>(m_message->GetFlags() | ASCII_QUERY));
+        m_message.SetFlags(static_cast<uint16_t>(m_message.GetFlags() | ASCII_QUERY));
         return PARSE_INCOMPLETE;
     case '"':
         m_text.clear();
@@ -465,9 +459,9 @@ EParseResult CVeltraneSerialParser::ParseHeader() {
     if (m_sourceGiven && numbers[1] >= kAddressLimit) {
         return SyntaxError("source address out of range", static_cast<int>(numbers[1]));
     }
-    m_message->SetFlags(flags);
-    m_message->SetDestinationAddress(destination);
-    m_message->SetSourceAddress(m_sourceGiven ? static_cast<uint16_t>(numbers[1]) : 0);
+    m_message.SetFlags(flags);
+    m_message.SetDestinationAddress(destination);
+    m_message.SetSourceAddress(m_sourceGiven ? static_cast<uint16_t>(numbers[1]) : 0);
     m_token.clear();
     return PARSE_INCOMPLETE;
 }
@@ -484,7 +478,7 @@ void CVeltraneSerialParser::ResolveOwnAddress(CIpcMessage& message) const {
 }
 
 EParseResult CVeltraneSerialParser::AddNumber() {
-    if (m_message->GetNumArgs() >= kMaxParameters) {
+    if (m_message.GetNumArgs() >= kMaxParameters) {
         return SyntaxError("too many parms", static_cast<int>(kMaxParameters));
     }
     const bool negative = !m_token.empty() && m_token[0] == '-';
@@ -504,8 +498,8 @@ EParseResult CVeltraneSerialParser::AddNumber() {
         return SyntaxError("invalid number", -1);
     }
     const int flags = PARM_NUMBER | static_cast<int>(digits.size()) | (m_blankBefore ? 0 : PARM_CHAR_DELIMITER);
-    const unsigned short id = static_cast<unsigned short>(m_message->GetNumArgs());
-    m_message->AddArg(id, static_cast<int>(value), static_cast<EParmFlags>(flags), m_modifier);
+    const unsigned short id = static_cast<unsigned short>(m_message.GetNumArgs());
+    m_message.AddArg(id, static_cast<int>(value), static_cast<EParmFlags>(flags), m_modifier);
     m_lastParamIsNumber = !m_token.empty();
     m_lastNumberChecksum = m_savedChecksum;
     m_token.clear();
@@ -515,16 +509,16 @@ EParseResult CVeltraneSerialParser::AddNumber() {
 }
 
 EParseResult CVeltraneSerialParser::AddText() {
-    if (m_message->GetNumArgs() >= kMaxParameters) {
+    if (m_message.GetNumArgs() >= kMaxParameters) {
         return SyntaxError("too many parms", static_cast<int>(kMaxParameters));
     }
     if (m_text.find('\0') != std::string::npos) {
         return SyntaxError("invalid character", 0);  // the IPC text cannot carry a NUL
     }
-    const unsigned short id = static_cast<unsigned short>(m_message->GetNumArgs());
-    m_message->AddArg(id, m_text, m_modifier);
+    const unsigned short id = static_cast<unsigned short>(m_message.GetNumArgs());
+    m_message.AddArg(id, m_text, m_modifier);
     if (!m_blankBefore) {
-        m_message->SetCharDelimiter(id);
+        m_message.SetCharDelimiter(id);
     }
     m_lastParamIsNumber = false;
     m_text.clear();
@@ -546,18 +540,12 @@ EParseResult CVeltraneSerialParser::SyntaxError(const std::string& reason, int v
 }
 
 EParseResult CVeltraneSerialParser::CompleteMessage() {
-    // The parser is back in its empty state while the message is handled; afterwards the
-    // message is kept, and the next one is parsed into its storage.
-    std::unique_ptr<CIpcMessage> message = std::move(m_message);
+    // The parser is back in its empty state while the message is handled; the next one is
+    // parsed into the same object (StartMessage resets it), so its storage is kept.
     m_state = EMPTY;
     m_token.clear();
     m_text.clear();
-    const EParseResult result = Handle(*message);
-    m_spare = std::move(message);
-    return result;
-}
-
-EParseResult CVeltraneSerialParser::Handle(CIpcMessage& message) {
+    CIpcMessage& message = m_message;
     if (message.GetFlags() & ASCII_CHECKSUM) {
         const unsigned count = message.GetNumArgs();
         if (count == 0) {
@@ -680,14 +668,13 @@ bool CVeltraneSerialParser::ExtRequest(CIpcMessage& message) {
     }
     m_request = message;
     m_request.SetFlags(static_cast<uint16_t>(m_request.GetFlags() | MSG_FLAG_REQUEST));
-    std::list<CIpcMessage>& replies = m_replies;
     const unsigned timeout = IsOneOf(message, {"DGN", "TST", "BST"}) ? kLongRequestTimeoutMs : kCommandTimeoutMs;
-    const EError result = m_link->SendRequest(m_accessLevel, m_request, replies, timeout);
+    const EError result = m_link->SendRequest(m_accessLevel, m_request, m_replies, timeout);
     if (result != ERR_NONE) {
-        SendControllerError(result, replies.empty() ? CIpcMessage() : replies.back(), message);
+        SendControllerError(result, m_replies.empty() ? CIpcMessage() : m_replies.back(), message);
         return false;
     }
-    for (CIpcMessage& reply : replies) {
+    for (CIpcMessage& reply : m_replies) {
         SendBack(reply, message);
     }
     return true;

@@ -50,7 +50,6 @@
 // Thread contract: the serial handler's loop thread only, like its port and link.
 
 #include <list>
-#include <memory>
 #include <set>
 #include <string>
 
@@ -165,7 +164,6 @@ private:
     EParseResult AddNumber();
     EParseResult AddText();
     EParseResult CompleteMessage();
-    EParseResult Handle(CIpcMessage& message);
 
     bool ExtCommand(CIpcMessage& message);
     bool ExtRequest(CIpcMessage& message);
@@ -189,8 +187,7 @@ private:
     // Receive state.
     EState m_state = EMPTY;
     unsigned char m_input[kBufferSize];
-    std::unique_ptr<CIpcMessage> m_message;
-    std::unique_ptr<CIpcMessage> m_spare;  // the last one handled; the next is parsed into it
+    CIpcMessage m_message;  // the one being parsed, then handled
     std::string m_token;
     std::string m_text;
     unsigned char m_modifier = 0;
