@@ -374,22 +374,26 @@ void CC4jControl::SendNotification(const std::string& key, const std::list<std::
     if (!control) {
         return;
     }
+    // The kept list is taken out for this notification (one sent meanwhile fills its own)
+    // and assigned over: its nodes and strings are the last notification's.
     SJsonNotify notify;
+    notify.recipients.swap(m_recipients);
     if (control->GetAccessGroup() != ACCESS_PROTECTED) {
         notify.recipients = clients;  // every client is admitted: no address need be read
     } else {
+        notify.recipients.clear();
         for (const std::string& client : clients) {
             if (IsAdmitted(CJsonRpcServer::GetJsonClientDescriptorFromString(client), *control)) {
                 notify.recipients.push_back(client);
             }
         }
     }
-    if (notify.recipients.empty()) {
-        return;
+    if (!notify.recipients.empty()) {
+        notify.key = control->GetCode();
+        notify.message = Json::Rpc::Handler::GetString(MakeNotifyText(*control));
+        GetServer().NotifyPush(notify);
     }
-    notify.key = control->GetCode();
-    notify.message = Json::Rpc::Handler::GetString(MakeNotifyText(*control));
-    GetServer().NotifyPush(notify);
+    m_recipients.swap(notify.recipients);
 }
 
 void CC4jControl::MakeNotification(const CProjCon& control, ENotifyType, const std::list<std::string>& recipients) {

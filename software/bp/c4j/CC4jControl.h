@@ -31,6 +31,8 @@
 // Thread contract: the server's thread, which is also the controller's event thread.
 
 #include <functional>
+#include <list>
+#include <string>
 
 #include "CC4jBaseControlHandler.h"
 #include "dispatch/IControlNotifier.h"
@@ -68,4 +70,8 @@ private:
     // Answers through the custom handler of the code, when there is one.
     bool TryCustomHandler(const Json::Value& request, Json::Value& response, const std::string& code, bool command);
     Json::Value MakeNotifyText(const CProjCon& control) const;
+
+    // The recipients of the last notification, kept so that the next one refills the same
+    // nodes instead of allocating one per listener (event thread only).
+    std::list<std::string> m_recipients;
 };

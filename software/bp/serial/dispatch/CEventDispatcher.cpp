@@ -31,18 +31,24 @@ CCustomEventHandler* CEventDispatcher::GetCustomHandler(const std::string& code)
 }
 
 void CEventDispatcher::SendNotificationMessage(const CProjCon& control, ENotifyType type) {
+    // Each kept list is taken out for this announcement, so one made while it is under way
+    // finds it empty and fills a list of its own.
     std::list<std::string> recipients;
     if (m_ipc) {
+        recipients.swap(m_ipcRecipients);
         m_notifications.GetIpcRecipientList(control.GetCode(), recipients);
         if (!recipients.empty()) {
             m_ipc->MakeNotification(control, type, recipients);
         }
+        m_ipcRecipients.swap(recipients);
     }
     if (m_json) {
+        recipients.swap(m_jsonRecipients);
         m_notifications.GetC4jRecipientList(control.GetCode(), recipients);
         if (!recipients.empty()) {
             m_json->MakeNotification(control, type, recipients);
         }
+        m_jsonRecipients.swap(recipients);
     }
 }
 

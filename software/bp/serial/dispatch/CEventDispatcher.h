@@ -88,4 +88,8 @@ private:
     IControlNotifier* m_json = nullptr;
     std::vector<IPeriodicTask*> m_tasks;
     uint32_t m_savesNoted = 0;
+    // The recipients of the last announcement, one list per kind, kept so that the next
+    // one refills the same nodes and strings instead of allocating one of each per listener.
+    std::list<std::string> m_ipcRecipients;
+    std::list<std::string> m_jsonRecipients;
 };

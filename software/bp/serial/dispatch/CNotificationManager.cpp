@@ -12,11 +12,18 @@ Registrations::iterator FindAddress(Registrations& list, const std::string& addr
                         [&](const CNotificationManager::SRegistration& r) { return r.address == address; });
 }
 
+// Over the list's own nodes and strings first: a caller that keeps its list from one
+// change to the next then announces each without allocating.
 void CopyAddresses(const Registrations& list, std::list<std::string>& out) {
-    out.clear();
+    auto to = out.begin();
     for (const auto& registration : list) {
-        out.push_back(registration.address);
+        if (to == out.end()) {
+            out.push_back(registration.address);
+        } else {
+            *to++ = registration.address;
+        }
     }
+    out.erase(to, out.end());
 }
 
 }  // namespace

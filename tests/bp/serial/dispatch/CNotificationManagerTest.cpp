@@ -11,13 +11,13 @@ namespace {
 using Addresses = std::list<std::string>;
 
 Addresses Ipc(const CNotificationManager& manager, const std::string& key) {
-    Addresses recipients{"stale"};
+    Addresses recipients{"stale", "also stale"};
     manager.GetIpcRecipientList(key, recipients);
     return recipients;
 }
 
 Addresses Json(const CNotificationManager& manager, const std::string& key) {
-    Addresses recipients{"stale"};
+    Addresses recipients{"stale", "also stale"};
     manager.GetC4jRecipientList(key, recipients);
     return recipients;
 }
