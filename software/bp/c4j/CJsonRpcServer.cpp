@@ -115,8 +115,12 @@ int CJsonRpcServer::GetJsonClientDescriptorFromString(const std::string& address
     // times more. "JSON_TCP." and a decimal int, "-1" included, and nothing after it.
     static const char kPrefix[] = "JSON_TCP.";
     const size_t prefix = sizeof kPrefix - 1;
-    if (address.compare(0, prefix, kPrefix) != 0) {
-        return -1;
+    // Compared a character at a time: a call to memcmp for nine bytes costs 32-bit ARM
+    // more than the whole rest of the reading.
+    for (size_t i = 0; i < prefix; ++i) {
+        if (i == address.size() || address[i] != kPrefix[i]) {
+            return -1;
+        }
     }
     size_t at = prefix;
     const bool negative = at < address.size() && address[at] == '-';
