@@ -15,6 +15,14 @@
 #                controller over IPC (both processes)
 #   ipc_get      an IPC request for "BRI" with its reply (the controller); vprojctl get
 #                makes two (the control's type, then its value), so its count is halved
+#   set_alone    a "control:set" of "BRI" over JSON-RPC, alternately 40 and 60, with
+#                nobody listening (the controller)
+#   set_json50   the same set, announced to 50 JSON-RPC clients that added a listener
+#                for "BRI" (the controller; the TCP port serves at most 64 clients)
+#   set_ipc100   the same set, announced to 100 IPC listeners (vprojctl listen BRI, run
+#                on this machine's side; the controller)
+# Each set waits until every listener has the change before the next, so no listener
+# lags and the controller never waits for a full receive queue.
 #
 # It builds nothing: the cross build (scripts/test.sh --armhf makes build-armhf) and, in
 # the benchmark build (scripts/bench.sh makes build-bench), vprojctl and the plugin.
@@ -111,3 +119,107 @@ echo "32-bit ARM (qemu-arm), $requests requests each; idle rate $(printf '%.0f' 
 measure json_get 1 exchange "$json" '\x00' '{"jsonrpc": "2.0", "method": "control:get", "params": {"code": "BRI"}, "id": 1}\x00'
 measure ascii_query 1 exchange "$ascii" ')' '(BRI?)'
 measure ipc_get 2 ipc_gets
+
+# announce LISTENERS KIND: $requests changes of "BRI", each set over a JSON-RPC connection
+# and answered, then awaited at every listener (KIND json: clients of the JSON-RPC port,
+# connected and registered here; ipc: the vprojctl processes writing to $work/listen.N).
+# The listeners are made ready before the count starts.
+announce() {
+    python3 - "$json" "$1" "$2" "$requests" "$counter" "$rate" "$work" <<'PY'
+import os, socket, struct, sys, time
+port, listeners, kind, count, counter, rate, work = sys.argv[1:]
+port, listeners, count, rate = int(port), int(listeners), int(count), float(rate)
+
+def mark():
+    with open(counter, "rb") as f:
+        return struct.unpack("=Q", f.read(8))[0]
+
+pending = {}
+def message(s):  # reads from s until one NUL-ended message has come, and drops it
+    while b"\0" not in pending.get(s, b""):
+        data = s.recv(65536)
+        if not data:
+            sys.exit("connection closed")
+        pending[s] = pending.get(s, b"") + data
+    pending[s] = pending[s].split(b"\0", 1)[1]
+
+def connect():
+    s = socket.create_connection(("127.0.0.1", port))
+    s.settimeout(600)
+    return s
+
+def call(s, text):
+    s.sendall(text.encode() + b"\0")
+    message(s)
+
+setter = connect()
+def set_to(value):
+    call(setter, '{"jsonrpc":"2.0","id":1,"method":"control:set","params":{"code":"BRI","value":%d}}' % value)
+values = [40, 60]
+def change():  # a real change every time: alternately 40 and 60, after 45
+    values.reverse()
+    set_to(values[0])
+set_to(45)
+
+clients = []
+if kind == "json":
+    for _ in range(listeners):
+        clients.append(connect())
+        call(clients[-1], '{"jsonrpc":"2.0","id":2,"method":"control:addListener","params":{"code":"BRI","sendNow":false}}')
+
+def sizes():
+    return [os.path.getsize(os.path.join(work, "listen.%d" % n)) for n in range(listeners)]
+
+def reached_all(before):  # waits until every listener has one change more than before
+    if kind == "json":
+        for c in clients:
+            message(c)
+        return None
+    deadline = time.time() + 600
+    while True:
+        now = sizes()
+        if all(a > b for a, b in zip(now, before)):
+            return now
+        if time.time() > deadline:
+            sys.exit("a change reached not every listener")
+        time.sleep(0.0005)
+
+if kind == "ipc":  # a change that reached every listener shows them all registered
+    before = sizes()
+    deadline = time.time() + 600
+    while not all(a > b for a, b in zip(sizes(), before)):
+        if time.time() > deadline:
+            sys.exit("the listeners did not register")
+        change()
+        time.sleep(0.2)
+    time.sleep(1)
+else:
+    change()
+    reached_all(None)
+
+begin, first = time.time(), mark()
+seen = sizes() if kind == "ipc" else None
+for _ in range(count):
+    change()
+    seen = reached_all(seen)
+end, second = time.time(), mark()
+print("%-12s %12.0f instructions per change" % (
+    "set_alone" if listeners == 0 else "set_%s%d" % (kind, listeners),
+    (second - first - rate * (end - begin)) / count))
+PY
+}
+
+announce 0 json
+announce 50 json
+listeners=""
+trap 'kill -9 $listeners 2>/dev/null || true; cleanup' EXIT
+n=0
+while [ "$n" -lt 100 ]; do
+    "$host/bin/vprojctl" --root "$root" listen BRI >"$work/listen.$n" 2>&1 &
+    listeners="$listeners $!"
+    n=$((n + 1))
+done
+announce 100 ipc
+kill $listeners
+wait $listeners 2>/dev/null || true
+listeners=""
