@@ -13,17 +13,9 @@
 
 namespace {
 
-constexpr uint32_t PackCode(std::string_view text) {
-    uint32_t packed = 0;
-    for (const char c : text) {
-        packed = (packed << 8) | static_cast<unsigned char>(c);
-    }
-    return packed;
-}
-
 // A new message's code and subcode.
-constexpr uint32_t kNoCode = PackCode("!!!");
-constexpr uint32_t kNoSubCode = PackCode("!!!!");
+constexpr uint32_t kNoCode = CIpcMessage::PackCode("!!!");
+constexpr uint32_t kNoSubCode = CIpcMessage::PackCode("!!!!");
 
 std::string UnpackCode(uint32_t packed, unsigned length) {
     std::string text(length, '\0');
@@ -112,11 +104,6 @@ void CIpcMessage::SetCode(const std::string& code) {
 }
 
 std::string CIpcMessage::GetCode() const { return UnpackCode(m_header.code, 3); }
-
-bool CIpcMessage::IsCode(std::string_view code) const {
-    // A received header may carry a fourth byte above the code, which GetCode leaves out.
-    return code.size() == 3 && (m_header.code & 0xFFFFFFu) == PackCode(code);
-}
 
 void CIpcMessage::SetSubCode(const std::string& subcode) {
     if (!subcode.empty() && subcode.size() != 4) {

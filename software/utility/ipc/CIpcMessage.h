@@ -83,8 +83,20 @@ public:
     // Exactly three characters, else throws "Invalid code %s".
     void SetCode(const std::string& code);
     std::string GetCode() const;
-    // GetCode() == code without making the text: compares the packed code.
-    bool IsCode(std::string_view code) const;
+    // GetCode() == code without making the text: compares the packed code. Inline, so
+    // that a literal's length and packing are worked out when the caller is compiled.
+    bool IsCode(std::string_view code) const {
+        // A received header may carry a fourth byte above the code, which GetCode leaves out.
+        return code.size() == 3 && (m_header.code & 0xFFFFFFu) == PackCode(code);
+    }
+    // A code or subcode as the header carries it: its characters big-endian in one word.
+    static constexpr uint32_t PackCode(std::string_view text) {
+        uint32_t packed = 0;
+        for (const char c : text) {
+            packed = (packed << 8) | static_cast<unsigned char>(c);
+        }
+        return packed;
+    }
     // Exactly four characters, or empty for none; else throws "Invalid subcode %s".
     void SetSubCode(const std::string& subcode);
     // The four characters, or "" when there is no subcode.

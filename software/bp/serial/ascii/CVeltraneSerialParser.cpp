@@ -5,7 +5,9 @@
 #include <charconv>
 #include <climits>
 #include <cstdlib>
+#include <initializer_list>
 #include <list>
+#include <string_view>
 #include <vector>
 
 #include "CException.h"
@@ -94,8 +96,8 @@ void AppendZeroPadded(std::string& out, int value, int width) {
     out.append(begin, end);
 }
 
-bool IsOneOf(const CIpcMessage& message, std::initializer_list<const char*> codes) {
-    for (const char* candidate : codes) {
+bool IsOneOf(const CIpcMessage& message, std::initializer_list<std::string_view> codes) {
+    for (const std::string_view candidate : codes) {
         if (message.IsCode(candidate)) {
             return true;
         }
