@@ -278,12 +278,10 @@ int CDomainSocket::SendTo(const unsigned char* data, int length, const char* pat
     const size_t pathLength = strlen(path);
     sockaddr_un to;
     socklen_t toLength = sizeof to;
-    if (pathLength == 0) {
-        to = MakeAddress(path);  // all zeros: what an empty path always meant here
-    } else if (pathLength <= kMaxPathLength) {
-        toLength = FillAddress(to, path, pathLength);
+    if (pathLength == 0 || pathLength > kMaxPathLength) {
+        to = MakeAddress(path);  // empty: all zeros, as it always meant here; too long: throws
     } else {
-        THROW_EXCEPTION("Socket path too long: %s", path);
+        toLength = FillAddress(to, path, pathLength);
     }
     for (;;) {
         const ssize_t sent = sendto(m_fd, data, static_cast<size_t>(length), flags,
