@@ -49,10 +49,24 @@ struct Methods {
         response["result"] = 1;
         throw std::runtime_error("fuzz");
     }
+    // Writes the params back from the parts, as Echo's compact answer has them.
     bool EchoDirect(const Json::Rpc::SDirectRequest& request, int, std::string& reply) {
+        const bool hasValue = request.valueKind != Json::Rpc::SDirectRequest::EValue::kNone;
         const std::string param = '"' + std::string(request.param) + '"';
-        const std::string result =
-            request.paramsObject ? R"({")" + std::string(request.member) + R"(":)" + param + "}" : "[" + param + "]";
+        const std::string value = request.valueKind == Json::Rpc::SDirectRequest::EValue::kString
+                                      ? '"' + std::string(request.value) + '"'
+                                      : std::string(request.value);
+        std::string result;
+        if (!request.paramsObject) {
+            result = "[" + param + (hasValue ? "," + value : "") + "]";
+        } else {
+            std::string first = '"' + std::string(request.member) + "\":" + param;
+            std::string second = '"' + std::string(request.valueMember) + "\":" + value;
+            if (hasValue && request.valueMember < request.member) {
+                first.swap(second);  // members in name order
+            }
+            result = "{" + first + (hasValue ? "," + second : "") + "}";
+        }
         reply += R"({"id":)" + std::string(request.idText) + R"(,"jsonrpc":"2.0","result":)" + result + "}";
         return true;
     }
@@ -149,10 +163,17 @@ void CheckDirect(const Json::Rpc::SDirectRequest& direct, bool parsed, const Jso
           Json::Rpc::Handler::GetString(request["id"]) == direct.idText);
     const Json::Value& params = request["params"];
     const std::string param(direct.param);
+    using EValue = Json::Rpc::SDirectRequest::EValue;
+    const bool hasValue = direct.valueKind != EValue::kNone;
+    const Json::Value value = direct.valueKind == EValue::kString ? Json::Value(std::string(direct.value))
+                              : direct.valueKind == EValue::kBool ? Json::Value(direct.number != 0)
+                                                                  : Json::Value(direct.number);
+    const Json::ArrayIndex size = hasValue ? 2 : 1;
     if (direct.paramsObject) {
-        Check(params.isObject() && params.size() == 1 && params[std::string(direct.member)] == param);
+        Check(params.isObject() && params.size() == size && params[std::string(direct.member)] == param &&
+              (!hasValue || params[std::string(direct.valueMember)] == value));
     } else {
-        Check(params.isArray() && params.size() == 1 && params[0] == param);
+        Check(params.isArray() && params.size() == size && params[0] == param && (!hasValue || params[1] == value));
     }
 }
 

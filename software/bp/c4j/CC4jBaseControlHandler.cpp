@@ -25,8 +25,8 @@ bool CC4jBaseControlHandler::IsAdmitted(int clientId, const CProjCon& control) c
     return level == ACCESS_OPERATOR || level == ACCESS_PROTECTED;
 }
 
-EAccessLevel CC4jBaseControlHandler::GetChangeLevel(const Json::Value& request) const {
-    return std::max(GetServer().GetRequestAccessLevel(GetClientFd(request)), CSecurityManager::kDefaultAccessGroup);
+EAccessLevel CC4jBaseControlHandler::GetChangeLevel(int clientId) const {
+    return std::max(GetServer().GetRequestAccessLevel(clientId), CSecurityManager::kDefaultAccessGroup);
 }
 
 Json::Value CC4jBaseControlHandler::ValueOf(const CProjCon& control) {

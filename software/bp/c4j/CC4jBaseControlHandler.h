@@ -54,7 +54,8 @@ public:
     bool IsAdmitted(const Json::Value& request, const CProjCon& control) const {
         return IsAdmitted(GetClientFd(request), control);
     }
-    EAccessLevel GetChangeLevel(const Json::Value& request) const;
+    EAccessLevel GetChangeLevel(int clientId) const;
+    EAccessLevel GetChangeLevel(const Json::Value& request) const { return GetChangeLevel(GetClientFd(request)); }
 
     // A resource text in the current language; "" for id 0 or an unknown id.
     static std::string Text(int textId);

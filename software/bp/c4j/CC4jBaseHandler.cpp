@@ -97,8 +97,12 @@ std::string CC4jBaseHandler::GetClientDescriptor(const Json::Value& request) {
 }
 
 std::string CC4jBaseHandler::GetClientIdString(const Json::Value& request) {
+    return GetClientIdString(GetClientFd(request), GetId(request));
+}
+
+std::string CC4jBaseHandler::GetClientIdString(int clientFd, int id) {
     char text[40];
-    snprintf(text, sizeof text, "[ID:%d.%d]", GetClientFd(request), GetId(request));
+    snprintf(text, sizeof text, "[ID:%d.%d]", clientFd, id);
     return text;
 }
 

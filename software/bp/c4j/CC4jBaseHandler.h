@@ -59,6 +59,7 @@ public:
     static int GetClientFd(const Json::Value& request);
     static std::string GetClientDescriptor(const Json::Value& request);
     static std::string GetClientIdString(const Json::Value& request);
+    static std::string GetClientIdString(int clientFd, int id);
 
     // Builds an IPC message from a request's params: code and subcode from the code, then
     // the arguments (array params from index 1 on; object params from "value"). Throws

@@ -1,13 +1,32 @@
 #include "CC4jControl.h"
 
+#include <charconv>
+#include <climits>
+#include <string_view>
 #include <utility>
 
 #include "CException.h"
 #include "control/CCustomEventHandler.h"
 #include "dispatch/CNotificationManager.h"
 #include "jsonrpc/CompactWriter.h"
+#include "jsonrpc/Handler.h"
+#include "text/NErrorText.h"
 
 namespace {
+
+using EValue = Json::Rpc::SDirectRequest::EValue;
+
+// A direct request's id as the log lines name it (GetId): an integer within int's range,
+// else -1.
+int IdOf(std::string_view idText) {
+    long long id = 0;
+    const char* const end = idText.data() + idText.size();
+    const auto [last, error] = std::from_chars(idText.data(), end, id);
+    if (error != std::errc() || last != end || id < INT_MIN || id > INT_MAX) {
+        return -1;
+    }
+    return static_cast<int>(id);
+}
 
 // The value a "set" names: params "value", or the element after the code.
 Json::Value RequestedValue(const Json::Value& params) {
@@ -33,7 +52,9 @@ CC4jControl::CC4jControl(CJsonRpcServer& server) : CC4jBaseControlHandler(server
         {&CC4jControl::RemoveListener, "removeListener", true},
     };
     for (const auto& m : methods) {
-        const auto direct = m.method == &CC4jControl::Get ? &CC4jControl::GetDirect : nullptr;
+        const auto direct = m.method == &CC4jControl::Get   ? &CC4jControl::GetDirect
+                            : m.method == &CC4jControl::Set ? &CC4jControl::SetDirect
+                                                            : nullptr;
         Publish(*this, m.method, "control:" + std::string(m.name), direct);
         Publish(*this, m.method, m.name, direct);
     }
@@ -129,28 +150,93 @@ bool CC4jControl::Get(const Json::Value& request, Json::Value& response) {
 
 bool CC4jControl::GetDirect(const Json::Rpc::SDirectRequest& request, int clientId, std::string& reply) {
     // Under debug logging the general way runs, whose log lines name the request.
-    if ((request.paramsObject && request.member != "code") || GetLog().IsLevelEnabled(LOG_LEVEL_DEBUG)) {
+    if ((request.paramsObject && request.member != "code") || request.valueKind != EValue::kNone ||
+        GetLog().IsLevelEnabled(LOG_LEVEL_DEBUG)) {
         return false;
     }
-    const std::string code = NJsonValueParser::MakeCode(request.param);
-    if (GetDispatcher().GetCustomHandler(code.substr(0, 3))) {
+    std::string code;
+    const CProjCon* control = FindDirect(request, clientId, code);
+    if (!control) {
         return false;
+    }
+    AppendValueAnswer(request, *control, reply);
+    return true;
+}
+
+CProjCon* CC4jControl::FindDirect(const Json::Rpc::SDirectRequest& request, int clientId, std::string& code) const {
+    code = NJsonValueParser::MakeCode(request.param);
+    if (GetDispatcher().GetCustomHandler(code.substr(0, 3))) {
+        return nullptr;
     }
     // An unknown code and a refusal are logged and answered the general way.
-    const CProjCon* control = GetDispatcher().GetControl(code);
-    if (!control || !IsAdmitted(clientId, *control)) {
-        return false;
-    }
+    CProjCon* control = GetDispatcher().GetControl(code);
+    return control && IsAdmitted(clientId, *control) ? control : nullptr;
+}
+
+void CC4jControl::AppendValueAnswer(const Json::Rpc::SDirectRequest& request, const CProjCon& control,
+                                    std::string& reply) {
     // Members in name order, as the compact writer writes the general way's response.
     reply.append(R"({"id":)").append(request.idText).append(R"(,"jsonrpc":"2.0","result":)");
     if (request.paramsObject) {
         reply.append(R"({"value":)");
     }
-    Json::Rpc::AppendCompact(ValueOf(*control), reply);
+    Json::Rpc::AppendCompact(ValueOf(control), reply);
     if (request.paramsObject) {
         reply.push_back('}');
     }
     reply.push_back('}');
+}
+
+bool CC4jControl::SetDirect(const Json::Rpc::SDirectRequest& request, int clientId, std::string& reply) {
+    if (request.valueKind == EValue::kNone ||
+        (request.paramsObject && (request.member != "code" || request.valueMember != "value"))) {
+        return false;
+    }
+    std::string code;
+    CProjCon* control = FindDirect(request, clientId, code);
+    // A refusal of the client's level and a value of the wrong type are answered (and
+    // logged) the general way, before anything has changed.
+    if (!control || control->GetAccessGroup() > GetChangeLevel(clientId)) {
+        return false;
+    }
+    const int type = control->GetDisplayType();
+    const bool text = IsTextType(type);
+    const bool action = IsActionType(type);
+    if (text != (request.valueKind == EValue::kString) && !action) {
+        return false;
+    }
+    // From here on the request is answered here whatever happens: the general way would
+    // change the control a second time.
+    const size_t before = reply.size();
+    try {
+        const std::string client = GetClientIdString(clientId, IdOf(request.idText));
+        EError result = ERR_NONE;
+        if (text) {
+            const std::string value(request.value);
+            GetLog().Log("Recv'd 'set' from %s: %s (%s)", client.c_str(), code.c_str(), value.c_str());
+            result = control->SetText(value, CHANGE_NORMAL);
+        } else {
+            const int number = action ? 1 : request.number;
+            GetLog().Log("Recv'd 'set' from %s: %s (%d)", client.c_str(), code.c_str(), number);
+            result = control->SetValue(number, CHANGE_NORMAL);
+        }
+        if (result == ERR_NONE) {
+            AppendValueAnswer(request, *control, reply);
+        } else {
+            Json::Rpc::AppendDirectError(request, static_cast<int>(result),
+                                         control->IsReadOnly() ? "This control is read-only"
+                                                               : NErrorText::GetErrorString(result),
+                                         reply);
+        }
+    } catch (...) {
+        // What the handler answers for a method that throws; out of memory, nothing.
+        reply.resize(before);
+        try {
+            Json::Rpc::AppendDirectError(request, Json::Rpc::INTERNAL_ERROR, "Internal error", reply);
+        } catch (...) {
+            reply.resize(before);
+        }
+    }
     return true;
 }
 

@@ -44,9 +44,16 @@ public:
 
     bool Get(const Json::Value& request, Json::Value& response);
     // Get's answer to a request of the direct shape, written without building a value;
-    // declines custom-handled codes, unknown or refused ones and debug logging.
+    // declines a second parameter, custom-handled codes, unknown or refused ones and debug
+    // logging.
     bool GetDirect(const Json::Rpc::SDirectRequest& request, int clientId, std::string& reply);
     bool Set(const Json::Value& request, Json::Value& response);
+    // Set's answer to a request of the direct shape with a value (object params must be
+    // {"code", "value"} in that order): declines, before anything changes, what Set would
+    // refuse without trying (custom-handled, unknown or refused codes, a change level too
+    // low, a value of the wrong type); once it has tried the change it answers whatever
+    // comes of it, refusals included, and never throws.
+    bool SetDirect(const Json::Rpc::SDirectRequest& request, int clientId, std::string& reply);
     bool GetProperties(const Json::Value& request, Json::Value& response);
     bool GetAttributes(const Json::Value& request, Json::Value& response);
     bool AddListener(const Json::Value& request, Json::Value& response) override;
@@ -70,6 +77,13 @@ private:
     // Answers through the custom handler of the code, when there is one.
     bool TryCustomHandler(const Json::Value& request, Json::Value& response, const std::string& code, bool command);
     Json::Value MakeNotifyText(const CProjCon& control) const;
+    // A direct request's control (its code into `code`); null for what the general way
+    // must answer: a custom-handled or unknown code, or one the client is not admitted to.
+    CProjCon* FindDirect(const Json::Rpc::SDirectRequest& request, int clientId, std::string& code) const;
+    // The compact text of the answer holding the control's value (into "value" for object
+    // params), as Get's and Set's general way writes it.
+    static void AppendValueAnswer(const Json::Rpc::SDirectRequest& request, const CProjCon& control,
+                                  std::string& reply);
 
     // The recipients of the last notification, kept so that the next one refills the same
     // nodes instead of allocating one per listener (event thread only).

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "jsonrpc/CompactWriter.h"
 #include "jsonrpc/QuickReader.h"
 
 namespace Json {
@@ -95,35 +96,81 @@ private:
             idText = std::string_view(begin, static_cast<size_t>(m_at - begin));
             return true;
         }
-        const bool negative = m_at != m_end && *m_at == '-';
-        if (negative) {
-            ++m_at;
-        }
-        const char* const digits = m_at;
-        while (m_at != m_end && *m_at >= '0' && *m_at <= '9') {
-            ++m_at;
-        }
-        const size_t count = static_cast<size_t>(m_at - digits);
-        // Written back, a leading zero, "-0" or a longer number would not read the same.
-        if (count == 0 || count > 18 || (count > 1 && *digits == '0') || (negative && *digits == '0')) {
-            return false;
-        }
-        if (m_at != m_end && (*m_at == '.' || *m_at == 'e' || *m_at == 'E')) {
+        // Written back, a longer number would not read the same.
+        std::string_view digits;
+        if (!ReadInteger(18, digits) || (m_at != m_end && (*m_at == '.' || *m_at == 'e' || *m_at == 'E'))) {
             return false;
         }
         idText = std::string_view(begin, static_cast<size_t>(m_at - begin));
         return true;
     }
 
+    // Reads an integer as the compact writer writes one: an optional '-' and 1 to
+    // maxDigits digits, without a leading zero, and not "-0". Its digits into `digits`.
+    bool ReadInteger(size_t maxDigits, std::string_view& digits) {
+        const bool negative = m_at != m_end && *m_at == '-';
+        if (negative) {
+            ++m_at;
+        }
+        const char* const first = m_at;
+        while (m_at != m_end && *m_at >= '0' && *m_at <= '9') {
+            ++m_at;
+        }
+        digits = std::string_view(first, static_cast<size_t>(m_at - first));
+        return !digits.empty() && digits.size() <= maxDigits && (digits[0] != '0' || (digits.size() == 1 && !negative));
+    }
+
     bool ReadParams(SDirectRequest& request) {
+        request.valueKind = SDirectRequest::EValue::kNone;
+        request.valueMember = std::string_view();
+        request.value = std::string_view();
+        request.number = 0;
         if (Take('[')) {
             request.paramsObject = false;
             request.member = std::string_view();
-            return ReadPlainString(request.param) && Take(']');
+            return ReadPlainString(request.param) && (!Take(',') || ReadValue(request)) && Take(']');
         }
         request.paramsObject = true;
         return Take('{') && ReadPlainString(request.member) && Take(':') && ReadPlainString(request.param) &&
+               (!Take(',') || (ReadPlainString(request.valueMember) && request.valueMember != request.member &&
+                               Take(':') && ReadValue(request))) &&
                Take('}');
+    }
+
+    bool TakeWord(std::string_view word) {
+        if (static_cast<size_t>(m_end - m_at) < word.size() || std::string_view(m_at, word.size()) != word) {
+            return false;
+        }
+        m_at += word.size();
+        return true;
+    }
+
+    bool ReadValue(SDirectRequest& request) {
+        using EValue = SDirectRequest::EValue;
+        SkipBlanks();
+        const char* const begin = m_at;
+        if (m_at != m_end && *m_at == '"') {
+            request.valueKind = EValue::kString;
+            return ReadPlainString(request.value);
+        }
+        if (TakeWord("true") || TakeWord("false")) {
+            request.valueKind = EValue::kBool;
+            request.number = *begin == 't' ? 1 : 0;
+        } else {
+            // A fraction or an exponent ends the reading here, and the next token fails.
+            std::string_view digits;
+            if (!ReadInteger(9, digits)) {
+                return false;
+            }
+            int number = 0;
+            for (const char digit : digits) {
+                number = number * 10 + (digit - '0');  // nine digits at most: never overflows
+            }
+            request.valueKind = EValue::kInteger;
+            request.number = *begin == '-' ? -number : number;
+        }
+        request.value = std::string_view(begin, static_cast<size_t>(m_at - begin));
+        return true;
     }
 
     const char* m_at;
@@ -135,6 +182,13 @@ private:
 bool ReadDirect(std::string_view text, SDirectRequest& request) {
     CDirectReader reader(text);
     return reader.ReadRequest(request);
+}
+
+void AppendDirectError(const SDirectRequest& request, int code, const std::string& message, std::string& reply) {
+    // Members in name order, as the compact writer writes the general way's error.
+    reply.append(R"({"error":{"code":)").append(std::to_string(code)).append(R"(,"message":)");
+    AppendCompact(Json::Value(message), reply);
+    reply.append(R"(},"id":)").append(request.idText).append(R"(,"jsonrpc":"2.0"})");
 }
 
 }  // namespace Rpc

@@ -25,6 +25,23 @@ protected:
 class CC4jControlDirectTest : public CC4jControlTest {
 protected:
     CC4jControlDirectTest() : CC4jControlTest(LOG_LEVEL_INFO) {}
+
+    // Calls check(text, parts, direct) for every case, as "<name>" and "control:<name>",
+    // with a number and a string for its id.
+    template <class Cases, class Check>
+    void ForEachRequest(const std::string& name, const Cases& cases, Check check) {
+        for (const std::string& method : {name, "control:" + name}) {
+            for (const std::string requestId : {"7", R"("q")"}) {
+                for (const auto& [params, direct] : cases) {
+                    const std::string text = R"({"jsonrpc":"2.0","id":)" + requestId + R"(,"method":")" + method +
+                                             R"(","params":)" + params + "}";
+                    Json::Rpc::SDirectRequest parts;
+                    ASSERT_TRUE(Json::Rpc::ReadDirect(text, parts)) << text;
+                    check(text, parts, direct);
+                }
+            }
+        }
+    }
 };
 
 }  // namespace
@@ -58,23 +75,58 @@ TEST_F(CC4jControlDirectTest, GetAnswersByteForByteAsTheGeneralWayAndLeavesRefus
         {R"(["RST"])", true},   {R"(["SEC"])", false},       {R"(["XYZ"])", false}, {R"({"value":"BRI"})", false}};
     Json::Rpc::Handler& handler = server.GetHandler();
     const int id = static_cast<int>(client->id);
-    for (const std::string method : {"get", "control:get"}) {
-        for (const std::string requestId : {"7", R"("q")"}) {
-            for (const auto& [params, direct] : cases) {
-                const std::string text = R"({"jsonrpc":"2.0","id":)" + requestId + R"(,"method":")" + method +
-                                         R"(","params":)" + params + "}";
-                Json::Rpc::SDirectRequest parts;
-                ASSERT_TRUE(Json::Rpc::ReadDirect(text, parts)) << text;
-                std::string answer;
-                EXPECT_EQ(controlHandler.GetDirect(parts, id, answer), direct) << text;
-                answer.clear();
-                handler.Answer(text, answer, id);
-                Json::Value response;
-                handler.Process(text, response, id);
-                EXPECT_EQ(answer, Json::Rpc::Handler::GetString(response)) << text;
-            }
+    ForEachRequest("get", cases, [&](const std::string& text, const Json::Rpc::SDirectRequest& parts, bool direct) {
+        std::string answer;
+        EXPECT_EQ(controlHandler.GetDirect(parts, id, answer), direct) << text;
+        answer.clear();
+        handler.Answer(text, answer, id);
+        Json::Value response;
+        handler.Process(text, response, id);
+        EXPECT_EQ(answer, Json::Rpc::Handler::GetString(response)) << text;
+    });
+}
+
+TEST_F(CC4jControlDirectTest, SetAnswersLogsAndChangesAsTheGeneralWayAndLeavesRefusalsToIt) {
+    // params, and whether the direct way answers it (after trying the change, refusals too)
+    const std::pair<std::string, bool> cases[] = {
+        {R"(["BRI",70])", true},          {R"({"code":"bri","value":150})", true}, {R"(["LMP",true])", true},
+        {R"({"code":"LMP","value":0})", true}, {R"(["NAM","Booth 3"])", true}, {R"(["RST",5])", true},
+        {R"(["INP",7])", true},           {R"(["RDO",3])", true},                  {R"(["BRI","60"])", false},
+        {R"(["NAM",5])", false},          {R"(["SEC",1])", false},                 {R"(["FAC",1])", false},
+        {R"(["XYZ",1])", false},          {R"({"value":"7","code":"BRI"})", false}, {R"(["BRI"])", false}};
+    Json::Rpc::Handler& handler = server.GetHandler();
+    const int id = static_cast<int>(client->id);
+    const auto reset = [this] {
+        Control("BRI").SetValue(50);
+        Control("LMP").SetValue(0);
+        Control("NAM").SetText("Projector");
+        proxy.calls.clear();
+        log.Clear();
+    };
+    // What a way left behind: the answer, the values, the hardware calls and the set's log line.
+    const auto outcome = [this](const std::string& answer) {
+        const std::string logged = log.GetContents();
+        const size_t line = logged.find("Recv'd 'set'");
+        return answer + "|" + std::to_string(Control("BRI").GetValue()) + "|" +
+               std::to_string(Control("LMP").GetValue()) + "|" + Control("NAM").GetText() + "|" +
+               std::to_string(proxy.calls.size()) + "|" +
+               (line == std::string::npos ? "" : logged.substr(line, logged.find('\n', line) - line));
+    };
+    ForEachRequest("set", cases, [&](const std::string& text, const Json::Rpc::SDirectRequest& parts, bool direct) {
+        reset();
+        const std::string untouched = outcome("");
+        std::string answer;
+        EXPECT_EQ(controlHandler.SetDirect(parts, id, answer), direct) << text;
+        if (!direct) {
+            EXPECT_EQ(outcome(answer), untouched) << text;  // nothing written, nothing changed
+            handler.Answer(text, answer, id);
         }
-    }
+        const std::string directWay = outcome(answer);
+        reset();
+        Json::Value response;
+        handler.Process(text, response, id);
+        EXPECT_EQ(directWay, outcome(Json::Rpc::Handler::GetString(response))) << text;
+    });
 }
 
 TEST_F(CC4jControlTest, ActionIsTriggeredOnceWhateverTheValue) {

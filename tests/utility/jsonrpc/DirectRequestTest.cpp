@@ -31,6 +31,38 @@ TEST(DirectRequestTest, UsualShapesAreReadIntoTheirPartsInAnyOrderAndWithBlanks)
     ASSERT_TRUE(ReadDirect(R"({"jsonrpc":"2.0","id":-123456789012345678,"method":"","params":[""]})", request));
     EXPECT_EQ(request.idText, "-123456789012345678");
     EXPECT_EQ(request.param, "");
+    EXPECT_EQ(request.valueKind, SDirectRequest::EValue::kNone);
+}
+
+TEST(DirectRequestTest, ASecondParameterIsReadAsItsKind) {
+    using EValue = SDirectRequest::EValue;
+    const std::string head = R"({"jsonrpc":"2.0","id":1,"method":"set","params":)";
+    const struct {
+        std::string params;
+        EValue kind;
+        int number;
+        std::string value;
+    } cases[] = {{R"(["BRI", 40])", EValue::kInteger, 40, "40"},
+                 {R"(["BRI",-999999999])", EValue::kInteger, -999999999, "-999999999"},
+                 {R"(["BRI",0])", EValue::kInteger, 0, "0"},
+                 {R"({"code":"LMP" , "value" : true})", EValue::kBool, 1, "true"},
+                 {R"(["LMP",false])", EValue::kBool, 0, "false"},
+                 {R"({"value":"Booth 3","code":"NAM"})", EValue::kString, 0, "NAM"}};
+    for (const auto& c : cases) {
+        SDirectRequest request;
+        ASSERT_TRUE(ReadDirect(head + c.params + "}", request)) << c.params;
+        EXPECT_EQ(request.valueKind, c.kind) << c.params;
+        EXPECT_EQ(request.number, c.number) << c.params;
+        EXPECT_EQ(request.value, c.value) << c.params;
+    }
+    SDirectRequest request;
+    ASSERT_TRUE(ReadDirect(head + R"({"code":"BRI","value":7})" + "}", request));
+    EXPECT_EQ(request.member, "code");
+    EXPECT_EQ(request.valueMember, "value");
+    // Read again without a value, the parts of the last request are gone.
+    ASSERT_TRUE(ReadDirect(head + R"(["BRI"])" + "}", request));
+    EXPECT_EQ(request.valueKind, SDirectRequest::EValue::kNone);
+    EXPECT_EQ(request.valueMember, "");
 }
 
 TEST(DirectRequestTest, WhatTheTextAloneCannotAnswerIsDeclined) {
@@ -45,9 +77,16 @@ TEST(DirectRequestTest, WhatTheTextAloneCannotAnswerIsDeclined) {
         head + R"("id":1,"params":["B\"RI"]})", head + "\"id\":1,\"params\":[\"B\tRI\"]}",
         head + "\"id\":1,\"params\":[\"\xC3\xA9\"]}", head + "\"id\":1,\"params\":[\"\x7F\"]}",
         // other params
-        head + R"("id":1,"params":["BRI","CON"]})", head + R"("id":1,"params":[]})",
-        head + R"("id":1,"params":{}})", head + R"("id":1,"params":{"code":"BRI","value":1}})",
+        head + R"("id":1,"params":["BRI",1,2]})", head + R"("id":1,"params":[]})",
+        head + R"("id":1,"params":{}})", head + R"("id":1,"params":{"code":"BRI","code":1}})",
         head + R"("id":1,"params":[5]})", head + R"("id":1,"params":"BRI"})",
+        // second parameters that are not a plain integer, bool or string
+        head + R"("id":1,"params":["BRI",1234567890]})", head + R"("id":1,"params":["BRI",007]})",
+        head + R"("id":1,"params":["BRI",-0]})", head + R"("id":1,"params":["BRI",1.5]})",
+        head + R"("id":1,"params":["BRI",1e2]})", head + R"("id":1,"params":["BRI",null]})",
+        head + R"("id":1,"params":["BRI",truex]})", head + R"("id":1,"params":["BRI",[1]]})",
+        head + R"("id":1,"params":["BRI","
+"]})", head + R"("id":1,"params":["BRI",-]})",
         // members missing, repeated or unknown; another version; not the whole text
         head + R"("params":["BRI"]})", head + R"("id":1,"id":2,"params":["BRI"]})",
         head + R"("id":1,"params":["BRI"],"fd":3})", R"({"jsonrpc":"1.0","method":"get","id":1,"params":["BRI"]})",
@@ -61,7 +100,7 @@ TEST(DirectRequestTest, WhatTheTextAloneCannotAnswerIsDeclined) {
 }
 
 TEST(DirectRequestTest, EveryTruncatedRequestIsDeclined) {
-    const std::string text = R"({"jsonrpc":"2.0","id":"q","method":"get","params":{"code":"BRI"}})";
+    const std::string text = R"({"jsonrpc":"2.0","id":"q","method":"set","params":{"code":"BRI","value":12}})";
     SDirectRequest request;
     ASSERT_TRUE(ReadDirect(text, request));
     for (size_t length = 0; length < text.size(); ++length) {
