@@ -64,16 +64,21 @@ void CNotificationManager::NotifyUnregister(const std::string& key, const std::s
 
 std::string CNotificationManager::NotifyUnregisterAll(const std::string& address) {
     const bool json = IsJsonAddr(address);
-    std::string removedFrom;
+    std::vector<std::string> keys;
     for (auto it = m_keys.begin(); it != m_keys.end();) {
         Registrations& list = json ? it->second.json : it->second.ipc;
         const auto registration = FindAddress(list, address);
         if (registration != list.end()) {
             list.erase(registration);
             --(json ? it->second.jsonCount : it->second.ipcCount);
-            removedFrom += it->first + ' ';
+            keys.push_back(it->first);
         }
         it = it->second.ipc.empty() && it->second.json.empty() ? m_keys.erase(it) : std::next(it);
+    }
+    std::sort(keys.begin(), keys.end());
+    std::string removedFrom;
+    for (const std::string& key : keys) {
+        removedFrom += key + ' ';
     }
     return removedFrom;
 }
@@ -107,6 +112,7 @@ std::vector<std::string> CNotificationManager::GetKeys() const {
     for (const auto& entry : m_keys) {
         keys.push_back(entry.first);
     }
+    std::sort(keys.begin(), keys.end());
     return keys;
 }
 

@@ -8,8 +8,8 @@
 // Thread contract: used on the controller's event thread only; no lock.
 
 #include <list>
-#include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 class CNotificationManager {
@@ -46,5 +46,7 @@ public:
     static bool IsJsonAddr(const std::string& address);
 
 private:
-    std::map<std::string, SEntry> m_keys;
+    // A hash: every change of a control looks its code up, and the readers of the keys'
+    // order (GetKeys, NotifyUnregisterAll) sort what they return.
+    std::unordered_map<std::string, SEntry> m_keys;
 };
