@@ -68,8 +68,11 @@ void Handler::AddMethod(CallbackMethod* method) {
     if (!method) {
         return;
     }
-    std::shared_ptr<CallbackMethod> owned(method);
-    m_methods[owned->GetName()] = std::move(owned);
+    SMethod entry{std::make_unique<const std::string>(method->GetName()), std::shared_ptr<CallbackMethod>(method)};
+    // The key views the entry's own name, so the entry it replaces goes first.
+    m_methods.erase(*entry.name);
+    const std::string_view key(*entry.name);
+    m_methods.emplace(key, std::move(entry));
 }
 
 void Handler::DeleteMethod(const std::string& name) { m_methods.erase(name); }
@@ -79,7 +82,7 @@ bool Handler::HasMethod(const std::string& name) const { return m_methods.count(
 Json::Value Handler::GetDescriptions() const {
     Json::Value descriptions(Json::objectValue);
     for (const auto& entry : m_methods) {
-        descriptions[entry.first] = entry.second->GetDescription();
+        descriptions[*entry.second.name] = entry.second.method->GetDescription();
     }
     return descriptions;
 }
@@ -117,7 +120,7 @@ void Handler::Answer(const std::string& text, std::string& reply, int clientId) 
     if (ReadDirect(text, direct)) {
         const auto entry = m_methods.find(direct.method);
         if (entry != m_methods.end()) {
-            const std::shared_ptr<CallbackMethod> method = entry->second;
+            const std::shared_ptr<CallbackMethod> method = entry->second.method;
             try {
                 if (method->CallDirect(direct, clientId, reply)) {
                     return;
@@ -184,7 +187,10 @@ void Handler::ProcessOne(Json::Value& request, Json::Value& response, int client
         response = MakeError(hasId && IsValidId(*id) ? *id : Json::Value(), INVALID_REQUEST, "Invalid Request");
         return;
     }
-    const auto entry = m_methods.find(name->asString());
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    name->getString(&begin, &end);
+    const auto entry = m_methods.find(std::string_view(begin, static_cast<size_t>(end - begin)));
     if (entry == m_methods.end()) {
         if (hasId) {
             response = MakeError(*id, METHOD_NOT_FOUND, "Method not found");
@@ -197,7 +203,7 @@ void Handler::ProcessOne(Json::Value& request, Json::Value& response, int client
         }
         return;
     }
-    const std::shared_ptr<CallbackMethod> method = entry->second;
+    const std::shared_ptr<CallbackMethod> method = entry->second.method;
     Call(*method, request, response, clientId);
     if (!hasId) {
         response = Json::Value();

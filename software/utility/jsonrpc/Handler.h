@@ -45,9 +45,10 @@
 
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 
 #include "jsonrpc/CallbackMethod.h"
 
@@ -104,8 +105,13 @@ private:
     void Call(CallbackMethod& method, Json::Value& request, Json::Value& response, int clientId);
 
     // Shared so that a method deleting or replacing itself stays alive until its call ends.
-    // Transparent, so that a direct request's name is looked up without a string made.
-    std::map<std::string, std::shared_ptr<CallbackMethod>, std::less<>> m_methods;
+    struct SMethod {
+        std::unique_ptr<const std::string> name;  // the key's text, left in place when the entry moves
+        std::shared_ptr<CallbackMethod> method;
+    };
+    // A hash keyed by views, so that a request's method name is looked up without a string
+    // made and without a comparison per level of a tree.
+    std::unordered_map<std::string_view, SMethod> m_methods;
     std::unique_ptr<Json::CharReader> m_reader;
 };
 
