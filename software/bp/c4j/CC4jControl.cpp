@@ -150,7 +150,7 @@ bool CC4jControl::Get(const Json::Value& request, Json::Value& response) {
 
 bool CC4jControl::GetDirect(const Json::Rpc::SDirectRequest& request, int clientId, std::string& reply) {
     // Under debug logging the general way runs, whose log lines name the request.
-    if ((request.paramsObject && request.member != "code") || request.valueKind != EValue::kNone ||
+    if ((request.paramsObject && !Json::Rpc::Is(request.member, "code")) || request.valueKind != EValue::kNone ||
         GetLog().IsLevelEnabled(LOG_LEVEL_DEBUG)) {
         return false;
     }
@@ -189,7 +189,7 @@ void CC4jControl::AppendValueAnswer(const Json::Rpc::SDirectRequest& request, co
 
 bool CC4jControl::SetDirect(const Json::Rpc::SDirectRequest& request, int clientId, std::string& reply) {
     if (request.valueKind == EValue::kNone ||
-        (request.paramsObject && (request.member != "code" || request.valueMember != "value"))) {
+        (request.paramsObject && (!Json::Rpc::Is(request.member, "code") || !Json::Rpc::Is(request.valueMember, "value")))) {
         return false;
     }
     std::string code;

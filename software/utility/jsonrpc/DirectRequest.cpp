@@ -10,6 +10,19 @@ namespace Rpc {
 
 namespace {
 
+// The bytes that stand for themselves in a string: printable ASCII other than '"' and
+// '\\'. A table, since every byte of every string is looked up: three comparisons and
+// their flags cost 32-bit ARM three times the load.
+struct SPlainBytes {
+    bool plain[256] = {};
+    constexpr SPlainBytes() {
+        for (int c = 0x20; c <= 0x7E; ++c) {
+            plain[c] = c != '"' && c != '\\';
+        }
+    }
+};
+constexpr SPlainBytes kPlainBytes;
+
 class CDirectReader {
 public:
     explicit CDirectReader(std::string_view text) : m_at(text.data()), m_end(text.data() + text.size()) {}
@@ -27,17 +40,17 @@ public:
             }
             unsigned member = 0;
             bool read = false;
-            if (name == "jsonrpc") {
+            if (Is(name, "jsonrpc")) {
                 std::string_view version;
                 member = kVersion;
-                read = ReadPlainString(version) && version == "2.0";
-            } else if (name == "id") {
+                read = ReadPlainString(version) && Is(version, "2.0");
+            } else if (Is(name, "id")) {
                 member = kId;
                 read = ReadId(request.idText);
-            } else if (name == "method") {
+            } else if (Is(name, "method")) {
                 member = kMethod;
                 read = ReadPlainString(request.method);
-            } else if (name == "params") {
+            } else if (Is(name, "params")) {
                 member = kParams;
                 read = ReadParams(request);
             }
@@ -67,7 +80,7 @@ private:
         return true;
     }
 
-    static bool IsPlain(char c) { return c >= 0x20 && c <= 0x7E && c != '"' && c != '\\'; }
+    static bool IsPlain(char c) { return kPlainBytes.plain[static_cast<unsigned char>(c)]; }
 
     bool ReadPlainString(std::string_view& text) {
         if (!Take('"')) {
