@@ -59,6 +59,18 @@ void CLogger::AddLogRule(ELogLevel level, ILogFile* sink) {
     } else {
         m_rules.erase(level);
     }
+    const unsigned n = static_cast<unsigned>(level);
+    if (n < 32) {
+        const uint32_t mask = m_enabledLevels.load(std::memory_order_relaxed);
+        m_enabledLevels.store(sink ? mask | (1u << n) : mask & ~(1u << n), std::memory_order_relaxed);
+    }
+}
+
+static_assert(LOG_LEVEL_DEBUG < 32, "every level has a bit of the mask");
+
+bool CLogger::IsLevelEnabled(ELogLevel level) const {
+    const unsigned n = static_cast<unsigned>(level);
+    return n < 32 && ((m_enabledLevels.load(std::memory_order_relaxed) >> n) & 1u) != 0;
 }
 
 ILogFile* CLogger::GetLoggers(ELogLevel level) const {

@@ -8,11 +8,17 @@
 // (or be removed with AddLogRule(level, nullptr) first).
 // Thread contract: every method may be called from any thread; the rule table is
 // guarded by the logger's own mutex, and sinks serialise their own writes.
+// IsLevelEnabled reads a mask of the levels that have a sink instead, without the lock:
+// it is asked on the hot paths before a line is made (a lock and an unlock cost 32-bit
+// ARM some 200 instructions), and a check racing a change of the rules may see either
+// state, as it could with the lock.
 //
 // A process-wide registry (RegisterLogger, UnregisterLogger, GetLoggerMap) lets parts of
 // a process find its loggers by name; a logger leaves the registry when destroyed.
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
@@ -40,7 +46,7 @@ public:
     ILogFile* GetLoggers(ELogLevel level) const;
     std::string GetName() const;
     // True when the level has a sink.
-    bool IsLevelEnabled(ELogLevel level) const override { return GetLoggers(level) != nullptr; }
+    bool IsLevelEnabled(ELogLevel level) const override;
 
     // The process-wide registry. A second logger registered under a taken name replaces
     // the first. GetLoggerMap returns a snapshot.
@@ -58,4 +64,6 @@ private:
     std::string m_name;
     size_t m_maxMessageLength;
     std::map<ELogLevel, ILogFile*> m_rules;
+    // Bit n set: level n has a sink (every level is below 32). Written under m_mutex.
+    std::atomic<uint32_t> m_enabledLevels{0};
 };

@@ -38,9 +38,12 @@ TEST_F(CLoggerTest, EachLevelReachesOnlyItsOwnSinkWithItsFyiCode) {
     }
     EXPECT_EQ(sinks[2].GetEntry(0).code, FYI_ALARM);
 
+    EXPECT_TRUE(m_logger.IsLevelEnabled(LOG_LEVEL_DEBUG));
     m_logger.AddLogRule(LOG_LEVEL_DEBUG, nullptr);
     m_logger.LogDebug("gone");
     EXPECT_EQ(sinks[4].GetNumEntries(), 1u);
+    EXPECT_FALSE(m_logger.IsLevelEnabled(LOG_LEVEL_DEBUG));
+    EXPECT_TRUE(m_logger.IsLevelEnabled(LOG_LEVEL_INFO));
 }
 
 TEST_F(CLoggerTest, LineCarriesUtcTimestampLevelAndName) {
