@@ -141,9 +141,8 @@ unsigned char CVeltraneSerialParser::RouteMask(ENetworkRouting routing, unsigned
 }
 
 void CVeltraneSerialParser::SetDefaultAccessGroup(int level) {
-    const bool atDefault = m_user == kDefaultUser;
     m_defaultAccessGroup = level;
-    if (atDefault) {
+    if (!m_loggedIn) {
         m_accessLevel = level;
     }
 }
@@ -588,11 +587,11 @@ bool CVeltraneSerialParser::RxdPreProcessMsg(CIpcMessage& message) {
 bool CVeltraneSerialParser::RxdProcessMsg(CIpcMessage& message) {
     // Only a login has an hour to run out (which Login starts), so the clock is read only
     // then: each reading is a system call on this clock.
-    if (m_user != kDefaultUser) {
+    if (m_loggedIn) {
         if (m_inactivity.IsExpired()) {
             m_log.LogFYI(FYI_LOGIN, "%s logged out after an hour without messages on %s", m_user.c_str(),
                          GetPort().GetName().c_str());
-            m_user = kDefaultUser;
+            SetUser(kDefaultUser);
             m_accessLevel = m_defaultAccessGroup;
         } else {
             m_inactivity.Restart();
@@ -609,7 +608,7 @@ bool CVeltraneSerialParser::RxdProcessMsg(CIpcMessage& message) {
         // it with an error would set two projectors erroring at each other for ever.
         result = (flags & ASCII_REPLY) ? ExtReply(message) : true;
     } else if (!CSecurityManager::IsCommandAllowed(static_cast<ERemoteAccess>(m_remoteAccess), query, isLogin,
-                                            m_user != kDefaultUser)) {
+                                            m_loggedIn)) {
         SendError(LOG_LEVEL_ERROR, ERR_INVALID_ACCESS_GROUP, "Access denied on this port", &message);
     } else if (flags & ASCII_REPLY) {
         result = ExtReply(message);
@@ -622,6 +621,11 @@ bool CVeltraneSerialParser::RxdProcessMsg(CIpcMessage& message) {
         result ? SendAck() : SendNak();
     }
     return result;
+}
+
+void CVeltraneSerialParser::SetUser(const std::string& user) {
+    m_user = user;
+    m_loggedIn = m_user != kDefaultUser;
 }
 
 bool CVeltraneSerialParser::ExtReply(const CIpcMessage&) { return true; }
@@ -716,10 +720,10 @@ bool CVeltraneSerialParser::HandleUserLogin(CIpcMessage& message) {
         return true;
     }
     if (count == 0) {
-        if (m_user != kDefaultUser) {
+        if (m_loggedIn) {
             m_log.LogFYI(FYI_LOGIN, "%s logged out on %s", m_user.c_str(), GetPort().GetName().c_str());
         }
-        m_user = kDefaultUser;
+        SetUser(kDefaultUser);
         m_accessLevel = m_defaultAccessGroup;
         return true;
     }
@@ -737,7 +741,7 @@ bool CVeltraneSerialParser::HandleUserLogin(CIpcMessage& message) {
         SendError(LOG_LEVEL_ERROR, ERR_INVALID_SECURITY_TOKEN, "Invalid user name or password", &message);
         return false;
     }
-    m_user = user;
+    SetUser(user);
     m_accessLevel = level;
     m_inactivity.Restart();
     return true;

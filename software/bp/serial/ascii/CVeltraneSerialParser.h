@@ -169,6 +169,7 @@ private:
     bool ExtRequest(CIpcMessage& message);
     bool ExtReply(const CIpcMessage& message);
     bool HandleUserLogin(CIpcMessage& message);
+    void SetUser(const std::string& user);
     std::string HandleNotificationRequests(const CIpcMessage& message);
     void SendControllerError(EError error, const CIpcMessage& reply, const CIpcMessage& request);
     // Sends a reply (changed into the ASCII reply to `request` in place) on this port.
@@ -211,6 +212,9 @@ private:
 
     // Session.
     std::string m_user = kDefaultUser;
+    // Whether m_user is someone other than the default user: asked for every message, so
+    // kept instead of comparing the names each time (SetUser keeps the two together).
+    bool m_loggedIn = false;
     int m_defaultAccessGroup;
     int m_accessLevel;
     CTimer m_inactivity;
