@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cstring>
 #include <functional>
+#include <iterator>
 #include <set>
 #include <string>
 #include <utility>
@@ -120,30 +123,38 @@ TEST(CIpcMessageArgs, NumberFlagsCountDigitsWithAMinimumOfThree) {
 }
 
 TEST(CIpcMessageArgs, NumberReadingFollowsFlagsAndWholeTextRule) {
-    // Number arguments whose text is not a clean number arrive only from the wire.
+    // Number arguments whose text is not a clean number arrive only from the wire. Read as
+    // strtol reads a decimal: blanks and a sign before the digits, nothing after them; the
+    // converted part is kept, and out of range is clamped and refused.
+    const struct {
+        const char* text;
+        bool read;
+        int value;
+    } cases[] = {{"12a", false, 12},         {"", false, 0},          {"99999999999", false, 2147483647},
+                 {"-42", true, -42},         {" \t+7", true, 7},      {"-", false, 0},
+                 {"-2147483648", true, INT_MIN}, {"-2147483649", false, INT_MIN}, {"2147483647", true, INT_MAX},
+                 {"7 ", false, 7}};
     CIpcMessage source;
-    const char* const texts[] = {"12a", "", "99999999999", "-42"};
-    for (unsigned short id = 0; id < 4; ++id) {
-        source.AddArg(id, texts[id]);
+    for (unsigned short id = 0; id < std::size(cases); ++id) {
+        source.AddArg(id, cases[id].text);
     }
     Bytes bytes = Serialize(source);
-    for (size_t offset : {24u, 24u + 8u, 24u + 13u, 24u + 29u}) {
-        bytes[offset] = 0x43;  // turn each record into a number argument
+    size_t record = 24;
+    for (const auto& c : cases) {
+        bytes[record] = 0x43;  // turn each record into a number argument
+        record += 5 + strlen(c.text);
     }
     CIpcMessage message;
     ASSERT_TRUE(Read(message, bytes, ""));
-    int value = -1;
-    EXPECT_FALSE(message.GetArg(0, value));
-    EXPECT_EQ(value, 12);  // the converted part is kept
-    EXPECT_FALSE(message.GetArg(1, value));
-    EXPECT_FALSE(message.GetArg(2, value));
-    EXPECT_EQ(value, 2147483647);  // out of range is clamped and refused
-    EXPECT_TRUE(message.GetArg(3, value));
-    EXPECT_EQ(value, -42);
+    for (unsigned short id = 0; id < std::size(cases); ++id) {
+        int value = -1;
+        EXPECT_EQ(message.GetArg(id, value), cases[id].read) << cases[id].text;
+        EXPECT_EQ(value, cases[id].value) << cases[id].text;
+    }
 
     CIpcMessage textOnly;
     textOnly.AddArg(0, "123");
-    value = 5;
+    int value = 5;
     EXPECT_FALSE(textOnly.GetArg(0, value));
     EXPECT_EQ(value, 5);  // a text argument leaves the output alone
     EXPECT_FALSE(textOnly.GetArg(9, value));
