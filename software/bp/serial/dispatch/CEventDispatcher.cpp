@@ -20,14 +20,33 @@ CProjCon* CEventDispatcher::GetControl(const std::string& code) const {
 }
 
 bool CEventDispatcher::AddCustomHandler(CCustomEventHandler& handler) {
-    return m_handlers.emplace(handler.GetCode(), &handler).second;
+    if (GetCustomHandler(handler.GetCode())) {
+        return false;
+    }
+    m_handlers.push_back(&handler);
+    return true;
 }
 
-void CEventDispatcher::RemoveCustomHandler(const std::string& code) { m_handlers.erase(code); }
+void CEventDispatcher::RemoveCustomHandler(const std::string& code) {
+    m_handlers.erase(std::remove_if(m_handlers.begin(), m_handlers.end(),
+                                    [&code](const CCustomEventHandler* handler) { return handler->GetCode() == code; }),
+                     m_handlers.end());
+}
 
 CCustomEventHandler* CEventDispatcher::GetCustomHandler(const std::string& code) const {
-    const auto it = m_handlers.find(code);
-    return it == m_handlers.end() ? nullptr : it->second;
+    // Asked for every request. A code is a few characters, compared in place: == (and
+    // std::equal) would call memcmp, which on 32-bit ARM costs more than the compare.
+    for (CCustomEventHandler* handler : m_handlers) {
+        const std::string& own = handler->GetCode();
+        size_t same = 0;
+        while (same < own.size() && same < code.size() && own[same] == code[same]) {
+            ++same;
+        }
+        if (same == own.size() && same == code.size()) {
+            return handler;
+        }
+    }
+    return nullptr;
 }
 
 void CEventDispatcher::SendNotificationMessage(const CProjCon& control, ENotifyType type) {

@@ -19,7 +19,6 @@
 
 #include <cstdint>
 #include <list>
-#include <map>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -82,7 +81,8 @@ public:
 private:
     ILog& m_log;
     std::unordered_map<std::string, CProjCon*> m_controls;
-    std::map<std::string, CCustomEventHandler*> m_handlers;
+    // A handful at most, so looked through in turn.
+    std::vector<CCustomEventHandler*> m_handlers;
     CNotificationManager m_notifications;
     CIpcEventDispatcher* m_ipc = nullptr;
     IControlNotifier* m_json = nullptr;
