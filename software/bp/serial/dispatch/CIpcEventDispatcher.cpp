@@ -104,14 +104,16 @@ bool CIpcEventDispatcher::ProcessEvents() {
     m_senderCap = SenderCap(message);
 
     const std::string& sender = message.GetReplyAddress();  // nothing below changes it
-    const char* internal = IsInternalSender(sender) ? "(internal)" : "";
+    // Only the log lines name an internal sender: a request that logs nothing (a query)
+    // does not compare the paths.
+    const auto internal = [this, &sender] { return IsInternalSender(sender) ? "(internal)" : ""; };
     std::list<CIpcMessage>& replies = m_replies;
     m_replyPool.Recycle(replies);  // the last message's, sent by now
     try {
         if (message.HasFlag(MSG_FLAG_REQUEST)) {
             if (message.IsCode("DGN")) {
                 m_log.Log("Processing DGN from %s: (%s) %s", sender.c_str(),
-                          CIpcMessage::GetMsgAsString(message).c_str(), internal);
+                          CIpcMessage::GetMsgAsString(message).c_str(), internal());
             }
             ProcessRequests(message, replies);
         } else {
@@ -120,10 +122,10 @@ bool CIpcEventDispatcher::ProcessEvents() {
             int key = 0;
             if (message.IsCode("KEY") && message.GetArg(0, key)) {
                 m_log.Log("Processing CMD from %s: %s (%#x) %s", sender.c_str(), JoinedCode(message).c_str(),
-                          static_cast<unsigned>(key), internal);
+                          static_cast<unsigned>(key), internal());
             } else {
                 m_log.Log("Processing CMD from %s: %s (set:%s) %s", sender.c_str(), JoinedCode(message).c_str(),
-                          argument.c_str(), internal);
+                          argument.c_str(), internal());
             }
             CIpcMessage& reply = AddReplyTo(message, replies);
             if (message.IsCode("NOT")) {
