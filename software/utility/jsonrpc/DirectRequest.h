@@ -38,8 +38,8 @@ namespace Rpc {
 struct SDirectRequest {
     std::string_view method;
     std::string_view idText;      // as it stands in the text, quotes and sign included
-    std::string_view member;      // the params object's one member name; empty for an array
-    std::string_view param;       // the one string parameter, without its quotes
+    std::string_view member;      // the params object's first member name; empty for an array
+    std::string_view param;       // the first parameter, a string, without its quotes
     bool paramsObject = false;    // params {"<member>": "<text>"} rather than ["<text>"]
     // The second parameter, when there is one.
     enum class EValue { kNone, kInteger, kBool, kString };
