@@ -48,19 +48,23 @@ TEST(DirectRequestTest, ASecondParameterIsReadAsItsKind) {
                  {R"({"code":"LMP" , "value" : true})", EValue::kBool, 1, "true"},
                  {R"(["LMP",false])", EValue::kBool, 0, "false"},
                  {R"({"value":"Booth 3","code":"NAM"})", EValue::kString, 0, "NAM"}};
+    // The parts are views into the text, so each text outlives the checks of its parts.
     for (const auto& c : cases) {
+        const std::string text = head + c.params + "}";
         SDirectRequest request;
-        ASSERT_TRUE(ReadDirect(head + c.params + "}", request)) << c.params;
+        ASSERT_TRUE(ReadDirect(text, request)) << c.params;
         EXPECT_EQ(request.valueKind, c.kind) << c.params;
         EXPECT_EQ(request.number, c.number) << c.params;
         EXPECT_EQ(request.value, c.value) << c.params;
     }
+    const std::string withValue = head + R"({"code":"BRI","value":7})" + "}";
     SDirectRequest request;
-    ASSERT_TRUE(ReadDirect(head + R"({"code":"BRI","value":7})" + "}", request));
+    ASSERT_TRUE(ReadDirect(withValue, request));
     EXPECT_EQ(request.member, "code");
     EXPECT_EQ(request.valueMember, "value");
     // Read again without a value, the parts of the last request are gone.
-    ASSERT_TRUE(ReadDirect(head + R"(["BRI"])" + "}", request));
+    const std::string withoutValue = head + R"(["BRI"])" + "}";
+    ASSERT_TRUE(ReadDirect(withoutValue, request));
     EXPECT_EQ(request.valueKind, SDirectRequest::EValue::kNone);
     EXPECT_EQ(request.valueMember, "");
 }
