@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "CException.h"
+#include "SameText.h"
 #include "control/CCustomEventHandler.h"
 #include "dispatch/CNotificationManager.h"
 #include "jsonrpc/CompactWriter.h"
@@ -150,7 +151,7 @@ bool CC4jControl::Get(const Json::Value& request, Json::Value& response) {
 
 bool CC4jControl::GetDirect(const Json::Rpc::SDirectRequest& request, int clientId, std::string& reply) {
     // Under debug logging the general way runs, whose log lines name the request.
-    if ((request.paramsObject && !Json::Rpc::Is(request.member, "code")) || request.valueKind != EValue::kNone ||
+    if ((request.paramsObject && !SameText(request.member, "code")) || request.valueKind != EValue::kNone ||
         GetLog().IsLevelEnabled(LOG_LEVEL_DEBUG)) {
         return false;
     }
@@ -189,7 +190,7 @@ void CC4jControl::AppendValueAnswer(const Json::Rpc::SDirectRequest& request, co
 
 bool CC4jControl::SetDirect(const Json::Rpc::SDirectRequest& request, int clientId, std::string& reply) {
     if (request.valueKind == EValue::kNone ||
-        (request.paramsObject && (!Json::Rpc::Is(request.member, "code") || !Json::Rpc::Is(request.valueMember, "value")))) {
+        (request.paramsObject && (!SameText(request.member, "code") || !SameText(request.valueMember, "value")))) {
         return false;
     }
     std::string code;

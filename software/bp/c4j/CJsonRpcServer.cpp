@@ -3,8 +3,10 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <string_view>
 
 #include "CException.h"
+#include "SameText.h"
 #include "dispatch/CNotificationManager.h"
 #include "jsonrpc/RpcMethod.h"
 
@@ -115,12 +117,10 @@ int CJsonRpcServer::GetJsonClientDescriptorFromString(const std::string& address
     // times more. "JSON_TCP." and a decimal int, "-1" included, and nothing after it.
     static const char kPrefix[] = "JSON_TCP.";
     const size_t prefix = sizeof kPrefix - 1;
-    // Compared a character at a time: a call to memcmp for nine bytes costs 32-bit ARM
-    // more than the whole rest of the reading.
-    for (size_t i = 0; i < prefix; ++i) {
-        if (i == address.size() || address[i] != kPrefix[i]) {
-            return -1;
-        }
+    // Compared in place: a call to memcmp for nine bytes costs 32-bit ARM more than the
+    // whole rest of the reading.
+    if (address.size() < prefix || !SameText(std::string_view(address.data(), prefix), kPrefix)) {
+        return -1;
     }
     size_t at = prefix;
     const bool negative = at < address.size() && address[at] == '-';

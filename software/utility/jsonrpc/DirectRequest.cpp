@@ -2,6 +2,7 @@
 
 #include <cstddef>
 
+#include "SameText.h"
 #include "jsonrpc/CompactWriter.h"
 #include "jsonrpc/QuickReader.h"
 
@@ -40,17 +41,17 @@ public:
             }
             unsigned member = 0;
             bool read = false;
-            if (Is(name, "jsonrpc")) {
+            if (SameText(name, "jsonrpc")) {
                 std::string_view version;
                 member = kVersion;
-                read = ReadPlainString(version) && Is(version, "2.0");
-            } else if (Is(name, "id")) {
+                read = ReadPlainString(version) && SameText(version, "2.0");
+            } else if (SameText(name, "id")) {
                 member = kId;
                 read = ReadId(request.idText);
-            } else if (Is(name, "method")) {
+            } else if (SameText(name, "method")) {
                 member = kMethod;
                 read = ReadPlainString(request.method);
-            } else if (Is(name, "params")) {
+            } else if (SameText(name, "params")) {
                 member = kParams;
                 read = ReadParams(request);
             }

@@ -28,7 +28,6 @@
 //
 // Pure; any thread. The views point into the text read.
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -50,22 +49,6 @@ struct SDirectRequest {
 };
 
 bool ReadDirect(std::string_view text, SDirectRequest& request);
-
-// Whether a part is the literal: a loop of known length that the compiler writes out in
-// place, where string_view's == (and memcmp of more than four bytes) is a call to
-// memcmp, which on 32-bit ARM costs more than the compare.
-template <size_t N>
-bool Is(std::string_view part, const char (&literal)[N]) {
-    if (part.size() != N - 1) {
-        return false;
-    }
-    for (size_t i = 0; i + 1 < N; ++i) {
-        if (part[i] != literal[i]) {
-            return false;
-        }
-    }
-    return true;
-}
 
 void AppendDirectError(const SDirectRequest& request, int code, const std::string& message, std::string& reply);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "SameText.h"
 #include "control/CCustomEventHandler.h"
 #include "control/CProjCon.h"
 #include "dispatch/CIpcEventDispatcher.h"
@@ -34,15 +35,9 @@ void CEventDispatcher::RemoveCustomHandler(const std::string& code) {
 }
 
 CCustomEventHandler* CEventDispatcher::GetCustomHandler(const std::string& code) const {
-    // Asked for every request. A code is a few characters, compared in place: == (and
-    // std::equal) would call memcmp, which on 32-bit ARM costs more than the compare.
+    // Asked for every request, so the codes are compared in place.
     for (CCustomEventHandler* handler : m_handlers) {
-        const std::string& own = handler->GetCode();
-        size_t same = 0;
-        while (same < own.size() && same < code.size() && own[same] == code[same]) {
-            ++same;
-        }
-        if (same == own.size() && same == code.size()) {
+        if (SameText(handler->GetCode(), code)) {
             return handler;
         }
     }
