@@ -1,5 +1,6 @@
 #include "ipc/CIpcOutbox.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <cerrno>
@@ -56,9 +57,38 @@ bool CIpcOutbox::Send(const unsigned char* data, int size, const std::string& pa
         m_log.LogError("Unable to wait for %s. %s", path.c_str(), e.GetMessage().c_str());
         return false;
     }
+    if (!WaitForRoom(path, destination)) {
+        return false;
+    }
     destination.bytes = datagram.size();
     destination.datagrams.push_back(std::move(datagram));
     m_waiting.emplace(path, std::move(destination));
+    return true;
+}
+
+bool CIpcOutbox::WaitForRoom(const std::string& path, SDestination& destination) {
+    pollfd room[2] = {{destination.probe.GetDescriptor(), POLLOUT, 0}, {m_socket.GetDescriptor(), POLLOUT, 0}};
+    if (::poll(room, 2, 0) < 0) {
+        return true;  // the probe, watched as usual, will tell
+    }
+    const bool probeFailed = (room[0].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
+    if ((room[0].revents & POLLOUT) == 0 && !probeFailed) {
+        return true;
+    }
+    if ((room[1].revents & POLLOUT) == 0 && !probeFailed) {
+        if (!m_ownBufferFull) {
+            m_log.LogWarning("Unable to send from %s: its send buffer is full", m_socket.GetPathCStr());
+        }
+        m_ownBufferFull = true;
+        return true;
+    }
+    try {
+        destination.probe.Create("");
+        destination.probe.Connect(path.c_str());
+    } catch (const CException& e) {
+        m_log.LogError("Unable to wait for %s. %s", path.c_str(), e.GetMessage().c_str());
+        return false;
+    }
     return true;
 }
 
@@ -100,6 +130,10 @@ void CIpcOutbox::SendToEach(const unsigned char* data, int size, const std::list
 }
 
 void CIpcOutbox::AddDescriptors(CPollSet& poll) const {
+    if (m_ownBufferFull) {
+        poll.Add(m_socket.GetDescriptor(), false, true);
+        return;
+    }
     for (const auto& entry : m_waiting) {
         poll.Add(entry.second.probe.GetDescriptor(), false, true);
     }
@@ -111,7 +145,7 @@ bool CIpcOutbox::Drain(const std::string& path, SDestination& destination) {
         const ESend result =
             SendNow(reinterpret_cast<const unsigned char*>(front.data()), static_cast<int>(front.size()), path);
         if (result == ESend::FULL) {
-            return true;
+            return WaitForRoom(path, destination);
         }
         if (result == ESend::FAILED) {
             return false;
@@ -123,26 +157,23 @@ bool CIpcOutbox::Drain(const std::string& path, SDestination& destination) {
 }
 
 void CIpcOutbox::ProcessReady(const CPollSet& poll) {
-    for (auto it = m_waiting.begin(); it != m_waiting.end();) {
+    // Once the server's own buffer has room again every destination is tried, since the
+    // probes were not watched meanwhile.
+    const bool tryAll = m_ownBufferFull;
+    if (tryAll) {
+        if (!poll.IsWritable(m_socket.GetDescriptor())) {
+            return;
+        }
+        m_ownBufferFull = false;
+    }
+    for (auto it = m_waiting.begin(); it != m_waiting.end() && !m_ownBufferFull;) {
         const int probe = it->second.probe.GetDescriptor();
         const bool failed = poll.HasFailed(probe);
-        if (!poll.IsWritable(probe) && !failed) {
+        if (!tryAll && !poll.IsWritable(probe) && !failed) {
             ++it;
             continue;
         }
-        bool alive = Drain(it->first, it->second);
-        if (alive && failed && !it->second.datagrams.empty()) {
-            // The socket the probe watched was replaced by a new one at the same path
-            // whose queue is full too: watch the new one.
-            try {
-                it->second.probe.Create("");
-                it->second.probe.Connect(it->first.c_str());
-            } catch (const CException& e) {
-                m_log.LogError("Unable to wait for %s. %s", it->first.c_str(), e.GetMessage().c_str());
-                alive = false;
-            }
-        }
-        if (!alive) {
+        if (!Drain(it->first, it->second)) {
             m_log.LogError("Dropping %zu datagrams waiting for %s", it->second.datagrams.size(), it->first.c_str());
             it = m_waiting.erase(it);
         } else if (it->second.datagrams.empty()) {

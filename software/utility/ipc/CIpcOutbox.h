@@ -10,6 +10,17 @@
 // datagrams themselves leave from the server's own socket, so receivers see the
 // server's address as their sender.
 //
+// A send refused although the destination's probe polls writable has one of two causes,
+// and waiting for the probe would wake the loop at once, every turn:
+// - the server's own send buffer is full (its socket does not poll writable either). A
+//   receiver whose socket is connected to the server is exempt from the kernel's queue
+//   limit, so while it does not read, what it was sent stays charged to the server's
+//   socket, and once that is full nothing leaves for anyone. The outbox then waits for
+//   the server's socket instead of the probes, and tries every destination when it has
+//   room.
+// - the probe watches a socket that is gone, since a new one took its path: a probe
+//   connected to a closed socket polls writable. The outbox connects a new probe.
+//
 // Order: a datagram for a destination that has datagrams waiting is queued behind them,
 // never sent ahead.
 //
@@ -50,7 +61,8 @@ public:
     void SendToEach(const unsigned char* data, int size, const std::list<std::string>& paths,
                     const std::function<void(const std::string&)>& dropped);
 
-    // The probe of every destination with datagrams waiting, for writing.
+    // The probe of every destination with datagrams waiting, for writing; or, while the
+    // server's own send buffer is full, the server's socket for writing.
     void AddDescriptors(CPollSet& poll) const;
     // Sends what the destinations that became writable take now.
     void ProcessReady(const CPollSet& poll);
@@ -69,8 +81,13 @@ private:
     // Sends from the front while the destination takes datagrams; false when the
     // destination failed and its queue is to be dropped.
     bool Drain(const std::string& path, SDestination& destination);
+    // After a send to the destination was refused for want of room, makes the loop wait
+    // for the room that is missing: the destination's or the server's own. False (with
+    // a log line) when the destination can no longer be watched.
+    bool WaitForRoom(const std::string& path, SDestination& destination);
 
     CDomainSocket& m_socket;
     ILog& m_log;
     std::map<std::string, SDestination> m_waiting;
+    bool m_ownBufferFull = false;
 };

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <functional>
 #include <list>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -103,6 +104,29 @@ protected:
         reply.SetSequence(sequence);
         reply.AddArg(0, value);
         Send(server, Wire(reply), request.GetReplyAddress());
+    }
+
+    // One turn of a server's loop that does not wait: the ready count.
+    static int Turn(CPollSet& poll, CDomainSocket& server, CIpcOutbox& outbox) {
+        poll.Clear();
+        poll.Add(server.GetDescriptor(), true, false);
+        outbox.AddDescriptors(poll);
+        const int ready = poll.Wait(0);
+        outbox.ProcessReady(poll);
+        return ready;
+    }
+
+    // Fills the receiver's queue from a socket of its own; the datagram count.
+    static int Fill(const CDomainSocket& receiver) {
+        CDomainSocket filler;
+        filler.Create("");
+        filler.Connect(receiver.GetPathCStr());
+        const unsigned char junk = 0;
+        int filled = 0;
+        while (send(filler.GetDescriptor(), &junk, 1, MSG_DONTWAIT) == 1) {
+            ++filled;
+        }
+        return filled;
     }
 
     CTempRoot root;
@@ -315,14 +339,7 @@ TEST_F(CIpcTransport, AFanOutReachesEveryReceiverOnceWhateverTheOthersDo) {
         receivers.emplace_back(root.Path("/var/run/ui/listener." + std::to_string(i)).c_str());
         paths.push_back(receivers.back().GetPath());
     }
-    CDomainSocket filler;
-    filler.Create("");
-    filler.Connect(receivers[kFull].GetPath().c_str());
-    const unsigned char junk = 0;
-    int filled = 0;
-    while (send(filler.GetDescriptor(), &junk, 1, MSG_DONTWAIT) == 1) {
-        ++filled;
-    }
+    const int filled = Fill(receivers[kFull]);
     ASSERT_GT(filled, 0);
 
     const unsigned char note[] = "note";
@@ -346,6 +363,74 @@ TEST_F(CIpcTransport, AFanOutReachesEveryReceiverOnceWhateverTheOthersDo) {
         EXPECT_STREQ(reinterpret_cast<const char*>(buffer), "note");
         EXPECT_EQ(receivers[i].RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), 0) << i << " received it twice";
     }
+    EXPECT_EQ(outbox.GetWaitingDestinations(), 0u);
+}
+
+TEST_F(CIpcTransport, AFullSendBufferIsWaitedForNotSpunOn) {
+    // A receiver whose socket is connected to the server is exempt from the kernel's queue
+    // limit: while it does not read, what the server sends it fills the server's own send
+    // buffer, and then no send from the server goes anywhere, though every other
+    // receiver's queue has room.
+    CBufferedLog log;
+    CDomainSocket server(serverPath.c_str());
+    CIpcOutbox outbox(server, log);
+    CDomainSocket hog(root.Path("/var/run/ui/hog").c_str());
+    hog.Connect(serverPath.c_str());
+    CDomainSocket other(root.Path("/var/run/ui/other").c_str());
+    const unsigned char note[] = "note";
+    int sent = 0;
+    while (outbox.Send(note, sizeof note, hog.GetPath())) {
+        ++sent;
+    }
+    // The hog's datagram that found the buffer full was dropped: no probe can connect to a
+    // socket that is connected to another.
+    ASSERT_TRUE(outbox.Send(note, sizeof note, other.GetPath()));
+    ASSERT_EQ(outbox.GetWaitingDestinations(), 1u);
+    EXPECT_EQ(log.Count("its send buffer is full"), 1u);
+
+    CPollSet poll;
+    auto turn = [&] { return Turn(poll, server, outbox); };
+    EXPECT_EQ(turn(), 0) << "nothing can leave, so nothing may wake the loop";
+    Send(other, {1}, serverPath);
+    EXPECT_EQ(turn(), 1);
+    EXPECT_TRUE(poll.IsReadable(server.GetDescriptor())) << "waiting to send hid a datagram to receive";
+
+    unsigned char buffer[16];
+    for (int i = 0; i < sent; ++i) {
+        ASSERT_EQ(hog.RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), static_cast<int>(sizeof note)) << i;
+    }
+    EXPECT_EQ(turn(), 1);
+    EXPECT_EQ(outbox.GetWaitingDestinations(), 0u);
+    EXPECT_EQ(hog.RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), 0);
+    EXPECT_EQ(other.RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), static_cast<int>(sizeof note));
+}
+
+TEST_F(CIpcTransport, AReceiverReplacedWhileFullIsWatchedAnew) {
+    // A probe connected to a closed socket polls writable, while the new socket at the
+    // same path may be full as well.
+    CBufferedLog log;
+    CDomainSocket server(serverPath.c_str());
+    CIpcOutbox outbox(server, log);
+    const std::string path = root.Path("/var/run/ui/listener");
+    auto receiver = std::make_unique<CDomainSocket>(path.c_str());
+    ASSERT_GT(Fill(*receiver), 0);
+    const unsigned char note[] = "note";
+    ASSERT_TRUE(outbox.Send(note, sizeof note, path));
+    ASSERT_EQ(outbox.GetWaitingDestinations(), 1u);
+
+    receiver.reset();
+    receiver = std::make_unique<CDomainSocket>(path.c_str());
+    const int filled = Fill(*receiver);
+    CPollSet poll;
+    EXPECT_EQ(Turn(poll, server, outbox), 1);
+    EXPECT_EQ(Turn(poll, server, outbox), 0) << "the loop would wake at once, every turn";
+
+    unsigned char buffer[16];
+    for (int i = 0; i < filled; ++i) {
+        ASSERT_EQ(receiver->RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), 1) << i;
+    }
+    EXPECT_EQ(Turn(poll, server, outbox), 1);
+    EXPECT_EQ(receiver->RecvFromNoBlock(buffer, sizeof buffer, 0, nullptr), static_cast<int>(sizeof note));
     EXPECT_EQ(outbox.GetWaitingDestinations(), 0u);
 }
 
