@@ -77,7 +77,7 @@ bool CIpcOutbox::WaitForRoom(const std::string& path, SDestination& destination)
     }
     if ((room[1].revents & POLLOUT) == 0 && !probeFailed) {
         if (!m_ownBufferFull) {
-            m_log.LogWarning("Unable to send from %s: its send buffer is full", m_socket.GetPathCStr());
+            m_log.LogError("Unable to send from %s: its send buffer is full", m_socket.GetPathCStr());
         }
         m_ownBufferFull = true;
         return true;
