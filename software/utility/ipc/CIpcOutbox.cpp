@@ -131,7 +131,6 @@ void CIpcOutbox::SendToEach(const unsigned char* data, int size, const std::list
 
 void CIpcOutbox::AddDescriptors(CPollSet& poll) const {
     if (m_ownBufferFull) {
-        poll.Add(m_socket.GetDescriptor(), false, true);
         return;
     }
     for (const auto& entry : m_waiting) {

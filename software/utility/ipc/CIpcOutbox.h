@@ -15,9 +15,9 @@
 // - the server's own send buffer is full (its socket does not poll writable either). A
 //   receiver whose socket is connected to the server is exempt from the kernel's queue
 //   limit, so while it does not read, what it was sent stays charged to the server's
-//   socket, and once that is full nothing leaves for anyone. The outbox then waits for
-//   the server's socket instead of the probes, and tries every destination when it has
-//   room.
+//   socket, and once that is full nothing leaves for anyone. The loop then watches the
+//   server's socket for writing instead of the probes (IsWaitingForOwnRoom), and the
+//   outbox tries every destination when it has room.
 // - the probe watches a socket that is gone, since a new one took its path: a probe
 //   connected to a closed socket polls writable. The outbox connects a new probe.
 //
@@ -61,9 +61,12 @@ public:
     void SendToEach(const unsigned char* data, int size, const std::list<std::string>& paths,
                     const std::function<void(const std::string&)>& dropped);
 
-    // The probe of every destination with datagrams waiting, for writing; or, while the
-    // server's own send buffer is full, the server's socket for writing.
+    // The probe of every destination with datagrams waiting, for writing; none while the
+    // server's own send buffer is full: the server's loop, which watches the server's
+    // socket for reading, then watches it for writing too (a descriptor goes into a poll
+    // set once).
     void AddDescriptors(CPollSet& poll) const;
+    bool IsWaitingForOwnRoom() const { return m_ownBufferFull; }
     // Sends what the destinations that became writable take now.
     void ProcessReady(const CPollSet& poll);
 

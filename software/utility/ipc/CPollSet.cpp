@@ -8,18 +8,12 @@ void CPollSet::Add(int fd, bool read, bool write) {
     if (fd < 0) {
         return;
     }
-    const short events = static_cast<short>((read ? POLLIN : 0) | (write ? POLLOUT : 0));
+    pollfd entry{};
+    entry.fd = fd;
+    entry.events = static_cast<short>((read ? POLLIN : 0) | (write ? POLLOUT : 0));
     if (static_cast<size_t>(fd) >= m_index.size()) {
         m_index.resize(static_cast<size_t>(fd) + 1, -1);
     }
-    const int at = m_index[static_cast<size_t>(fd)];
-    if (at >= 0) {
-        m_fds[static_cast<size_t>(at)].events |= events;
-        return;
-    }
-    pollfd entry{};
-    entry.fd = fd;
-    entry.events = events;
     m_index[static_cast<size_t>(fd)] = static_cast<int>(m_fds.size());
     m_fds.push_back(entry);
 }

@@ -22,7 +22,6 @@ public:
         }
         m_fds.clear();
     }
-    // A descriptor added again is watched once, for everything asked of it.
     void Add(int fd, bool read, bool write);
     // The ready count, 0 on time-out or interruption; a negative timeout waits forever.
     int Wait(int timeoutMs);

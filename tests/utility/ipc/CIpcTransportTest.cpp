@@ -109,7 +109,7 @@ protected:
     // One turn of a server's loop that does not wait: the ready count.
     static int Turn(CPollSet& poll, CDomainSocket& server, CIpcOutbox& outbox) {
         poll.Clear();
-        poll.Add(server.GetDescriptor(), true, false);
+        poll.Add(server.GetDescriptor(), true, outbox.IsWaitingForOwnRoom());
         outbox.AddDescriptors(poll);
         const int ready = poll.Wait(0);
         outbox.ProcessReady(poll);

@@ -165,7 +165,7 @@ CIpcMessage& CIpcEventDispatcher::AddReplyTo(const CIpcMessage& request, std::li
 }
 
 void CIpcEventDispatcher::AddDescriptors(CPollSet& poll) const {
-    poll.Add(m_server.GetDescriptor(), true, false);
+    poll.Add(m_server.GetDescriptor(), true, m_outbox.IsWaitingForOwnRoom());
     m_outbox.AddDescriptors(poll);
 }
 
