@@ -50,14 +50,7 @@ bool CIpcOutbox::Send(const unsigned char* data, int size, const std::string& pa
         return false;
     }
     SDestination destination;
-    try {
-        destination.probe.Create("");
-        destination.probe.Connect(path.c_str());
-    } catch (const CException& e) {
-        m_log.LogError("Unable to wait for %s. %s", path.c_str(), e.GetMessage().c_str());
-        return false;
-    }
-    if (!WaitForRoom(path, destination)) {
+    if (!ConnectProbe(path, destination) || !WaitForRoom(path, destination)) {
         return false;
     }
     destination.bytes = datagram.size();
@@ -82,6 +75,10 @@ bool CIpcOutbox::WaitForRoom(const std::string& path, SDestination& destination)
         m_ownBufferFull = true;
         return true;
     }
+    return ConnectProbe(path, destination);
+}
+
+bool CIpcOutbox::ConnectProbe(const std::string& path, SDestination& destination) {
     try {
         destination.probe.Create("");
         destination.probe.Connect(path.c_str());

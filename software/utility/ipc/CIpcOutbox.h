@@ -88,6 +88,8 @@ private:
     // for the room that is missing: the destination's or the server's own. False (with
     // a log line) when the destination can no longer be watched.
     bool WaitForRoom(const std::string& path, SDestination& destination);
+    // Connects a new probe to the socket now at path; false (with a log line) when none can be.
+    bool ConnectProbe(const std::string& path, SDestination& destination);
 
     CDomainSocket& m_socket;
     ILog& m_log;
